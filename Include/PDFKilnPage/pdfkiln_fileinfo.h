@@ -1,0 +1,97 @@
+// The cross-reference chain, the trailer values, /Info and /ID of a file.
+#ifndef PDFKILN_FILEINFO_H
+#define PDFKILN_FILEINFO_H
+
+#include <cstddef>
+#include <set>
+#include <string>
+
+#include "pdfkiln_obj.h"
+#include "pfdecrypt.h"
+
+namespace PDF_KILN {
+
+extern const char* const FORMATDATE;
+
+struct InfoDate {
+    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+    char zoneSign = 'Z';
+    int zoneHour = 0, zoneMinute = 0;
+};
+
+struct InfoDic {
+    char author[256] = {};
+    InfoDate creationDate;
+    InfoDate modDate;
+    char creator[256] = {};
+    char producer[256] = {};
+    char title[256] = {};
+    char subject[256] = {};
+    char keywords[256] = {};
+    char trapped[256] = {};
+};
+
+class CFileInfo : public CObj {
+public:
+    class CInfo : public CObj {
+    public:
+        CInfo();
+        bool Read(CSourFile& in) override;
+        bool ReadInfo(CSourFile& in, const std::string& key);
+        void SetInfo(InfoDic info);
+        static void createdate(std::string& out);
+
+        std::string title, author, subject, keywords, creator, producer, trapped,
+            creationDate, modDate, lastString;
+
+    private:
+        bool readInfo(CSourFile& in, const std::string& key, int depth);
+    };
+
+    class CFileID : public CFileBlock {
+    public:
+        CFileID();
+        bool Read(CSourFile&) override { return true; }
+        bool Write(CDestFile& out, CSourFile& in) override;
+        unsigned char id1[256];
+        unsigned char id2[256];
+        std::size_t id1Length = 0;
+        std::size_t id2Length = 0;
+    };
+
+    CFileInfo();
+    bool Read(CSourFile& in) override;
+    int GetPrev(CSourFile& in, bool expectTrailer);
+    bool ReadCrt(CSourFile& in);
+    bool ReadXRefObj(CSourFile& in, int& inOut);
+    SObjState GetObjState(const int& num, const int& gen) const;
+    SObjState GetObjState(const SObj& key) const;
+    void Tidy();
+    void Init();
+
+    ObjTable* objTable;
+    ObjTable ownTable;
+    std::set<long long> positions;
+    std::set<unsigned long> offsets;
+    CEncrypt encrypt;
+    int size = 0;
+    SObj rootRef;
+    CFileID fileId;
+    CInfo info;
+
+    // What the chain walk met, for diagnostics: classic sections and
+    // cross-reference streams read, in the order read.
+    int classicSections = 0;
+    int xrefStreams = 0;
+
+private:
+    bool openDict(CSourFile& in);
+    void readTrailerRoot(CSourFile& in);
+    bool readTrailerEncrypt(CSourFile& in);
+    bool readTrailerID(CSourFile& in);
+    bool readIDString(CSourFile& in, const std::string& opener, unsigned char* dst, std::size_t& len);
+};
+
+}  // namespace PDF_KILN
+
+#endif

@@ -1,0 +1,260 @@
+// File blocks, tokens, object keys and the primitive value types of the
+// reader: the one tokeniser and vocabulary that reader and writer share.
+#ifndef PDFKILN_OBJ_H
+#define PDFKILN_OBJ_H
+
+#include <cstdint>
+#include <exception>
+#include <ios>
+#include <istream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "pdfkiln_filter.h"
+#include "pdfkiln_obj_names.h"
+
+namespace PDF_KILN {
+
+class CSourFile;
+class CDestFile;
+
+// Result codes that the facade returns (and that the layers below it throw as int).
+enum EResult {
+    kResultOk = 0,
+    kResultPasswordRefused = 1,
+    kResultNotEncrypted = 8,
+    kResultBadFile = 1000,
+    kResultBadXRef = 1001,
+    kResultBadBox = 1006,
+    kResultKeyMismatch = 3001,
+    kResultFilterFailed = 5000,
+    kResultStdException = 6000,
+    kResultBadPage = 8000,
+    kResultNotLocalised = 8001,
+    kResultBadKeyLength = 8003
+};
+
+// Character class of every byte: 1 white space (0, 7-13, 32), 2 delimiter,
+// 0 regular. '%' is regular: callers handle comments themselves.
+extern const unsigned char tokenArray[256];
+
+inline int charClass(char c) { return tokenArray[static_cast<unsigned char>(c)]; }
+
+// Key of an indirect object. Ordered by number, then generation; aux and
+// text ride along and take no part in comparisons.
+struct SObj {
+    int num = 0;
+    int gen = 0;
+    int aux = 0;
+    std::string text;
+
+    SObj() = default;
+    SObj(int n, int g, int a = 0) : num(n), gen(g), aux(a) {}
+
+    bool operator<(const SObj& o) const { return num < o.num || (num == o.num && gen < o.gen); }
+    bool operator==(const SObj& o) const { return num == o.num && gen == o.gen; }
+    bool operator!=(const SObj& o) const { return !(*this == o); }
+
+    // Appends "num gen obj" to a destination's text buffer.
+    template <class Dest>
+    void obj(Dest& d) const {
+        d += std::to_string(num);
+        d += ' ';
+        d += std::to_string(gen);
+        d += ' ';
+        d += kwobj;
+    }
+};
+
+// Value of the object table: where an object lives.
+struct SObjState {
+    int pos = 0;              // file offset (header offset included), or the container's number
+    int index = 0;            // generation, or the index inside the object stream
+    unsigned char flag = 0;
+    unsigned char kind = 0;   // 0 free, 1 in use, 2 in an object stream
+    char mark = 0;            // 'n' or 'f' for a classic entry, 0 for a stream entry
+};
+
+using ObjTable = std::map<SObj, SObjState>;
+
+// A growable char vector whose index 0 always exists.
+class charVector : public std::vector<char> {
+public:
+    char& operator[](unsigned const& i) {
+        if (empty()) push_back(0);
+        return std::vector<char>::operator[](i);
+    }
+};
+
+// The stream ran out. Thrown only by CFileBlock::FindStr.
+class CFileError : public std::exception {};
+
+// Reads one token. See the token rules in pdfkiln_obj.cpp.
+std::istream& readPDFString(std::istream& in, std::string& token);
+std::istream& operator>>(std::istream& in, std::string& token);
+std::istream& operator>>(CSourFile& in, std::string& token);
+
+// Reads `width` bytes at `position` as a big-endian unsigned number.
+void ExtStr2Int(const char* buffer, int& position, int width, int& value);
+
+class CFileBlock {
+public:
+    CFileBlock() = default;
+    CFileBlock(const CFileBlock&) = default;
+    CFileBlock& operator=(const CFileBlock&) = default;
+    virtual bool Read(CSourFile& in) = 0;
+    virtual bool Write(CDestFile& out, CSourFile& in) = 0;
+    virtual void fromStream(CSourFile& in);
+    virtual bool toStream(CDestFile& out);
+    virtual ~CFileBlock();
+
+    static bool FindStr(std::istream& in, const std::string& what);
+    static bool FindStrInObj(std::istream& in, const std::string& what);
+    static bool IsNum(const std::string& s);
+    static void skipComment(std::istream& in);
+    static void GetWords(std::istream& in, std::string& word);
+    static bool RedHexString(std::stringstream& out, std::istream& in, int& count);
+    static bool isDictStart(std::istream& in);
+    static SObjState GetObjState(CSourFile& in, int num, int gen);
+    static SObjState GetObjState(CSourFile& in, const SObj& key);
+    static bool isfeq(float a, float b);
+    static void wrtNumberFtoStr(std::string& out, float value);
+
+protected:
+    int blockState = 0;
+};
+
+class CObj : public CFileBlock {
+public:
+    enum : int {
+        kIndirect = 16,          // located by key through the object table
+        kFromObjectStream = 32   // last read came out of an object stream
+    };
+
+    CObj();
+    explicit CObj(const SObj& key);
+    CObj(const CObj& o);
+    CObj& operator=(const CObj& o);
+
+    bool Read(CSourFile& in) override;
+    bool Write(CDestFile& out, CSourFile& in) override;
+    void fromStream(CSourFile& in) override;
+    bool toStream(CDestFile& out) override;
+    ~CObj() override;
+    virtual bool WriteObj(CDestFile& out, CSourFile& in);
+
+    // Locates this object and renders it into `out` through WriteObj.
+    bool LocalObj(CDestFile& out, CSourFile& in);
+
+    static bool IsObjStart(std::istream& in);
+    // Positions a stream at the value of object `key`; *view is the stream to
+    // read from afterwards (a view over `text` for a compressed object).
+    static bool ParseObj(CSourFile& in, CSourFile*& view, std::stringstream& text, const SObj& key);
+    // Writes the text of `self` out of its object stream into `out`.
+    bool ReadObjStream(CSourFile& in, std::stringstream& out, SObjState state);
+    static bool ReadIntObj(CSourFile& in, int& value);
+    static bool ReadNumArrayObj(CSourFile& in, std::vector<float>& out);
+
+    int flags = 0;
+    CSourFile* parentStream = nullptr;
+    std::map<int, ZQGraphicService_NS::FilterPropTD> filterProps;
+    SObj self;
+    std::string outputName;
+    std::stringstream text;
+
+private:
+    static bool readIntObj(CSourFile& in, int& value, int depth);
+    static bool readNumArrayObj(CSourFile& in, std::vector<float>& out, int depth);
+};
+
+// A literal or hexadecimal string, decoded and (where the file is encrypted) decrypted.
+class CStringType : public CObj {
+public:
+    CStringType() = default;
+    explicit CStringType(const SObj& key) : CObj(key) {}
+    bool Read(CSourFile& in) override;
+    bool RedHexString(std::istream& in);
+
+    struct EscPair { char letter; char byte; };
+    static const EscPair EscTab[8];
+
+    int length = 0;
+    std::string text;
+    bool isHex = false;
+    bool noDecrypt = false;
+};
+
+class CLength : public CObj {
+public:
+    CLength() = default;
+    explicit CLength(const SObj& key) : CObj(key) {}
+    bool ReadLen(CSourFile& in);
+    int length = 0;
+};
+
+// "num gen R", or nothing (the stream is then set back).
+class CObjRef : public CObj {
+public:
+    bool Read(CSourFile& in) override;
+    int num = 0;
+    int gen = 0;
+    bool isRef = false;
+    std::string text;
+};
+
+// The body of a stream object, with the /Length repairs of damaged files.
+class CStreamType : public virtual CLength, public CFilter {
+public:
+    CStreamType() = default;
+    explicit CStreamType(const SObj& key) : CLength(key) {}
+    bool Read(CSourFile& in) override;
+    ~CStreamType() override;
+    void addStr(const std::string& s, bool atEnd = true);
+
+    std::string data;
+    long long dataOffset = 0;
+    bool isEncryptObject = false;
+};
+
+class CArrayType : public CObj {
+public:
+    std::istream& operator>>(std::istream& in);
+    std::string raw;
+};
+
+class CDictType : public CObj {
+public:
+    std::string raw;
+};
+
+class CObjType : public CObj {};
+
+std::istream& operator>>(std::istream& in, CDictType&);
+std::istream& operator>>(std::istream& in, CObjType&);
+
+// Scope guard that restores a stream's position and format flags.
+template <class Stream>
+class StreamRecover {
+public:
+    StreamRecover(Stream& s, bool restore = true)
+        : flags(s.flags()), position(s.tellg()), stream(s), restore(restore) {}
+    ~StreamRecover() {
+        if (!restore) return;
+        stream.clear();
+        stream.seekg(position);
+        stream.flags(flags);
+    }
+    StreamRecover(const StreamRecover&) = delete;
+    StreamRecover& operator=(const StreamRecover&) = delete;
+
+    std::ios_base::fmtflags flags;
+    std::streampos position;
+    Stream& stream;
+    bool restore;
+};
+
+}  // namespace PDF_KILN
+
+#endif

@@ -1,0 +1,71 @@
+// An opened PDF document: the input stream and everything learned about it.
+#ifndef PDFKILN_SOURFILE_H
+#define PDFKILN_SOURFILE_H
+
+#include <istream>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "pdfkiln_fileinfo.h"
+#include "pdfkiln_obj.h"
+#include "pdfkiln_obj_catalog.h"
+
+namespace PDF_KILN {
+
+class CSourFile : public std::istream {
+public:
+    // Binds to the buffer of `in`, which must outlive this object. Reads nothing.
+    explicit CSourFile(std::istream& in);
+    ~CSourFile() override;
+    CSourFile(const CSourFile&) = delete;
+    CSourFile& operator=(const CSourFile&) = delete;
+
+    int CheckAndInit();
+    int InitOther();
+    bool FindStr(const std::string& what);
+
+    // A view over one object's text taken out of an object stream, sharing
+    // this source's options (and, where asked, its object table).
+    void makeView(CSourFile& parent, bool shareTable);
+    // The source that owns the real file (this one unless this is a view).
+    CSourFile& root() { return viewParent ? viewParent->root() : *this; }
+
+    // Decoded object streams by container number: each is decoded once per
+    // opening instead of once per object fetched out of it.
+    void cacheObjectStream(int container, std::string data, int first, int count);
+    struct DecodedObjStm {
+        std::string data;
+        int first = 0;
+        int count = 0;
+    };
+    const DecodedObjStm* decodedObjStm(int container) const;
+
+    CCatalog catalog;
+    CFileInfo fileInfo;
+    std::set<SObj> fileObjects;
+    std::set<SObj> writtenObjects;
+    std::set<SObj> formObjects;
+    std::string version;
+    std::vector<SObj> pages;
+    int headerOffset = 0;
+    std::set<SObj> xrefStreamObjects;
+    bool objectStreamView = false;
+    float pageCm[6] = {1, 0, 0, 1, 0, 0};
+    int pageRotate = 0;
+    int curPageNo = 0;
+    int annotsEnable = 0;
+    std::vector<std::string> annotSubtypes;
+    int acroFormsEnable = 0;
+
+    CSourFile* viewParent = nullptr;
+
+private:
+    std::map<int, DecodedObjStm> objStmCache;
+};
+
+}  // namespace PDF_KILN
+
+#endif

@@ -1,0 +1,64 @@
+// The /Encrypt dictionary of a document and the per-document security state.
+#ifndef PDFKILN_PFDECRYPT_H
+#define PDFKILN_PFDECRYPT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "pdfkiln_obj.h"
+
+namespace pcrypt {
+struct EncryptInfo;
+}
+
+namespace PDF_KILN {
+
+class CEncrypt : public CObj {
+public:
+    CEncrypt();
+    bool Read(CSourFile& in) override;
+    bool Write(CDestFile& out, CSourFile& in) override;
+
+    // Kept for callers of the older interface; they do nothing and return 1.
+    int EncrptStream(std::string& data, int& length);
+    int EncryptString(std::string& data, int& length);
+
+    // The version text of output; "%PDF-1.3" unless a writer says otherwise.
+    std::string versionText = "%PDF-1.3";
+
+    unsigned char O[256];
+    unsigned char U[256];
+    unsigned char OE[256];
+    unsigned char UE[256];
+    unsigned char Perms[256];
+    char Filter[96];
+    int32_t P = 0;
+    int32_t Length = 0;
+    int32_t R = 0;
+    int32_t V = 0;
+    unsigned char ID[256];
+    std::size_t IDLength = 0;
+    bool EncryptMetadata = true;
+    char suppliedPassword[33];
+    int32_t passwordState = 0;
+    bool passwordFlagOwner = false;
+    bool passwordFlagUser = false;
+    unsigned char fileKey[256];
+    unsigned char ownerPasswordText[32];
+    unsigned char userPasswordText[32];
+    int32_t cipherMode = 0;
+    int32_t handlerKind = 0;
+
+    // Lengths of the string values as read.
+    int OLength = 0, ULength = 0, OELength = 0, UELength = 0, PermsLength = 0;
+
+    bool encrypted() const { return passwordState > 0 && Length >= 1; }
+};
+
+// Decrypts a string or stream body of `object` in place. Always returns 0.
+int DecryptString(const CEncrypt& enc, SObj* object, std::string& data);
+
+}  // namespace PDF_KILN
+
+#endif

@@ -1,0 +1,134 @@
+// The /Filter chain of a stream and the run of its stages.
+#include "pdfkiln_filter.h"
+
+#include <cstring>
+
+#include "pdfkiln_obj.h"
+
+namespace PDF_KILN {
+
+using namespace ZQGraphicService_NS;
+
+namespace {
+
+// Applies the Flate defaults to a stage record just before it runs.
+void applyFlateDefaults(FilterPropTD& p) {
+    if (p.aux16 < 1) p.aux16 = 100;
+    if (p.colors < 1) p.colors = 1;
+    if (p.aux24 < 0) p.aux24 = 0;
+    if (p.aux28 < 0) p.aux28 = 0;
+    if (p.bitsPerComponent < 1) p.bitsPerComponent = 8;
+    if (p.aux48 < 0) p.aux48 = 0;
+    if (p.aux52 < 0) p.aux52 = 0;
+    if (p.aux60 < 0) p.aux60 = 0;
+}
+
+}  // namespace
+
+FILTER_TYPE CFilter::GetFilterType(std::string name) {
+    if (name == nmFlateDecode || name == nmFl) return FILTER_FLATE;
+    if (name == nmLZWDecode || name == nmLZW) return FILTER_LZW;
+    if (name == nmASCIIHexDecode || name == nmAHx) return FILTER_ASCIIHEX;
+    if (name == nmASCII85Decode || name == nmA85) return FILTER_ASCII85;
+    if (name == nmRunLengthDecode || name == nmRL) return FILTER_RUNLENGTH;
+    if (name == nmCCITTFaxDecode || name == nmCCF) return FILTER_CCITTFAX;
+    if (name == nmDCTDecode || name == nmDCT) return FILTER_DCT;
+    return FILTER_UNKNOWN;
+}
+
+bool CFilter::IsNeedCompType(FILTER_TYPE type) { return type >= FILTER_FLATE && type <= FILTER_DCT; }
+
+bool CFilter::ReadParameter(std::istream& in, FilterPropTD& prop) {
+    std::string token;
+    readPDFString(in, token);
+    if (token != "<<") return false;
+    for (;;) {
+        // End of input ends the loop: a parameter dictionary that never closes
+        // is a failed read, not an endless one.
+        if (!in.good()) return false;
+        readPDFString(in, token);
+        if (token == ">>") return true;
+        int32_t* field = nullptr;
+        if (token == "/Columns") field = &prop.columns;
+        else if (token == "/Predictor") field = &prop.predictor;
+        else if (token == "/Colors") field = &prop.colors;
+        else if (token == nmBitsPerComponent) field = &prop.bitsPerComponent;
+        else if (token == "/EarlyChange") field = &prop.earlyChange;
+        if (field) {
+            int v = 0;
+            in >> v;
+            if (!in.good()) return false;
+            *field = v;
+        }
+    }
+}
+
+bool CFilter::ReadFilter(std::istream& in, long dictStart) {
+    FilterPropTD prop;
+    std::memset(&prop, 0, sizeof prop);
+    prop.earlyChange = 1;
+    std::string token;
+    readPDFString(in, token);
+    if (token == "[") {
+        readPDFString(in, token);
+        int counter = 0;
+        for (;;) {
+            if (token == "]") return true;
+            if (!in.good()) return false;
+            FILTER_TYPE type = GetFilterType(token);
+            if (!IsNeedCompType(type)) return false;
+            readPDFString(in, token);
+            if (token == nmDecodeParms) {
+                if (!ReadParameter(in, prop)) return false;
+            }
+            prop.type = type;
+            stages.insert({counter, prop});
+            ++counter;
+        }
+    }
+    FILTER_TYPE type = GetFilterType(token);
+    if (!IsNeedCompType(type)) return false;
+    std::streampos back = in.tellg();
+    if (dictStart > 0) in.seekg(dictStart);
+    while (in.good() && token != nmDecodeParms && token != kwstream) readPDFString(in, token);
+    if (token == nmDecodeParms) {
+        if (!ReadParameter(in, prop)) return false;
+    }
+    in.clear();
+    in.seekg(back);
+    prop.type = type;
+    stages.insert({0, prop});
+    return true;
+}
+
+int CFilter::filterStream(std::string& data, std::string& result) {
+    if (stages.empty()) return 0;
+    for (auto& stage : stages) {
+        FilterMemBlock in, out;
+        Zq_MemInit(&in);
+        Zq_MemInit(&out);
+        if (data.size() > static_cast<std::size_t>(INT32_MAX)) return ZQ_TOO_LARGE;
+        in.capacity = in.length = static_cast<int32_t>(data.size());
+        in.data = reinterpret_cast<unsigned char*>(data.empty() ? nullptr : &data[0]);
+        if (stage.second.type == FILTER_FLATE) applyFlateDefaults(stage.second);
+        int rc = Zq_InflateStream(&in, &out, &stage.second);
+        if (rc != 0) {
+            Zq_MemClear(&out);
+            return rc == ZQ_CORRUPT ? kResultFilterFailed : rc;
+        }
+        data.assign(reinterpret_cast<const char*>(out.data), out.data ? static_cast<std::size_t>(out.length) : 0);
+        result = data;
+        Zq_MemClear(&out);
+    }
+    return 0;
+}
+
+int CFilter::filterStreamType(std::string& data, int& length) {
+    if (length >= 0 && static_cast<std::size_t>(length) < data.size()) data.resize(static_cast<std::size_t>(length));
+    std::string scratch;
+    int rc = filterStream(data, scratch);
+    if (rc == 0) length = static_cast<int>(data.size());
+    return rc;
+}
+
+}  // namespace PDF_KILN

@@ -1,0 +1,851 @@
+// Tokens, file blocks, object fetch and the primitive value types.
+#include "pdfkiln_obj.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include "pdfkiln_cobjectposition.h"
+#include "pdfkiln_destfile.h"
+#include "pdfkiln_sourfile.h"
+#include "pfdecrypt.h"
+
+namespace PDF_KILN {
+
+namespace {
+
+constexpr unsigned char makeClass(int c) {
+    return (c == 0 || c == 7 || c == 8 || c == 9 || c == 10 || c == 11 || c == 12 || c == 13 || c == 32)
+               ? 1
+               : (c == '(' || c == ')' || c == '/' || c == '<' || c == '>' || c == '[' || c == ']' ||
+                  c == '{' || c == '}')
+                     ? 2
+                     : 0;
+}
+
+struct ClassTable {
+    unsigned char v[256];
+    constexpr ClassTable() : v() {
+        for (int i = 0; i < 256; ++i) v[i] = makeClass(i);
+    }
+};
+constexpr ClassTable kClasses;
+
+// How deep a chain of references may go before it is taken for a cycle.
+constexpr int kMaxRefDepth = 32;
+
+bool isOctal(char c) { return c >= '0' && c <= '7'; }
+
+}  // namespace
+
+const unsigned char tokenArray[256] = {
+#define R8(i) kClasses.v[i], kClasses.v[i + 1], kClasses.v[i + 2], kClasses.v[i + 3], \
+              kClasses.v[i + 4], kClasses.v[i + 5], kClasses.v[i + 6], kClasses.v[i + 7]
+#define R64(i) R8(i), R8(i + 8), R8(i + 16), R8(i + 24), R8(i + 32), R8(i + 40), R8(i + 48), R8(i + 56)
+    R64(0), R64(64), R64(128), R64(192)
+#undef R64
+#undef R8
+};
+
+// ---------------------------------------------------------------------------
+// Token reader
+//
+// White space is skipped; "<<" and ">>" are tokens of two bytes; every other
+// delimiter but '/' is a token of one byte, so the text of a string is never
+// absorbed; a regular run (or '/' and a regular run) ends before the next
+// white space or delimiter, which is pushed back. A token that runs into the
+// end of the input keeps one trailing zero byte, so that it never compares
+// equal to a keyword; at the end of input the token is a single zero byte.
+std::istream& readPDFString(std::istream& in, std::string& token) {
+    char first = 0;
+    in.get(first);
+    while (charClass(first) == 1 && in.good()) {
+        first = 0;
+        in.get(first);
+    }
+    char second = 0;
+    bool gotSecond = static_cast<bool>(in.get(second));
+    token.assign(1, first);
+    if (charClass(first) != 0) {
+        if (gotSecond && second == first && (first == '<' || first == '>')) {
+            token.push_back(second);
+            return in;
+        }
+        if (first != '/') {
+            if (gotSecond) in.unget();
+            return in;
+        }
+    }
+    char c = second;
+    bool got = gotSecond;
+    for (;;) {
+        if (!got) {
+            token.push_back('\0');
+            break;
+        }
+        if (charClass(c) != 0) {
+            in.unget();
+            break;
+        }
+        token.push_back(c);
+        got = static_cast<bool>(in.get(c));
+    }
+    return in;
+}
+
+std::istream& operator>>(std::istream& in, std::string& token) { return readPDFString(in, token); }
+std::istream& operator>>(CSourFile& in, std::string& token) { return readPDFString(in, token); }
+
+void ExtStr2Int(const char* buffer, int& position, int width, int& value) {
+    value = 0;
+    if (width <= 0) return;
+    unsigned int v = 0;
+    for (int i = 0; i < width; ++i) v = (v << 8) | static_cast<unsigned char>(buffer[position + i]);
+    position += width;
+    value = static_cast<int>(v);
+}
+
+// ---------------------------------------------------------------------------
+// CFileBlock
+
+CFileBlock::~CFileBlock() { blockState = 0; }
+
+void CFileBlock::fromStream(CSourFile& in) { Read(in); }
+
+bool CFileBlock::toStream(CDestFile& out) {
+    CSourFile* src = out.GetSourFile();
+    if (!src) return false;
+    return Write(out, *src);
+}
+
+bool CFileBlock::FindStr(std::istream& in, const std::string& what) {
+    std::string token;
+    for (;;) {
+        if (!in.good()) throw CFileError();
+        readPDFString(in, token);
+        if (token == what) return true;
+    }
+}
+
+bool CFileBlock::FindStrInObj(std::istream& in, const std::string& what) {
+    std::string token;
+    for (;;) {
+        if (!in.good()) return false;
+        readPDFString(in, token);
+        if (token == what) return true;
+        if (token == kwendobj) return false;
+    }
+}
+
+bool CFileBlock::IsNum(const std::string& s) {
+    for (char c : s)
+        if (c < '0' || c > '9') return false;
+    return true;
+}
+
+void CFileBlock::skipComment(std::istream& in) {
+    char c = 0;
+    if (!(in >> std::ws).get(c)) return;
+    while (c == '%') {
+        char d = 0;
+        while (in.get(d) && d != '\n' && d != '\r') {
+        }
+        if (!in) return;
+        c = 0;
+        if (!(in >> std::ws).get(c)) return;
+    }
+    in.unget();
+}
+
+void CFileBlock::GetWords(std::istream& in, std::string& word) {
+    char buf[1024];
+    std::streampos start = in.tellg();
+    in >> std::ws;
+    std::size_t n = 0;
+    char c = 0;
+    start = in.tellg();
+    while (n < sizeof(buf) - 1 && in.get(c)) {
+        if (charClass(c) == 1) {
+            in.unget();
+            break;
+        }
+        buf[n++] = c;
+    }
+    std::string w(buf, n);
+    std::size_t cut = std::string::npos;
+    std::size_t p;
+    if ((p = w.find("<<")) != std::string::npos) cut = p;
+    else if ((p = w.find(">>")) != std::string::npos) cut = p;
+    else if ((p = w.find('/', 1)) != std::string::npos) cut = p;
+    else if ((p = w.find('[')) != std::string::npos) cut = p;
+    else if ((p = w.find(']')) != std::string::npos) cut = p;
+    if (cut != std::string::npos) {
+        w.resize(cut);
+        if (start != std::streampos(-1)) {
+            in.clear();
+            in.seekg(start + std::streamoff(cut));
+        }
+    }
+    word = w;
+}
+
+bool CFileBlock::RedHexString(std::stringstream& out, std::istream& in, int& count) {
+    count = 0;
+    std::string pending;
+    char c = 0;
+    while (in.get(c)) {
+        if (c == '\n' || c == '\r') continue;
+        if (!std::isxdigit(static_cast<unsigned char>(c))) break;
+        pending.push_back(c);
+        if (pending.size() == 2) {
+            unsigned int v = 0;
+            std::sscanf(pending.c_str(), "%x", &v);
+            out.put(static_cast<char>(v));
+            ++count;
+            pending.clear();
+        }
+    }
+    if (!pending.empty()) {
+        pending.push_back('0');
+        unsigned int v = 0;
+        std::sscanf(pending.c_str(), "%x", &v);
+        out.put(static_cast<char>(v));
+        ++count;
+    }
+    return in.good();
+}
+
+// Looks past comments for '[' or "<<" without consuming the opening itself.
+bool CFileBlock::isDictStart(std::istream& in) {
+    skipComment(in);
+    if (!in.good()) return false;
+    int c = in.peek();
+    if (c == '[') return true;
+    if (c != '<') return false;
+    char a = 0, b = 0;
+    in.get(a);
+    bool two = static_cast<bool>(in.get(b)) && b == '<';
+    if (in) in.unget();
+    else in.clear();
+    in.unget();
+    return two;
+}
+
+SObjState CFileBlock::GetObjState(CSourFile& in, int num, int gen) {
+    static SObjState ss{};
+    (void)ss;
+    return in.fileInfo.GetObjState(num, gen);
+}
+
+SObjState CFileBlock::GetObjState(CSourFile& in, const SObj& key) {
+    static SObjState ss{};
+    (void)ss;
+    return in.fileInfo.GetObjState(key);
+}
+
+bool CFileBlock::isfeq(float a, float b) { return std::fabs(a - b) < 0.00001f; }
+
+void CFileBlock::wrtNumberFtoStr(std::string& out, float value) {
+    char buf[64];
+    if (isfeq(value, std::round(value))) {
+        std::snprintf(buf, sizeof buf, "%d", static_cast<int>(std::lround(value)));
+    } else {
+        std::snprintf(buf, sizeof buf, "%.4f", value);
+        std::size_t n = std::strlen(buf);
+        while (n > 0 && buf[n - 1] == '0') buf[--n] = 0;
+        if (n > 0 && buf[n - 1] == '.') buf[--n] = 0;
+    }
+    out += buf;
+}
+
+// ---------------------------------------------------------------------------
+// CObj
+
+CObj::CObj() = default;
+CObj::CObj(const SObj& key) : self(key) {}
+CObj::CObj(const CObj& o)
+    : CFileBlock(o), flags(o.flags), parentStream(o.parentStream), filterProps(o.filterProps),
+      self(o.self), outputName(o.outputName), text(o.text.str()) {}
+CObj& CObj::operator=(const CObj& o) {
+    if (this != &o) {
+        CFileBlock::operator=(o);
+        flags = o.flags;
+        parentStream = o.parentStream;
+        filterProps = o.filterProps;
+        self = o.self;
+        outputName = o.outputName;
+        text.str(o.text.str());
+    }
+    return *this;
+}
+CObj::~CObj() = default;
+
+bool CObj::Read(CSourFile&) { return true; }
+
+bool CObj::Write(CDestFile&, CSourFile&) { return true; }
+
+// Rendering of object text with references rewritten lives with the writer;
+// the base form renders nothing and reports success.
+bool CObj::WriteObj(CDestFile&, CSourFile&) { return true; }
+
+bool CObj::toStream(CDestFile& out) {
+    CSourFile* src = out.GetSourFile();
+    if (!src) return false;
+    src->clear();
+    return Write(out, *src);
+}
+
+bool CObj::IsObjStart(std::istream& in) {
+    int num = 0, gen = 0;
+    if (!(in >> num)) return false;
+    if (!(in >> gen)) return false;
+    std::string token;
+    readPDFString(in, token);
+    if (token != kwobj) return false;
+    char c = 0;
+    if (!(in >> std::ws).get(c)) {
+        in.clear(in.rdstate() & ~std::ios::failbit & ~std::ios::eofbit);
+        return true;
+    }
+    while (c == '%') {
+        char d = 0;
+        while (in.get(d) && d != '\n' && d != '\r') {
+        }
+        if (!in) {
+            in.clear();
+            return true;
+        }
+        c = 0;
+        if (!(in >> std::ws).get(c)) {
+            in.clear();
+            return true;
+        }
+    }
+    in.unget();
+    return true;
+}
+
+namespace {
+
+// Reads the container's dictionary and body, decodes it and caches the result
+// in the source that owns the file. `in` stands at the container's value.
+bool decodeObjectStream(CSourFile& in, const SObj& container, const SObj& wanted) {
+    CSourFile& root = in.root();
+    if (root.decodedObjStm(container.num)) return true;
+
+    CStreamType stm(container);
+    CObjectPosition positions(&in);
+    const int64_t end = positions.getEndPosition(wanted);
+    const bool boundByEnd = positions.getObjType(wanted) == 1;
+    int first = -1, count = -1;
+    std::string token;
+    bool haveBody = false;
+    for (;;) {
+        readPDFString(in, token);
+        if (!in.good()) return false;
+        if (token == kwendobj) break;
+        if (boundByEnd && static_cast<int64_t>(in.tellg()) > end) break;
+        if (token == nmType) {
+            readPDFString(in, token);
+            if (token != nmObjStm) return false;
+        } else if (token == nmLength) {
+            std::streampos p = in.tellg();
+            if (!stm.ReadLen(in)) return false;
+            in.clear();
+            in.seekg(p);
+        } else if (token == nmFilter) {
+            if (!stm.ReadFilter(in, 0)) return false;
+        } else if (token == nmFirst) {
+            in >> first;
+            if (!in.good()) return false;
+        } else if (token == nmN) {
+            in >> count;
+            if (!in.good()) return false;
+        } else if (token == kwstream) {
+            if (!stm.Read(in)) return false;
+            stm.isEncryptObject = container == in.root().fileInfo.encrypt.self;
+            int len = static_cast<int>(stm.data.size());
+            if (stm.filterStreamType(stm.data, len) != 0) return false;
+            haveBody = true;
+            break;
+        }
+    }
+    if (!haveBody) return false;
+    root.cacheObjectStream(container.num, std::move(stm.data), first, count);
+    return true;
+}
+
+}  // namespace
+
+bool CObj::ReadObjStream(CSourFile& in, std::stringstream& out, SObjState state) {
+    const SObj container(state.pos, 0);
+    if (!decodeObjectStream(in, container, self)) return false;
+    const CSourFile::DecodedObjStm* d = in.root().decodedObjStm(container.num);
+    if (!d || d->first < 0 || d->count < 0) return false;
+    if (state.index < 0 || state.index >= d->count) return false;
+
+    std::istringstream idx(d->data);
+    int num = 0, off = 0;
+    for (int i = 0; i < state.index; ++i) {
+        if (!(idx >> num >> off)) return false;
+    }
+    if (!(idx >> num) || num != self.num) return false;
+    if (!(idx >> off)) return false;
+    long long endOff;
+    if (state.index != d->count - 1) {
+        int nextNum = 0, nextOff = 0;
+        if (!(idx >> nextNum >> nextOff)) return false;
+        endOff = nextOff;
+    } else {
+        endOff = static_cast<long long>(d->data.size()) - d->first;
+    }
+    long long from = static_cast<long long>(d->first) + off;
+    long long to = static_cast<long long>(d->first) + endOff;
+    const long long total = static_cast<long long>(d->data.size());
+    from = std::clamp(from, 0LL, total);
+    to = std::clamp(to, from, total);
+
+    out << self.num << ' ' << self.gen << ' ' << kwobj << '\n';
+    out.write(d->data.data() + from, to - from);
+    out << '\n' << kwendobj << kw_r_n;
+    parentStream = &in;
+    return true;
+}
+
+void CObj::fromStream(CSourFile& in) {
+    if (!(flags & kIndirect)) {
+        Read(in);
+        return;
+    }
+    SObjState st = GetObjState(in.root(), self);
+    CSourFile& root = in.root();
+    if (st.kind != 2) {
+        root.clear();
+        root.seekg(st.pos);
+        std::streampos at = root.tellg();
+        if (IsObjStart(root) && isDictStart(root)) {
+            root.seekg(at);
+            Read(root);
+        }
+        return;
+    }
+    flags |= kFromObjectStream;
+    std::stringstream buf;
+    root.clear();
+    SObjState container = GetObjState(root, st.pos, 0);
+    root.seekg(container.pos);
+    if (!(IsObjStart(root) && isDictStart(root))) {
+        root.clear();
+        return;
+    }
+    if (!ReadObjStream(root, buf, st)) return;
+    CSourFile view(buf);
+    view.makeView(root, true);
+    if (!Read(view)) root.clear();
+}
+
+bool CObj::LocalObj(CDestFile& out, CSourFile& in) {
+    CSourFile& root = in.root();
+    SObjState st = GetObjState(root, self);
+    if (!root.good()) root.clear();
+    if (st.kind != 2) {
+        root.seekg(st.pos);
+        if (IsObjStart(root)) return WriteObj(out, root);
+        root.clear();
+        root.seekg(st.pos);
+        std::string token;
+        readPDFString(root, token);
+        return false;
+    }
+    std::stringstream buf;
+    SObjState container = GetObjState(root, st.pos, 0);
+    root.seekg(container.pos);
+    if (!(IsObjStart(root) && isDictStart(root))) {
+        root.clear();
+        return false;
+    }
+    if (!ReadObjStream(root, buf, st)) return false;
+    if (!IsObjStart(buf)) return false;
+    CSourFile view(buf);
+    view.makeView(root, false);
+    return WriteObj(out, view);
+}
+
+bool CObj::ParseObj(CSourFile& in, CSourFile*& view, std::stringstream& text, const SObj& key) {
+    // Lookups and positions always refer to the file itself: inside a view
+    // the parent is where the object table and the offsets belong.
+    CSourFile& root = in.root();
+    SObjState st = GetObjState(root, key);
+    if (st.kind == 2) {
+        CObj tmp(key);
+        tmp.flags |= kFromObjectStream;
+        root.clear();
+        SObjState container = GetObjState(root, st.pos, 0);
+        root.seekg(container.pos);
+        if (!root.good() || !IsObjStart(root) || !isDictStart(root)) {
+            root.clear();
+            return false;
+        }
+        if (!tmp.ReadObjStream(root, text, st)) {
+            root.clear();
+            return false;
+        }
+        if (!view) return false;
+        view->makeView(root, true);
+        if (!IsObjStart(*view)) {
+            view->clear();
+            root.clear();
+            return false;
+        }
+        return true;
+    }
+    if (st.pos > 0) {
+        root.clear();
+        root.seekg(st.pos);
+        if (!root.good() || !IsObjStart(root)) {
+            root.clear();
+            return false;
+        }
+        if (view && view != &root && view != &in) delete view;
+        view = &root;
+        return true;
+    }
+    return false;
+}
+
+bool CObj::ReadIntObj(CSourFile& in, int& value) { return readIntObj(in, value, 0); }
+
+bool CObj::readIntObj(CSourFile& in, int& value, int depth) {
+    CObjRef ref;
+    if (!ref.Read(in)) {
+        in >> value;
+        return true;
+    }
+    if (depth >= kMaxRefDepth) return false;
+    std::stringstream text;
+    CSourFile* view = new CSourFile(text);
+    CSourFile* owned = view;
+    CSourFile& root = in.root();
+    std::streampos back = root.tellg();
+    bool ok = false;
+    if (ParseObj(in, view, text, SObj(ref.num, ref.gen))) {
+        readIntObj(*view, value, depth + 1);
+        ok = !view->bad() && !root.bad();
+    }
+    if (view == owned) delete owned;
+    else delete owned;
+    root.clear();
+    root.seekg(back);
+    if (&in != &root) in.clear();
+    return ok;
+}
+
+bool CObj::ReadNumArrayObj(CSourFile& in, std::vector<float>& out) { return readNumArrayObj(in, out, 0); }
+
+bool CObj::readNumArrayObj(CSourFile& in, std::vector<float>& out, int depth) {
+    CSourFile& root = in.root();
+    std::streampos start = in.tellg();
+    auto failBack = [&]() {
+        in.clear();
+        in.seekg(start);
+        return false;
+    };
+    CObjRef ref;
+    if (ref.Read(in)) {
+        if (depth >= kMaxRefDepth) return failBack();
+        std::stringstream text;
+        CSourFile* owned = new CSourFile(text);
+        CSourFile* view = owned;
+        std::streampos back = root.tellg();
+        bool ok = ParseObj(in, view, text, SObj(ref.num, ref.gen)) && readNumArrayObj(*view, out, depth + 1);
+        delete owned;
+        root.clear();
+        root.seekg(back);
+        if (&in != &root) {
+            in.clear();
+        }
+        return ok;
+    }
+    char c = 0;
+    if (!(in >> c) || c != '[') return failBack();
+    for (;;) {
+        if (!(in >> c)) return failBack();
+        if (c == ']') return true;
+        in.unget();
+        CObjRef elem;
+        if (elem.Read(in)) {
+            if (depth >= kMaxRefDepth) return failBack();
+            std::stringstream text;
+            CSourFile* owned = new CSourFile(text);
+            CSourFile* view = owned;
+            std::streampos back = in.tellg();
+            float v = 0;
+            bool ok = ParseObj(in, view, text, SObj(elem.num, elem.gen)) && static_cast<bool>(*view >> v);
+            delete owned;
+            root.clear();
+            if (&in != &root) in.clear();
+            in.seekg(back);
+            if (!ok) return failBack();
+            out.push_back(v);
+        } else {
+            float v = 0;
+            if (!(in >> v)) return failBack();
+            out.push_back(v);
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Value types
+
+const CStringType::EscPair CStringType::EscTab[8] = {{'n', 10}, {'r', 13}, {'t', 9},  {'b', 8},
+                                                    {'f', 12}, {'\\', 92}, {'(', 40}, {')', 41}};
+
+bool CStringType::Read(CSourFile& in) {
+    in.unsetf(std::ios::skipws);
+    text.clear();
+    if (isHex) {
+        RedHexString(in);
+    } else {
+        char c = 0;
+        while (in.get(c)) {
+            if (c == ')') break;
+            if (c != '\\') {
+                text.push_back(c);
+                continue;
+            }
+            char e = 0;
+            if (!in.get(e)) break;
+            if (e == '\r') continue;
+            if (e == '\n') {
+                if (in.peek() == '\r') in.get(e);
+                continue;
+            }
+            if (isOctal(e)) {
+                int v = (e - '0') * 64;
+                char d2 = 0, d3 = 0;
+                bool g2 = static_cast<bool>(in.get(d2));
+                bool g3 = g2 && static_cast<bool>(in.get(d3));
+                if (g2 && isOctal(d2)) v += (d2 - '0') * 8;
+                if (g3 && isOctal(d3)) v += d3 - '0';
+                text.push_back(static_cast<char>(v & 0xFF));
+                continue;
+            }
+            bool mapped = false;
+            for (const EscPair& p : EscTab) {
+                if (p.letter == e) {
+                    text.push_back(p.byte);
+                    mapped = true;
+                    break;
+                }
+            }
+            if (!mapped) text.push_back(e);
+        }
+    }
+    length = static_cast<int>(text.size());
+    in.setf(std::ios::skipws);
+    const CEncrypt& enc = in.fileInfo.encrypt;
+    if (enc.passwordState > 0 && enc.Length >= 1 && length != 0 && !noDecrypt) {
+        if (DecryptString(enc, &self, text) != 0) return false;
+        length = static_cast<int>(text.size());
+    }
+    return true;
+}
+
+bool CStringType::RedHexString(std::istream& in) {
+    std::string pending;
+    char c = 0;
+    for (;;) {
+        if (!(in >> std::ws).get(c)) break;
+        if (c == '>') break;
+        if (c == '\n' || c == '\r') continue;
+        if (!std::isxdigit(static_cast<unsigned char>(c))) continue;
+        pending.push_back(c);
+        if (pending.size() == 2) {
+            unsigned int v = 0;
+            std::sscanf(pending.c_str(), "%x", &v);
+            text.push_back(static_cast<char>(v));
+            pending.clear();
+        }
+    }
+    if (!pending.empty()) {
+        pending.push_back('0');
+        unsigned int v = 0;
+        std::sscanf(pending.c_str(), "%x", &v);
+        text.push_back(static_cast<char>(v));
+    }
+    length = static_cast<int>(text.size());
+    return true;
+}
+
+bool CObjRef::Read(CSourFile& in) {
+    std::streampos start = in.tellg();
+    isRef = false;
+    char c = 0;
+    if ((in >> num) && (in >> gen) && (in >> c) && c == 'R') {
+        isRef = true;
+        return true;
+    }
+    in.clear();
+    in.seekg(start);
+    return false;
+}
+
+bool CLength::ReadLen(CSourFile& in) { return ReadIntObj(in, length); }
+
+CStreamType::~CStreamType() = default;
+
+void CStreamType::addStr(const std::string& s, bool atEnd) {
+    if (atEnd) data += s;
+    else data.insert(0, s);
+}
+
+namespace {
+
+// Reads up to `count` bytes; the string keeps what could be read.
+void readBytes(std::istream& in, std::string& into, long long count) {
+    into.resize(static_cast<std::size_t>(count));
+    in.read(&into[0], count);
+    into.resize(static_cast<std::size_t>(in.gcount()));
+}
+
+long long remainingBytes(std::istream& in) {
+    std::streampos here = in.tellg();
+    if (here == std::streampos(-1)) return 0;
+    in.seekg(0, std::ios::end);
+    std::streampos end = in.tellg();
+    in.seekg(here);
+    return end > here ? static_cast<long long>(end - here) : 0;
+}
+
+}  // namespace
+
+bool CStreamType::Read(CSourFile& in) {
+    in.unsetf(std::ios::skipws);
+    char c = 0;
+    if (!in.get(c) || (c != '\r' && c != '\n')) {
+        in.setf(std::ios::skipws);
+        return false;
+    }
+    if (c == '\r') {
+        char d = 0;
+        if (in.get(d)) {
+            if (d != '\n') in.unget();
+        } else {
+            in.clear();
+        }
+    }
+    const std::streampos bodyStart = in.tellg();
+    dataOffset = static_cast<long long>(bodyStart);
+    if (length < 0) throw std::length_error("negative stream length");
+    const long long available = remainingBytes(in);
+    data.clear();
+    std::streampos position;
+    bool oneTooLong = false;
+    if (length >= 1 && length - 1 <= available) {
+        readBytes(in, data, length - 1);
+        position = in.tellg();
+        std::string token;
+        if (in.peek() == 'e') {
+            in.setf(std::ios::skipws);
+            readPDFString(in, token);
+            in.unsetf(std::ios::skipws);
+        }
+        if (token == kwendstream) {
+            data.push_back('\n');
+            in.clear();
+            in.seekg(position);
+            oneTooLong = true;
+        } else {
+            in.clear();
+            in.seekg(bodyStart);
+        }
+    }
+    if (!oneTooLong) {
+        readBytes(in, data, std::min<long long>(length, available));
+        in.clear();
+        position = in.tellg();
+    }
+
+    // The keyword must follow the data; repair a /Length that says otherwise.
+    in.setf(std::ios::skipws);
+    std::string token;
+    readPDFString(in, token);
+    if (token == kwendstream) {
+        in.clear();
+        in.seekg(position);
+    } else if (data.rfind(kwendstream) != std::string::npos) {
+        // The declared length runs over the keyword; the data keep it.
+        in.clear();
+    } else {
+        std::string joined = data + token;
+        const std::size_t oldSize = data.size();
+        std::size_t from = oldSize >= 9 ? oldSize - 9 : 0;
+        std::size_t p = joined.find(kwendstream, from);
+        in.clear();
+        if (p != std::string::npos) {
+            data = joined.substr(0, p);
+            length = static_cast<int>(data.size());
+            in.seekg(position + std::streamoff(static_cast<long long>(p) - static_cast<long long>(oldSize)));
+        } else {
+            // Read on block by block until the keyword shows up.
+            in.seekg(position);
+            in.unsetf(std::ios::skipws);
+            std::string more;
+            const std::size_t kwLen = std::strlen(kwendstream);
+            char block[1024];
+            std::size_t found = std::string::npos;
+            while (found == std::string::npos) {
+                in.read(block, sizeof block);
+                std::streamsize got = in.gcount();
+                if (got <= 0) break;
+                std::size_t searchFrom = more.size() >= kwLen ? more.size() - kwLen + 1 : 0;
+                more.append(block, static_cast<std::size_t>(got));
+                found = more.find(kwendstream, searchFrom);
+                if (!in) break;
+            }
+            in.clear();
+            if (found == std::string::npos) {
+                in.setf(std::ios::skipws);
+                in.setstate(std::ios::failbit);
+                return false;
+            }
+            length += static_cast<int>(found);
+            data.append(more, 0, found);
+            in.seekg(position + std::streamoff(found));
+        }
+    }
+
+    in.setf(std::ios::skipws);
+    const CEncrypt& enc = in.fileInfo.encrypt;
+    if (enc.passwordState > 0 && enc.Length >= 1 && length != 0 && !isEncryptObject) {
+        if (DecryptString(enc, &self, data) != 0) return false;
+        length = static_cast<int>(data.size());
+    }
+    return in.good();
+}
+
+std::istream& CArrayType::operator>>(std::istream& in) {
+    std::streampos start = in.tellg();
+    if (FindStr(in, "]")) {
+        std::streamoff dist = in.tellg() - start;
+        if (dist > 0) {
+            raw.resize(static_cast<std::size_t>(dist));
+            in.read(&raw[0], dist);
+            raw.resize(static_cast<std::size_t>(in.gcount()));
+        } else {
+            raw.clear();
+        }
+    } else {
+        in.seekg(start);
+    }
+    return in;
+}
+
+std::istream& operator>>(std::istream& in, CDictType&) { return in; }
+std::istream& operator>>(std::istream& in, CObjType&) { return in; }
+
+}  // namespace PDF_KILN

@@ -1,0 +1,141 @@
+// Opening a document: header, cross-reference chain, catalog, page list.
+#include "pdfkiln_sourfile.h"
+
+#include <cstring>
+
+namespace PDF_KILN {
+
+namespace {
+
+// Header lines of this length or more are not headers: the scan gives up.
+constexpr std::size_t kHeaderLine = 1024;
+
+const char* const kVersions[] = {"%PDF-1.0", "%PDF-1.1", "%PDF-1.2", "%PDF-1.3", "%PDF-1.4",
+                                 "%PDF-1.5", "%PDF-1.6", "%PDF-1.7", "%PDF-2.0"};
+
+}  // namespace
+
+CSourFile::CSourFile(std::istream& in) : std::istream(nullptr) {
+    init(in.rdbuf());
+    CFileInfo::CInfo& info = fileInfo.info;
+    info.title = "PDF_KILN";
+    info.author = "pdfkiln@zarnoth.example";
+    info.subject = "Pdf-Merge(Split)-Kiln";
+    info.keywords = "PDF<KILN>";
+    info.creator = "PDF_KILN";
+    info.producer = "Zarnoth.Co.Ltd";
+    info.trapped = "Unknown";
+}
+
+CSourFile::~CSourFile() = default;
+
+void CSourFile::makeView(CSourFile& parent, bool shareTable) {
+    objectStreamView = true;
+    viewParent = &parent;
+    annotsEnable = parent.annotsEnable;
+    annotSubtypes = parent.annotSubtypes;
+    acroFormsEnable = parent.acroFormsEnable;
+    std::memcpy(pageCm, parent.pageCm, sizeof pageCm);
+    pageRotate = parent.pageRotate;
+    headerOffset = 0;
+    if (shareTable) fileInfo.objTable = parent.fileInfo.objTable;
+}
+
+void CSourFile::cacheObjectStream(int container, std::string data, int first, int count) {
+    DecodedObjStm& d = objStmCache[container];
+    d.data = std::move(data);
+    d.first = first;
+    d.count = count;
+}
+
+const CSourFile::DecodedObjStm* CSourFile::decodedObjStm(int container) const {
+    auto it = objStmCache.find(container);
+    return it == objStmCache.end() ? nullptr : &it->second;
+}
+
+bool CSourFile::FindStr(const std::string& what) {
+    std::string token;
+    while (good()) {
+        readPDFString(*this, token);
+        if (token == what) return true;
+    }
+    return false;
+}
+
+int CSourFile::CheckAndInit() {
+    clear();
+    seekg(0);
+    unsetf(std::ios::skipws);
+    objStmCache.clear();
+
+    // Header: the first line that holds "%PDF-"; junk may stand before it.
+    char line[kHeaderLine];
+    for (;;) {
+        std::streampos at = tellg();
+        if (at == std::streampos(-1)) return kResultBadFile;
+        std::memset(line, 0, sizeof line);
+        getline(line, sizeof line, '\n');
+        // A line that filled the buffer without its end is no header line.
+        if (fail() && !eof()) return kResultBadFile;
+        const char* hit = nullptr;
+        std::size_t n = static_cast<std::size_t>(gcount());
+        for (std::size_t i = 0; i + 5 <= n; ++i) {
+            if (std::memcmp(line + i, kw_PDF_, 5) == 0) {
+                hit = line + i;
+                break;
+            }
+        }
+        if (hit) {
+            headerOffset = static_cast<int>(at) + static_cast<int>(hit - line);
+            std::string text(line, n);
+            version.clear();
+            for (const char* v : kVersions) {
+                if (text.find(v) != std::string::npos) {
+                    version = v;
+                    break;
+                }
+            }
+            if (version.empty()) return kResultBadFile;
+            break;
+        }
+        if (eof()) return kResultBadFile;
+    }
+
+    clear();
+    seekg(-10, std::ios::end);
+    char tail[256] = {};
+    read(tail, 10);
+    setf(std::ios::skipws);
+    clear();
+
+    fileInfo.ownTable.clear();
+    fileInfo.positions.clear();
+    fileInfo.offsets.clear();
+    xrefStreamObjects.clear();
+    fileInfo.classicSections = fileInfo.xrefStreams = 0;
+    fileInfo.fromStream(*this);
+    if (!good()) return kResultBadXRef;
+
+    catalog.Init();
+    catalog.self = fileInfo.rootRef;
+    catalog.fromStream(*this);
+    if (!good()) return kResultBadFile;
+
+    // The page tree is listed by the page-tree classes; until they read it a
+    // document opens with no pages.
+    pages.clear();
+    curPageNo = 0;
+    return kResultOk;
+}
+
+int CSourFile::InitOther() {
+    catalog.Init();
+    catalog.self = fileInfo.rootRef;
+    catalog.fromStream(*this);
+    if (!good()) return kResultBadXRef;
+    pages.clear();
+    curPageNo = 0;
+    return kResultOk;
+}
+
+}  // namespace PDF_KILN

@@ -1,0 +1,212 @@
+// pdfkiln info / pdfkiln xref: what the reader learned about a file.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "PDFKilnPage/PDFKilnPage.h"
+#include "commands.h"
+
+using namespace PDF_KILN;
+
+namespace {
+
+std::string hex(const unsigned char* p, std::size_t n) {
+    static const char* digits = "0123456789abcdef";
+    std::string s;
+    for (std::size_t i = 0; i < n; ++i) {
+        s += digits[p[i] >> 4];
+        s += digits[p[i] & 15];
+    }
+    return s;
+}
+
+std::string jsonString(const std::string& v) {
+    std::string s = "\"";
+    for (unsigned char c : v) {
+        if (c == '"' || c == '\\') {
+            s += '\\';
+            s += static_cast<char>(c);
+        } else if (c < 0x20 || c >= 0x7f) {
+            char b[8];
+            std::snprintf(b, sizeof b, "\\u%04x", c);
+            s += b;
+        } else {
+            s += static_cast<char>(c);
+        }
+    }
+    return s + "\"";
+}
+
+// Text for a person: non-printable bytes as \ooo.
+std::string printable(const std::string& v) {
+    std::string s;
+    for (unsigned char c : v) {
+        if (c >= 0x20 && c < 0x7f) s += static_cast<char>(c);
+        else {
+            char b[8];
+            std::snprintf(b, sizeof b, "\\%03o", c);
+            s += b;
+        }
+    }
+    return s;
+}
+
+std::string ref(const SObj& o) { return std::to_string(o.num) + " " + std::to_string(o.gen) + " R"; }
+
+struct Args {
+    const char* file = nullptr;
+    std::string password;
+    bool json = false;
+    bool ok = true;
+};
+
+Args parse(int argc, char** argv) {
+    Args a;
+    for (int i = 1; i < argc; ++i) {
+        if (!std::strcmp(argv[i], "--json")) a.json = true;
+        else if (!std::strcmp(argv[i], "--password") && i + 1 < argc) a.password = argv[++i];
+        else if (argv[i][0] == '-' && argv[i][1]) a.ok = false;
+        else if (!a.file) a.file = argv[i];
+        else a.ok = false;
+    }
+    if (!a.file) a.ok = false;
+    return a;
+}
+
+const char* resultText(int rc) {
+    switch (rc) {
+        case kResultBadFile: return "not a usable PDF file";
+        case kResultBadXRef: return "the cross-reference chain could not be read";
+        case kResultNotLocalised: return "the catalog could not be located";
+        case kResultStdException: return "internal error while reading";
+        default: return "open failed";
+    }
+}
+
+}  // namespace
+
+int cmdInfo(int argc, char** argv) {
+    Args a = parse(argc, argv);
+    if (!a.ok) {
+        std::fputs("usage: pdfkiln info FILE [--password P] [--json]\n", stderr);
+        return 2;
+    }
+    CPDFKilnPage doc(a.file, a.password);
+    int rc = doc.init();
+    if (rc == 0 && !a.password.empty()) {
+        try {
+            doc.SetSourcePassword(a.password);
+        } catch (int code) {
+            rc = code;
+        }
+    }
+    if (rc != 0) {
+        std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", a.file, resultText(rc), rc);
+        return 1;
+    }
+    CSourFile& src = *doc.getSource();
+    const CFileInfo& fi = src.fileInfo;
+    int byKind[3] = {0, 0, 0};
+    for (const auto& e : *fi.objTable)
+        if (e.second.kind <= 2) ++byKind[e.second.kind];
+    const CFileInfo::CInfo& info = fi.info;
+    const CEncrypt& enc = fi.encrypt;
+    const std::string id1 = hex(fi.fileId.id1, fi.fileId.id1Length);
+    const std::string id2 = hex(fi.fileId.id2, fi.fileId.id2Length);
+    struct Field { const char* key; const std::string* value; };
+    const Field fields[] = {{"Title", &info.title},       {"Author", &info.author},
+                            {"Subject", &info.subject},   {"Keywords", &info.keywords},
+                            {"Creator", &info.creator},   {"Producer", &info.producer},
+                            {"CreationDate", &info.creationDate}, {"ModDate", &info.modDate},
+                            {"Trapped", &info.trapped}};
+
+    if (a.json) {
+        std::printf("{\n  \"file\": %s,\n", jsonString(a.file).c_str());
+        std::printf("  \"version\": %s,\n  \"headerOffset\": %d,\n", jsonString(src.version).c_str(), src.headerOffset);
+        std::printf("  \"xref\": {\"classicSections\": %d, \"xrefStreams\": %d, \"objects\": %zu, "
+                    "\"free\": %d, \"inUse\": %d, \"compressed\": %d},\n",
+                    fi.classicSections, fi.xrefStreams, fi.objTable->size(), byKind[0], byKind[1], byKind[2]);
+        std::printf("  \"trailer\": {\"Size\": %d, \"Root\": %s, \"Info\": %s, \"Encrypt\": %s, \"ID\": [%s, %s]},\n",
+                    fi.size, jsonString(ref(fi.rootRef)).c_str(),
+                    fi.info.self.num ? jsonString(ref(fi.info.self)).c_str() : "null",
+                    enc.self.num ? jsonString(ref(enc.self)).c_str() : (enc.handlerKind ? "\"direct\"" : "null"),
+                    jsonString(id1).c_str(), jsonString(id2).c_str());
+        std::printf("  \"info\": {");
+        for (std::size_t i = 0; i < sizeof fields / sizeof fields[0]; ++i)
+            std::printf("%s%s: %s", i ? ", " : "", jsonString(fields[i].key).c_str(),
+                        jsonString(*fields[i].value).c_str());
+        std::printf("},\n");
+        if (enc.handlerKind) {
+            std::printf("  \"encrypt\": {\"Filter\": %s, \"V\": %d, \"R\": %d, \"Length\": %d, \"P\": %d, "
+                        "\"EncryptMetadata\": %s, \"cipher\": %d, \"O\": %s, \"U\": %s}\n",
+                        jsonString(enc.Filter).c_str(), enc.V, enc.R, enc.Length, enc.P,
+                        enc.EncryptMetadata ? "true" : "false", enc.cipherMode,
+                        jsonString(hex(enc.O, enc.OLength)).c_str(), jsonString(hex(enc.U, enc.ULength)).c_str());
+        } else {
+            std::printf("  \"encrypt\": null\n");
+        }
+        std::printf("}\n");
+        return 0;
+    }
+
+    std::printf("file:            %s\n", a.file);
+    std::printf("version:         %s (header at offset %d)\n", src.version.c_str(), src.headerOffset);
+    std::printf("cross-reference: %d classic section(s), %d stream(s)\n", fi.classicSections, fi.xrefStreams);
+    std::printf("objects:         %zu (%d in use, %d in object streams, %d free)\n", fi.objTable->size(), byKind[1],
+                byKind[2], byKind[0]);
+    std::printf("trailer:\n");
+    std::printf("  /Size          %d\n", fi.size);
+    std::printf("  /Root          %s\n", ref(fi.rootRef).c_str());
+    if (fi.info.self.num) std::printf("  /Info          %s\n", ref(fi.info.self).c_str());
+    if (enc.self.num) std::printf("  /Encrypt       %s\n", ref(enc.self).c_str());
+    else if (enc.handlerKind) std::printf("  /Encrypt       (direct dictionary)\n");
+    if (fi.fileId.id1Length) std::printf("  /ID            <%s> <%s>\n", id1.c_str(), id2.c_str());
+    std::printf("info:\n");
+    for (const Field& f : fields) std::printf("  /%-13s %s\n", f.key, printable(*f.value).c_str());
+    if (enc.handlerKind) {
+        std::printf("encrypt:\n");
+        std::printf("  /Filter        %s\n", enc.Filter);
+        std::printf("  /V %d /R %d /Length %d /P %d%s\n", enc.V, enc.R, enc.Length, enc.P,
+                    enc.EncryptMetadata ? "" : " /EncryptMetadata false");
+        static const char* ciphers[] = {"none", "RC4", "AES-128", "AES-256"};
+        std::printf("  cipher         %s\n", ciphers[enc.cipherMode >= 0 && enc.cipherMode <= 3 ? enc.cipherMode : 0]);
+        std::printf("  /O             <%s>\n", hex(enc.O, enc.OLength).c_str());
+        std::printf("  /U             <%s>\n", hex(enc.U, enc.ULength).c_str());
+    }
+    return 0;
+}
+
+int cmdXref(int argc, char** argv) {
+    Args a = parse(argc, argv);
+    if (!a.ok) {
+        std::fputs("usage: pdfkiln xref FILE [--json]\n", stderr);
+        return 2;
+    }
+    CPDFKilnPage doc(a.file, a.password);
+    int rc = doc.init();
+    if (rc != 0 && rc != kResultNotLocalised) {
+        std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", a.file, resultText(rc), rc);
+        return 1;
+    }
+    const ObjTable& table = *doc.getSource()->fileInfo.objTable;
+    if (a.json) std::printf("[\n");
+    bool firstRow = true;
+    for (const auto& e : table) {
+        const SObj& k = e.first;
+        const SObjState& s = e.second;
+        if (a.json) {
+            std::printf("%s  {\"num\": %d, \"gen\": %d, \"kind\": %d, ", firstRow ? "" : ",\n", k.num, k.gen, s.kind);
+            if (s.kind == 2) std::printf("\"stream\": %d, \"index\": %d}", s.pos, s.index);
+            else std::printf("\"offset\": %d}", s.pos);
+        } else if (s.kind == 2) {
+            std::printf("%d/%d: compressed; stream = %d, index = %d\n", k.num, k.gen, s.pos, s.index);
+        } else if (s.kind == 1) {
+            std::printf("%d/%d: uncompressed; offset = %d\n", k.num, k.gen, s.pos);
+        } else {
+            std::printf("%d/%d: free\n", k.num, k.gen);
+        }
+        firstRow = false;
+    }
+    if (a.json) std::printf("\n]\n");
+    return 0;
+}

@@ -1,0 +1,10 @@
+// Sub-commands of the pdfkiln tool. Each takes the arguments after its own
+// name (argv[0] is the sub-command name) and returns the process exit code.
+#ifndef PDFKILN_TOOL_COMMANDS_H
+#define PDFKILN_TOOL_COMMANDS_H
+
+int cmdInfo(int argc, char** argv);
+int cmdXref(int argc, char** argv);
+int cmdJbig2(int argc, char** argv);
+
+#endif

@@ -1,0 +1,42 @@
+// pdfkiln: the command-line face of the library.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "commands.h"
+
+namespace {
+
+void usage(FILE* out) {
+    std::fputs(
+        "usage: pdfkiln COMMAND [ARGS]\n"
+        "\n"
+        "commands:\n"
+        "  info FILE [--password P] [--json]   header, cross-reference chain, trailer, /Info, /Encrypt\n"
+        "  xref FILE [--json]                  every entry of the object table\n"
+        "  jbig2 IN -o OUT.png|OUT.pbm [--embedded]\n"
+        "                                      decode a JBIG2 file or embedded stream to an image\n",
+        out);
+}
+
+}  // namespace
+
+// Stands in when the JBIG2 command is not built into this tool.
+__attribute__((weak)) int cmdJbig2(int, char**) {
+    std::fputs("pdfkiln: jbig2 is not available in this build\n", stderr);
+    return 2;
+}
+
+int main(int argc, char** argv) {
+    if (argc < 2 || !std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help")) {
+        usage(argc < 2 ? stderr : stdout);
+        return argc < 2 ? 2 : 0;
+    }
+    std::string cmd = argv[1];
+    if (cmd == "info") return cmdInfo(argc - 1, argv + 1);
+    if (cmd == "xref") return cmdXref(argc - 1, argv + 1);
+    if (cmd == "jbig2") return cmdJbig2(argc - 1, argv + 1);
+    std::fprintf(stderr, "pdfkiln: unknown command '%s'\n", cmd.c_str());
+    usage(stderr);
+    return 2;
+}
