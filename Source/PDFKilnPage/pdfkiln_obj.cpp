@@ -509,7 +509,7 @@ bool CObj::ParseObj(CSourFile& in, CSourFile*& view, std::stringstream& text, co
             root.clear();
             return false;
         }
-        if (view && view != &root && view != &in) delete view;
+        // The caller keeps ownership of the view it passed in.
         view = &root;
         return true;
     }
@@ -535,8 +535,7 @@ bool CObj::readIntObj(CSourFile& in, int& value, int depth) {
         readIntObj(*view, value, depth + 1);
         ok = !view->bad() && !root.bad();
     }
-    if (view == owned) delete owned;
-    else delete owned;
+    delete owned;
     root.clear();
     root.seekg(back);
     if (&in != &root) in.clear();
