@@ -37,6 +37,7 @@ public:
     public:
         CInfo();
         bool Read(CSourFile& in) override;
+        bool Write(CDestFile& out, CSourFile& in) override;
         bool ReadInfo(CSourFile& in, const std::string& key);
         void SetInfo(InfoDic info);
         static void createdate(std::string& out);
@@ -53,6 +54,7 @@ public:
         CFileID();
         bool Read(CSourFile&) override { return true; }
         bool Write(CDestFile& out, CSourFile& in) override;
+        void WriteID(CDestFile& out);
         unsigned char id1[256];
         unsigned char id2[256];
         std::size_t id1Length = 0;
@@ -60,7 +62,11 @@ public:
     };
 
     CFileInfo();
+    CFileInfo(const CFileInfo&) = delete;
+    CFileInfo& operator=(const CFileInfo&) = delete;
     bool Read(CSourFile& in) override;
+    bool Write(CDestFile& out, CSourFile& in) override;
+    void WriteXRef(CDestFile& out);
     int GetPrev(CSourFile& in, bool expectTrailer);
     bool ReadCrt(CSourFile& in);
     bool ReadXRefObj(CSourFile& in, int& inOut);

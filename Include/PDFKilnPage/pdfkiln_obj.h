@@ -176,6 +176,11 @@ public:
     explicit CStringType(const SObj& key) : CObj(key) {}
     bool Read(CSourFile& in) override;
     bool RedHexString(std::istream& in);
+    // Writes the opener, the (encrypted) bytes and the closer to the destination.
+    bool Write(CDestFile& out, CSourFile& in) override;
+    // Escaped literal body and ')' / hexadecimal body and '>', without the opener.
+    static void WrtString(std::string& out, const std::string& bytes);
+    static void WrtHexString(std::string& out, const std::string& bytes);
 
     struct EscPair { char letter; char byte; };
     static const EscPair EscTab[8];
@@ -184,6 +189,7 @@ public:
     std::string text;
     bool isHex = false;
     bool noDecrypt = false;
+    bool noEncrypt = false;
 };
 
 class CLength : public CObj {
@@ -210,6 +216,9 @@ public:
     CStreamType() = default;
     explicit CStreamType(const SObj& key) : CLength(key) {}
     bool Read(CSourFile& in) override;
+    // Appends CR LF and the (encrypted) body, and patches the destination's
+    // open /Length slot with the body's size.
+    bool Write(CDestFile& out, CSourFile& in) override;
     ~CStreamType() override;
     void addStr(const std::string& s, bool atEnd = true);
 

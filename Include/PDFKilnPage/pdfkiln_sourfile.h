@@ -25,6 +25,8 @@ public:
 
     int CheckAndInit();
     int InitOther();
+    // Reads one page and enters the objects it reaches into fileObjects.
+    void readPageClosure(const SObj& page);
     bool FindStr(const std::string& what);
 
     // A view over one object's text taken out of an object stream, sharing
@@ -42,6 +44,9 @@ public:
         int count = 0;
     };
     const DecodedObjStm* decodedObjStm(int container) const;
+    // Containers being decoded right now, so that a container whose /Length
+    // is stored inside itself fails instead of recursing without end.
+    std::set<int> objStmDecoding;
 
     CCatalog catalog;
     CFileInfo fileInfo;

@@ -58,6 +58,10 @@ public:
 
 // Decrypts a string or stream body of `object` in place. Always returns 0.
 int DecryptString(const CEncrypt& enc, SObj* object, std::string& data);
+// Encrypts a string or stream body of the output object `object` in place.
+int encryptString(const CEncrypt& enc, SObj* object, std::string& data);
+// AES-CBC with a random vector in front; the key has 32 bytes for V 5, else 16.
+int encryptAES(std::string& data, unsigned char* key, int V);
 
 }  // namespace PDF_KILN
 

@@ -655,6 +655,5 @@ CFileInfo::CFileID::CFileID() {
     std::memset(id2, 0, sizeof id2);
 }
 
-bool CFileInfo::CFileID::Write(CDestFile&, CSourFile&) { return true; }
 
 }  // namespace PDF_KILN

@@ -285,11 +285,6 @@ CObj::~CObj() = default;
 
 bool CObj::Read(CSourFile&) { return true; }
 
-bool CObj::Write(CDestFile&, CSourFile&) { return true; }
-
-// Rendering of object text with references rewritten lives with the writer;
-// the base form renders nothing and reports success.
-bool CObj::WriteObj(CDestFile&, CSourFile&) { return true; }
 
 bool CObj::toStream(CDestFile& out) {
     CSourFile* src = out.GetSourFile();
@@ -335,6 +330,14 @@ namespace {
 bool decodeObjectStream(CSourFile& in, const SObj& container, const SObj& wanted) {
     CSourFile& root = in.root();
     if (root.decodedObjStm(container.num)) return true;
+    // A /Length that leads back into this same container would decode it
+    // again from inside its own decoding: refuse the inner attempt.
+    if (!root.objStmDecoding.insert(container.num).second) return false;
+    struct Finished {
+        CSourFile& source;
+        int num;
+        ~Finished() { source.objStmDecoding.erase(num); }
+    } finished{root, container.num};
 
     CStreamType stm(container);
     CObjectPosition positions(&in);
@@ -532,8 +535,7 @@ bool CObj::readIntObj(CSourFile& in, int& value, int depth) {
     std::streampos back = root.tellg();
     bool ok = false;
     if (ParseObj(in, view, text, SObj(ref.num, ref.gen))) {
-        readIntObj(*view, value, depth + 1);
-        ok = !view->bad() && !root.bad();
+        ok = readIntObj(*view, value, depth + 1) && !view->bad() && !root.bad();
     }
     delete owned;
     root.clear();

@@ -75,8 +75,10 @@ int CSourFile::CheckAndInit() {
         if (at == std::streampos(-1)) return kResultBadFile;
         std::memset(line, 0, sizeof line);
         getline(line, sizeof line, '\n');
-        // A line that filled the buffer without its end is no header line.
-        if (fail() && !eof()) return kResultBadFile;
+        // A line that filled the buffer without its end leaves the stream
+        // failed: its first part may still hold the header (a file whose lines
+        // end in CR alone is one line), but the scan cannot go on behind it.
+        const bool overlong = fail() && !eof();
         const char* hit = nullptr;
         std::size_t n = static_cast<std::size_t>(gcount());
         for (std::size_t i = 0; i + 5 <= n; ++i) {
@@ -98,7 +100,7 @@ int CSourFile::CheckAndInit() {
             if (version.empty()) return kResultBadFile;
             break;
         }
-        if (eof()) return kResultBadFile;
+        if (overlong || eof()) return kResultBadFile;
     }
 
     clear();

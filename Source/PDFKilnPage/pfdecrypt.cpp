@@ -26,7 +26,6 @@ CEncrypt::CEncrypt() {
 int CEncrypt::EncrptStream(std::string&, int&) { return 1; }
 int CEncrypt::EncryptString(std::string&, int&) { return 1; }
 
-bool CEncrypt::Write(CDestFile&, CSourFile&) { return true; }
 
 namespace {
 

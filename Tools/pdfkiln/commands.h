@@ -5,6 +5,7 @@
 
 int cmdInfo(int argc, char** argv);
 int cmdXref(int argc, char** argv);
+int cmdObject(int argc, char** argv);
 int cmdJbig2(int argc, char** argv);
 
 #endif

@@ -14,6 +14,8 @@ void usage(FILE* out) {
         "commands:\n"
         "  info FILE [--password P] [--json]   header, cross-reference chain, trailer, /Info, /Encrypt\n"
         "  xref FILE [--json]                  every entry of the object table\n"
+        "  object FILE N [G]                   one object's text, as the library renders it\n"
+        "  object FILE --all [--json]          every object of the table (stream bodies base64 in JSON)\n"
         "  jbig2 IN -o OUT.png|OUT.pbm [--embedded]\n"
         "                                      decode a JBIG2 file or embedded stream to an image\n",
         out);
@@ -35,6 +37,7 @@ int main(int argc, char** argv) {
     std::string cmd = argv[1];
     if (cmd == "info") return cmdInfo(argc - 1, argv + 1);
     if (cmd == "xref") return cmdXref(argc - 1, argv + 1);
+    if (cmd == "object") return cmdObject(argc - 1, argv + 1);
     if (cmd == "jbig2") return cmdJbig2(argc - 1, argv + 1);
     std::fprintf(stderr, "pdfkiln: unknown command '%s'\n", cmd.c_str());
     usage(stderr);

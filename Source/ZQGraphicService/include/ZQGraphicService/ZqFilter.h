@@ -75,6 +75,37 @@ constexpr std::size_t kMaxStageOutput = std::size_t(1) << 30;
 
 }  // namespace ZQGraphicService_NS
 
+// Zq_MemInit makes a block empty (all fields zero).
+// Zq_MemClear frees the data of a block when this library allocated it (it
+// marks such blocks in reserved24), never caller memory, then makes the block
+// empty; clearing twice is harmless.
+//
+// Zq_InflateStream decodes in->length bytes at in->data with the stage kind
+// prop->type into a new buffer for `out`. On ZQ_OK, data `out` owned is freed
+// first (in and out may be the same block), then out->data (never null),
+// out->length and out->capacity describe the result. On any other result
+// `out` is left as it was.
+//  - Flate and LZW are lenient like PDF viewers: trailing bytes, a missing or
+//    wrong checksum, a missing end code, truncation and damage after some
+//    output all yield the output decoded so far with ZQ_OK; damage before any
+//    output is ZQ_CORRUPT. Flate data without a zlib header is tried as raw
+//    deflate. Both apply /Predictor 2 (TIFF) or 10..15 (PNG) afterwards, with
+//    /Columns < 1 taken as 1; other predictor values and /BitsPerComponent
+//    other than 1, 2, 4, 8, 16 (when a predictor is used) are
+//    ZQ_BAD_ARGUMENT, an unknown PNG row type is ZQ_CORRUPT, and a short last
+//    row is decoded as far as it goes.
+//  - ASCIIHex and ASCII85 reject characters outside their alphabets with
+//    ZQ_CORRUPT; a missing end marker is accepted.
+//  - CCITTFax decodes K 0 data (EOL codes optional) of /Columns (1728 when
+//    0) pixels per row, BlackIs1 false, until the data runs out; only
+//    complete rows are returned.
+//  - DCT returns 8-bit interleaved samples; a truncated image is completed
+//    by the decoder, as viewers do.
+//  - Every stage's output is bounded by kMaxStageOutput (ZQ_TOO_LARGE).
+//
+// Zq_DeflateStream encodes with kind 1 (Flate: `mode` is the zlib level 0..9,
+// anything else means zlib's default), 3 (ASCIIHex, ends with '>') or 4
+// (ASCII85, ends with "~>"); `mode` is ignored by the ASCII kinds.
 extern "C" {
 void Zq_MemInit(ZQGraphicService_NS::FilterMemBlock* block);
 void Zq_MemClear(ZQGraphicService_NS::FilterMemBlock* block);

@@ -1,0 +1,304 @@
+// Object text: the span copier that renders an object for a destination,
+// and the writers of strings and stream bodies.
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "pdfkiln_cobjectposition.h"
+#include "pdfkiln_destfile.h"
+#include "pdfkiln_sourfile.h"
+#include "pfdecrypt.h"
+
+namespace PDF_KILN {
+
+namespace {
+
+// A /Length value whose blanks wait in the buffer for the stream's size.
+struct LengthSlot {
+    std::size_t pos;
+    std::size_t width;
+    int value;
+};
+
+// Copies the source bytes [from, to) to the end of `out`; the read position
+// is left where it was.
+void copySpan(std::istream& in, std::streampos from, std::streampos to, std::string& out) {
+    if (from == std::streampos(-1) || to == std::streampos(-1) || to <= from) return;
+    const std::streampos here = in.tellg();
+    const bool wasEof = in.eof();
+    in.clear();
+    in.seekg(from);
+    const std::size_t n = static_cast<std::size_t>(to - from);
+    const std::size_t old = out.size();
+    out.resize(old + n);
+    in.read(&out[old], static_cast<std::streamsize>(n));
+    out.resize(old + static_cast<std::size_t>(in.gcount()));
+    in.clear();
+    if (here != std::streampos(-1)) in.seekg(here);
+    else in.seekg(0, std::ios::end);
+    if (wasEof) in.setstate(std::ios::eofbit);
+}
+
+std::streampos endOf(std::istream& in) {
+    in.clear();
+    in.seekg(0, std::ios::end);
+    return in.tellg();
+}
+
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == 0; }
+
+// Removes a key name that stands at the buffer's end (behind it only blanks).
+void dropTrailingName(std::string& out, const std::string& name) {
+    std::size_t p = out.rfind(name);
+    if (p == std::string::npos) return;
+    for (std::size_t i = p + name.size(); i < out.size(); ++i)
+        if (!isBlank(out[i])) return;
+    out.erase(p);
+}
+
+void patchSlot(CDestFile& out, const LengthSlot& slot, long long value) {
+    std::string text = " " + std::to_string(value) + " ";
+    if (slot.pos + slot.width <= out.size()) out.replace(slot.pos, slot.width, text);
+}
+
+}  // namespace
+
+bool CObj::Write(CDestFile& out, CSourFile& in) {
+    if (out.keepNumbers()) {
+        out << self.num << ' ' << self.gen << ' ' << kwobj << ' ';
+        return LocalObj(out, in);
+    }
+    const SObj* mapped = out.newNumber(self.num, self.gen);
+    if (!mapped) return false;
+    const SObj target(mapped->num, mapped->gen);
+    out.RecordObjInfo(target);
+    out << target.num << ' ' << target.gen << ' ' << kwobj << ' ';
+    out.curObj = target;
+    LocalObj(out, in);
+    return true;
+}
+
+bool CObj::WriteObj(CDestFile& out, CSourFile& in) {
+    in.setf(std::ios::skipws);
+    const bool keep = out.keepNumbers();
+    CObjectPosition positions(&in);
+    const bool bounded = !in.objectStreamView && positions.getObjType(self) == 1;
+    const int64_t end = bounded ? positions.getEndPosition(self) : CObjectPosition::unknownPosition;
+    CSourFile& root = in.root();
+    const bool isSourceEncrypt = self.num > 0 && self == root.fileInfo.encrypt.self;
+    const bool isOutputEncrypt = out.curObj.num > 0 && out.curObj == out.fileInfo.encrypt.self;
+
+    std::vector<LengthSlot> slots;
+    std::streampos flushed = in.tellg();
+    std::string prev, token;
+
+    auto finish = [&](bool ok) {
+        // A /Length that no stream followed keeps its own value.
+        for (auto it = slots.rbegin(); it != slots.rend(); ++it) patchSlot(out, *it, it->value);
+        out.lengthSlotOpen = false;
+        return ok;
+    };
+
+    for (;;) {
+        if (bounded && in.good() && static_cast<int64_t>(in.tellg()) > end) {
+            // No endobj before the next object: stop at the next object's start.
+            copySpan(in, flushed, std::streampos(static_cast<std::streamoff>(end)), out);
+            out.writtenLength = static_cast<int>(out.size());
+            return finish(true);
+        }
+        if (!in.good()) {
+            in.clear();
+            copySpan(in, flushed, endOf(in), out);
+            return finish(false);
+        }
+        in >> std::ws;
+        if (!in.good()) continue;
+        const std::streampos tokStart = in.tellg();
+
+        if (!keep) {
+            CObjRef ref;
+            if (ref.Read(in)) {
+                copySpan(in, flushed, tokStart, out);
+                flushed = in.tellg();
+                const SObj* mapped = out.newNumber(ref.num, ref.gen);
+                if (mapped) {
+                    out << ' ' << mapped->num << ' ' << mapped->gen << ' ' << kwR;
+                } else if (!prev.empty() && prev[0] == '/') {
+                    dropTrailingName(out, prev);
+                }
+                prev = kwR;
+                continue;
+            }
+        }
+
+        readPDFString(in, token);
+        std::streampos tokEnd = in.tellg();
+        if (tokEnd == std::streampos(-1)) tokEnd = endOf(in);
+
+        if (token == nmLength) {
+            CLength len(self);
+            const std::streampos keyEnd = tokEnd;
+            in >> std::ws;
+            const std::streampos valueStart = in.tellg();
+            if (!len.ReadLen(in) || in.fail()) {
+                in.clear();
+                copySpan(in, flushed, keyEnd, out);
+                return finish(false);
+            }
+            std::streampos valueEnd = in.tellg();
+            if (valueEnd == std::streampos(-1)) valueEnd = endOf(in);
+            copySpan(in, flushed, keyEnd, out);
+            const std::size_t width = static_cast<std::size_t>(valueEnd - valueStart);
+            slots.push_back({out.size(), width, len.length});
+            out.append(width, ' ');
+            flushed = valueEnd;
+            prev = token;
+            continue;
+        }
+
+        bool plain = true;  // false: the value is written unencrypted
+        if (token == nmRC || token == nmDS) {
+            const std::streampos back = in.tellg();
+            std::string next;
+            readPDFString(in, next);
+            in.clear();
+            in.seekg(back);
+            if (next == "(" || next == "<" || next == kwstream) {
+                copySpan(in, flushed, tokEnd, out);
+                flushed = tokEnd;
+                prev = token;
+                in >> std::ws;
+                const std::streampos valueStart = in.tellg();
+                readPDFString(in, token);
+                tokEnd = in.tellg();
+                if (tokEnd == std::streampos(-1)) tokEnd = endOf(in);
+                plain = false;
+                (void)valueStart;
+                copySpan(in, flushed, valueStart, out);
+                flushed = valueStart;
+            }
+        }
+
+        if (token == "(" || token == "<") {
+            const std::streampos start = plain ? tokStart : flushed;
+            copySpan(in, flushed, start, out);
+            const SObj saved = out.curObj;
+            if (!plain) out.curObj = SObj();
+            CStringType s(self);
+            s.noDecrypt = isSourceEncrypt;
+            s.noEncrypt = isOutputEncrypt;
+            s.isHex = token == "<";
+            s.Read(in);
+            s.Write(out, in);
+            out.curObj = saved;
+            flushed = in.tellg();
+            if (flushed == std::streampos(-1)) flushed = endOf(in);
+            prev = token;
+            continue;
+        }
+        if (token == kwstream) {
+            copySpan(in, flushed, tokEnd, out);
+            const SObj saved = out.curObj;
+            if (!plain) out.curObj = SObj();
+            CStreamType st(self);
+            st.length = slots.empty() ? 0 : slots.back().value;
+            st.isEncryptObject = isSourceEncrypt;
+            if (!slots.empty()) {
+                out.lengthSlotOpen = true;
+                out.lengthSlotPos = slots.back().pos;
+                out.lengthSlotWidth = slots.back().width;
+                slots.pop_back();
+            }
+            const bool ok = st.Read(in);
+            in.clear();
+            st.Write(out, in);
+            out.curObj = saved;
+            flushed = in.tellg();
+            if (flushed == std::streampos(-1)) flushed = endOf(in);
+            if (!ok && in.tellg() == endOf(in)) return finish(false);
+            prev = token;
+            continue;
+        }
+        if (token == kwendobj) {
+            copySpan(in, flushed, tokEnd, out);
+            out << '\n';
+            out.writtenLength = static_cast<int>(out.size());
+            return finish(true);
+        }
+        prev = token;
+    }
+}
+
+bool CStringType::Write(CDestFile& out, CSourFile&) {
+    std::string bytes = text;
+    const CEncrypt& enc = out.fileInfo.encrypt;
+    if (!noEncrypt && enc.encrypted() && !bytes.empty() && out.curObj.num > 0) {
+        SObj key = out.curObj;
+        encryptString(enc, &key, bytes);
+    }
+    if (isHex) {
+        out += '<';
+        WrtHexString(out, bytes);
+    } else {
+        out += '(';
+        WrtString(out, bytes);
+    }
+    return true;
+}
+
+void CStringType::WrtString(std::string& out, const std::string& bytes) {
+    std::size_t column = 0;
+    for (char c : bytes) {
+        if (column == 100) {
+            out += "\\\n";
+            column = 0;
+        }
+        char letter = 0;
+        for (const EscPair& p : EscTab) {
+            if (p.byte == c) {
+                letter = p.letter;
+                break;
+            }
+        }
+        if (letter) {
+            out += '\\';
+            out += letter;
+        } else {
+            out += c;
+        }
+        ++column;
+    }
+    out += ')';
+}
+
+void CStringType::WrtHexString(std::string& out, const std::string& bytes) {
+    static const char digits[] = "0123456789abcdef";
+    std::size_t n = 0;
+    for (unsigned char c : bytes) {
+        out += digits[c >> 4];
+        out += digits[c & 15];
+        if (++n % 80 == 0 && n < bytes.size()) out += '\n';
+    }
+    out += '>';
+}
+
+bool CStreamType::Write(CDestFile& out, CSourFile&) {
+    out << kw_r_n;
+    std::string bytes = data;
+    const CEncrypt& enc = out.fileInfo.encrypt;
+    if (enc.encrypted() && !bytes.empty() && out.curObj.num > 0) {
+        SObj key = out.curObj;
+        encryptString(enc, &key, bytes);
+    }
+    if (out.lengthSlotOpen) {
+        patchSlot(out, LengthSlot{out.lengthSlotPos, out.lengthSlotWidth, 0},
+                  static_cast<long long>(bytes.size()));
+        out.lengthSlotOpen = false;
+    }
+    out.streamDataPos = out.size();
+    out.streamDataSize = bytes.size();
+    out += bytes;
+    return true;
+}
+
+}  // namespace PDF_KILN

@@ -1,0 +1,271 @@
+// Image filters: CCITT fax (Modified Huffman) and DCT (JPEG). Inputs are
+// hand-coded or produced with libtiff and libjpeg here.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include <unistd.h>
+
+#include <jpeglib.h>
+#include <tiffio.h>
+
+#include "filter_test_util.h"
+
+using namespace filtertest;
+using namespace ZQGraphicService_NS;
+
+namespace {
+
+Bytes packBits(const std::string& bits) {
+    Bytes out((bits.size() + 7) / 8, 0);
+    for (std::size_t i = 0; i < bits.size(); ++i)
+        if (bits[i] == '1') out[i / 8] |= static_cast<unsigned char>(0x80 >> (i % 8));
+    return out;
+}
+
+// A 1-bit image with 1 = black, rows padded to whole bytes.
+Bytes faxImage(int width, int height) {
+    const int rb = (width + 7) / 8;
+    Bytes img(std::size_t(rb) * height, 0);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            bool black = ((x / 3 + y / 2) % 5 == 0) || (x > width / 2 && y % 7 < 3) || x == width - 1;
+            if (black) img[y * rb + x / 8] |= static_cast<unsigned char>(0x80 >> (x % 8));
+        }
+    return img;
+}
+
+// What the decoder should return for that image: 0 = black, padding bits 1.
+Bytes pdfPolarity(const Bytes& img, int width) {
+    const int rb = (width + 7) / 8;
+    Bytes out = img;
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        out[i] = static_cast<unsigned char>(~out[i]);
+        if (int(i % rb) == rb - 1 && width % 8) out[i] |= static_cast<unsigned char>(0xff >> (width % 8));
+    }
+    return out;
+}
+
+void quietTiff(const char*, const char*, va_list) {}
+
+// Encodes with libtiff's fax codec and returns the raw strip.
+Bytes tiffFaxEncode(const Bytes& img, int width, int height, bool withEol) {
+    TIFFSetErrorHandler(quietTiff);
+    TIFFSetWarningHandler(quietTiff);
+    char path[] = "/tmp/zq_fax_XXXXXX";
+    int fd = mkstemp(path);
+    if (fd < 0) return {};
+    close(fd);
+    TIFF* t = TIFFOpen(path, "w");
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(width));
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(height));
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 1);
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 1);
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, uint32_t(height));
+    if (withEol) {
+        TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX3);
+        TIFFSetField(t, TIFFTAG_GROUP3OPTIONS, 0);
+    } else {
+        // Modified Huffman with neither EOLs nor byte-aligned rows.
+        TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_CCITTRLE);
+        TIFFSetField(t, TIFFTAG_FAXMODE, FAXMODE_NORTC | FAXMODE_NOEOL);
+    }
+    const int rb = (width + 7) / 8;
+    Bytes row(rb);
+    for (int y = 0; y < height; ++y) {
+        std::copy(img.begin() + y * rb, img.begin() + (y + 1) * rb, row.begin());
+        TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
+    }
+    TIFFClose(t);
+    Bytes raw;
+    if (TIFF* r = TIFFOpen(path, "r")) {
+        tmsize_t size = TIFFRawStripSize(r, 0);
+        if (size > 0) {
+            raw.resize(std::size_t(size));
+            tmsize_t n = TIFFReadRawStrip(r, 0, raw.data(), size);
+            raw.resize(n > 0 ? std::size_t(n) : 0);
+        }
+        TIFFClose(r);
+    }
+    unlink(path);
+    return raw;
+}
+
+FilterPropTD faxProps(int columns) { return props(FILTER_CCITTFAX, 0, 1, 1, columns); }
+
+Bytes jpegEncode(const Bytes& pixels, int w, int h, int comps, J_COLOR_SPACE cs, bool progressive, int quality = 92) {
+    jpeg_compress_struct c;
+    jpeg_error_mgr err;
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
+    unsigned char* buf = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&c, &buf, &size);
+    c.image_width = JDIMENSION(w);
+    c.image_height = JDIMENSION(h);
+    c.input_components = comps;
+    c.in_color_space = cs;
+    jpeg_set_defaults(&c);
+    jpeg_set_quality(&c, quality, TRUE);
+    if (progressive) jpeg_simple_progression(&c);
+    jpeg_start_compress(&c, TRUE);
+    while (c.next_scanline < c.image_height) {
+        JSAMPROW row = const_cast<unsigned char*>(pixels.data()) + std::size_t(c.next_scanline) * w * comps;
+        jpeg_write_scanlines(&c, &row, 1);
+    }
+    jpeg_finish_compress(&c);
+    Bytes out(buf, buf + size);
+    jpeg_destroy_compress(&c);
+    std::free(buf);
+    return out;
+}
+
+// Decodes with libjpeg directly (default output colour space).
+Bytes jpegDecodeRef(const Bytes& jpg, int* comps) {
+    jpeg_decompress_struct d;
+    jpeg_error_mgr err;
+    d.err = jpeg_std_error(&err);
+    jpeg_create_decompress(&d);
+    jpeg_mem_src(&d, jpg.data(), jpg.size());
+    jpeg_read_header(&d, TRUE);
+    jpeg_start_decompress(&d);
+    const std::size_t rb = std::size_t(d.output_width) * d.output_components;
+    Bytes out(rb * d.output_height);
+    while (d.output_scanline < d.output_height) {
+        JSAMPROW row = out.data() + d.output_scanline * rb;
+        jpeg_read_scanlines(&d, &row, 1);
+    }
+    *comps = d.output_components;
+    jpeg_finish_decompress(&d);
+    jpeg_destroy_decompress(&d);
+    return out;
+}
+
+Bytes smoothImage(int w, int h, int comps) {
+    Bytes p(std::size_t(w) * h * comps);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int c = 0; c < comps; ++c)
+                p[(std::size_t(y) * w + x) * comps + c] = static_cast<unsigned char>(x * 160 / w + y * 60 / h + c * 10);
+    return p;
+}
+
+}  // namespace
+
+TEST(CCITT, HandCodedModifiedHuffman) {
+    // Columns 8: white 8 | white 0, black 8 | white 4, black 4; then fill bits.
+    Bytes enc = packBits("10011" "00110101" "000101" "1011" "011");
+    Result r = decode(enc, faxProps(8));
+    ASSERT_EQ(r.rc, ZQ_OK);
+    EXPECT_EQ(r.data, (Bytes{0xFF, 0x00, 0xF0}));
+    // Columns 5 (padding bits come back as 1): white 2, black 3.
+    Result narrow = decode(packBits("0111" "10"), faxProps(5));
+    ASSERT_EQ(narrow.rc, ZQ_OK);
+    EXPECT_EQ(narrow.data, (Bytes{0xC7}));
+}
+
+TEST(CCITT, LibtiffEncodedImages) {
+    for (int width : {8, 100, 1728}) {
+        const int height = 40;
+        Bytes img = faxImage(width, height);
+        for (bool eol : {false, true}) {
+            Bytes enc = tiffFaxEncode(img, width, height, eol);
+            ASSERT_FALSE(enc.empty());
+            Result r = decode(enc, faxProps(width == 1728 ? 0 : width));  // 0 means 1728
+            ASSERT_EQ(r.rc, ZQ_OK) << width << " eol " << eol;
+            EXPECT_EQ(r.data, pdfPolarity(img, width)) << width << " eol " << eol;
+        }
+    }
+}
+
+TEST(CCITT, TruncatedCorruptAndBadColumns) {
+    const int width = 64, height = 30;
+    Bytes img = faxImage(width, height);
+    Bytes enc = tiffFaxEncode(img, width, height, false);
+    // Truncation returns the complete rows before the cut.
+    Result cut = decode(Bytes(enc.begin(), enc.begin() + enc.size() / 2), faxProps(width));
+    ASSERT_EQ(cut.rc, ZQ_OK);
+    Bytes want = pdfPolarity(img, width);
+    ASSERT_GT(cut.data.size(), 0u);
+    ASSERT_LT(cut.data.size(), want.size());
+    EXPECT_EQ(cut.data.size() % 8, 0u);
+    EXPECT_TRUE(std::equal(cut.data.begin(), cut.data.end(), want.begin()));
+
+    EXPECT_EQ(decode(Bytes(16, 0x00), faxProps(width)).rc, ZQ_CORRUPT);
+    EXPECT_EQ(decode(Bytes{0x00, 0x00, 0x00, 0x01}, faxProps(width)).rc, ZQ_CORRUPT);
+    EXPECT_EQ(decode(enc, faxProps(-8)).rc, ZQ_BAD_ARGUMENT);
+    EXPECT_EQ(decode(enc, faxProps(1 << 24)).rc, ZQ_BAD_ARGUMENT);
+    Result empty = decode(Bytes{}, faxProps(width));
+    EXPECT_EQ(empty.rc, ZQ_OK);
+    EXPECT_TRUE(empty.data.empty());
+    std::mt19937 rng(3);
+    for (int i = 0; i < 200; ++i) {
+        Bytes m = enc;
+        for (int k = 0; k < 3; ++k) m[rng() % m.size()] = static_cast<unsigned char>(rng());
+        Result r = decode(m, faxProps(int(rng() % 200)));
+        EXPECT_TRUE(r.rc == ZQ_OK || r.rc == ZQ_CORRUPT);
+    }
+}
+
+TEST(DCT, MatchesLibjpegForGreyRgbCmykAndProgressive) {
+    struct Case {
+        int w, h, comps;
+        J_COLOR_SPACE cs;
+        bool progressive;
+    } cases[] = {{37, 23, 1, JCS_GRAYSCALE, false}, {64, 48, 3, JCS_RGB, false},
+                 {50, 33, 3, JCS_RGB, true}, {24, 16, 4, JCS_CMYK, false}};
+    for (const Case& c : cases) {
+        Bytes pixels = smoothImage(c.w, c.h, c.comps);
+        Bytes jpg = jpegEncode(pixels, c.w, c.h, c.comps, c.cs, c.progressive);
+        int comps = 0;
+        Bytes ref = jpegDecodeRef(jpg, &comps);
+        ASSERT_EQ(comps, c.comps);
+        Result r = decode(jpg, FILTER_DCT);
+        ASSERT_EQ(r.rc, ZQ_OK);
+        ASSERT_EQ(r.data.size(), std::size_t(c.w) * c.h * c.comps);
+        EXPECT_EQ(r.data, ref);
+        int worst = 0;
+        for (std::size_t i = 0; i < pixels.size(); ++i) worst = std::max(worst, std::abs(int(pixels[i]) - r.data[i]));
+        EXPECT_LT(worst, 40) << "decoded image far from the original";
+    }
+}
+
+TEST(DCT, CorruptTruncatedAndHuge) {
+    Bytes pixels = smoothImage(160, 120, 3);
+    Bytes jpg = jpegEncode(pixels, 160, 120, 3, JCS_RGB, false);
+    ASSERT_GT(jpg.size(), 1500u);
+    EXPECT_EQ(decode(Bytes{}, FILTER_DCT).rc, ZQ_CORRUPT);
+    EXPECT_EQ(decode(bytes("definitely not a jpeg"), FILTER_DCT).rc, ZQ_CORRUPT);
+    EXPECT_EQ(decode(Bytes(jpg.begin(), jpg.begin() + 100), FILTER_DCT).rc, ZQ_CORRUPT);  // inside the headers
+
+    // Cut inside the entropy-coded data: libjpeg completes the image, as
+    // viewers show it, so the full size comes back.
+    Result cut = decode(Bytes(jpg.begin(), jpg.begin() + jpg.size() * 3 / 4), FILTER_DCT);
+    ASSERT_EQ(cut.rc, ZQ_OK);
+    EXPECT_EQ(cut.data.size(), pixels.size());
+
+    // Claimed dimensions past the output bound are refused before decoding.
+    Bytes huge = jpg;
+    bool patched = false;
+    for (std::size_t i = 0; i + 8 < huge.size(); ++i)
+        if (huge[i] == 0xFF && huge[i + 1] == 0xC0) {
+            huge[i + 5] = 0xFF;  // height 65500
+            huge[i + 6] = 0xDC;
+            huge[i + 7] = 0xFF;  // width 65500
+            huge[i + 8] = 0xDC;
+            patched = true;
+            break;
+        }
+    ASSERT_TRUE(patched);
+    EXPECT_EQ(decode(huge, FILTER_DCT).rc, ZQ_TOO_LARGE);
+
+    std::mt19937 rng(8);
+    for (int i = 0; i < 150; ++i) {
+        Bytes m = jpg;
+        for (int k = 0; k < 4; ++k) m[rng() % m.size()] = static_cast<unsigned char>(rng());
+        Result r = decode(m, FILTER_DCT);
+        EXPECT_TRUE(r.rc == ZQ_OK || r.rc == ZQ_CORRUPT || r.rc == ZQ_TOO_LARGE);
+    }
+}
