@@ -5,6 +5,8 @@
 
 #include "QarMemStream/QarMemStream.h"
 #include "ZQGraphicService/ZqFilter.h"
+#include "crypt/pcrypt.h"
+#include "jbig2/jbig2.h"
 #include "pdfkiln_cobjectposition.h"
 #include "pdfkiln_destfile.h"
 #include "pdfkiln_fileinfo.h"

@@ -120,6 +120,7 @@ public:
     int writtenLength = 0;
     CFileInfo fileInfo;       // its object table is the output's cross-reference map
     CCatalog catalog;
+    SObj rootPages;           // the output's root page-tree node
     SObj curObj;              // the object being written: key material of output encryption
 
     // The open /Length slot of the object being copied: where the blanks

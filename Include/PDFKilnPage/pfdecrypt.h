@@ -56,6 +56,10 @@ public:
     bool encrypted() const { return passwordState > 0 && Length >= 1; }
 };
 
+// Copies the security state into a fresh exchange record, and back.
+void saveEncryptInfo(const CEncrypt& enc, pcrypt::EncryptInfo& info);
+void resaveEncryptInfo(const pcrypt::EncryptInfo& info, CEncrypt& enc);
+
 // Decrypts a string or stream body of `object` in place. Always returns 0.
 int DecryptString(const CEncrypt& enc, SObj* object, std::string& data);
 // Encrypts a string or stream body of the output object `object` in place.

@@ -95,7 +95,16 @@ bool CFileInfo::readTrailerEncrypt(CSourFile& in) {
                 encrypt.flags &= ~CObj::kIndirect;
                 encrypt.fromStream(in);
             } else {
-                FindStr(in, ">>");
+                // Known already, from a newer trailer or an earlier opening:
+                // pass over the whole dictionary, its nested crypt filter
+                // dictionaries included, so that the trailer goes on behind it.
+                std::string t;
+                int depth = 0;
+                do {
+                    readPDFString(in, t);
+                    if (t == "<<") ++depth;
+                    else if (t == ">>") --depth;
+                } while (depth > 0 && in.good());
             }
             return true;
         }

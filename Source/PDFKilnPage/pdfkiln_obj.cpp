@@ -444,7 +444,12 @@ void CObj::fromStream(CSourFile& in) {
         root.clear();
         return;
     }
-    if (!ReadObjStream(root, buf, st)) return;
+    if (!ReadObjStream(root, buf, st)) {
+        // An object stream that does not decode (for instance one encrypted
+        // under a key not known yet) leaves the object empty, not the file failed.
+        root.clear();
+        return;
+    }
     CSourFile view(buf);
     view.makeView(root, true);
     if (!Read(view)) root.clear();

@@ -1,57 +1,225 @@
-// The document catalog, as far as opening a document needs it.
+// The document catalog: two passes over its dictionary, a minimal writer.
 #include "pdfkiln_obj_catalog.h"
 
 #include "pdfkiln_cobjectposition.h"
+#include "pdfkiln_destfile.h"
 #include "pdfkiln_sourfile.h"
 
 namespace PDF_KILN {
 
-CCatalog::CCatalog() { flags |= kIndirect; }
+namespace {
 
-void CCatalog::Init() {
-    type.clear();
-    pagesRef = SObj();
-    metadataRef = SObj();
-    versionName.clear();
-    visited.clear();
+// Steps over an optional "N G obj" header and the dictionary's "<<".
+bool openObjectDict(CSourFile& in) {
+    std::streampos at = in.tellg();
+    if (!CObj::IsObjStart(in)) {
+        in.clear();
+        in.seekg(at);
+    }
+    std::string token;
+    readPDFString(in, token);
+    return token == "<<";
 }
 
-bool CCatalog::Read(CSourFile& in) {
+}  // namespace
+
+bool skipValue(CSourFile& in) {
+    int dicts = 0, arrays = 0;
+    std::string token;
+    do {
+        readPDFString(in, token);
+        if (!in.good()) return false;
+        if (token == "<<") {
+            ++dicts;
+        } else if (token == ">>") {
+            if (dicts == 0) return false;
+            --dicts;
+        } else if (token == "[") {
+            ++arrays;
+        } else if (token == "]") {
+            if (arrays == 0) return false;
+            --arrays;
+        } else if (token == "(") {
+            int depth = 1;
+            while (depth > 0) {
+                readPDFString(in, token);
+                if (!in.good()) return false;
+                if (token == "\\") {
+                    readPDFString(in, token);  // the escaped byte
+                    if (!in.good()) return false;
+                } else if (token == "(") {
+                    ++depth;
+                } else if (token == ")") {
+                    --depth;
+                }
+            }
+        }
+    } while (dicts != 0 || arrays != 0);
+    return true;
+}
+
+bool CCatalogEntry::Read(CSourFile& in) {
     std::streampos at = in.tellg();
     if (!IsObjStart(in)) {
         in.clear();
         in.seekg(at);
     }
-    CObjectPosition positions(&in);
-    const int64_t end = positions.getEndPosition(self);
-    const bool bounded = !in.objectStreamView && positions.getObjType(self) == 1;
+    readOk = skipValue(in);
+    return readOk;
+}
+
+CCatalog::CCatalog() { flags |= kIndirect; }
+
+void CCatalog::Init() {
+    names.Init();
+    acroForm.Init();
+    pagesRef = SObj();
+    visited.clear();
+    type.clear();
+    versionName.clear();
+    minorVersion = -1;
+    namesPending = false;
+}
+
+bool CCatalog::Read(CSourFile& in) {
+    if (namesPending) return readSecondPass(in);
+    return readFirstPass(in);
+}
+
+// Reads the entry's dictionary: by number when it is a reference (the
+// catalog then goes on behind the reference), in place when it is direct
+// (and the catalog goes on behind the dictionary). Its errors stay its own.
+void CCatalog::readEntry(CSourFile& in, CCatalogEntry& entry) {
+    CObjRef ref;
+    if (ref.Read(in)) {
+        std::streampos behind = in.tellg();
+        entry.self = SObj(ref.num, ref.gen);
+        entry.heldByReference = true;
+        entry.flags |= kIndirect;
+        entry.fromStream(in);
+        in.clear();
+        in.seekg(behind);
+        return;
+    }
+    entry.heldByReference = false;
+    std::streampos start = in.tellg();
+    if (!skipValue(in)) {
+        in.clear();
+        in.seekg(start);
+    }
+}
+
+bool CCatalog::readVersion(CSourFile& in) {
     std::string token;
-    int depth = 0;
+    CObjRef ref;
+    if (ref.Read(in)) {
+        CObj value(SObj(ref.num, ref.gen));
+        CDestFile sink;
+        std::streampos behind = in.tellg();
+        CSourFile& root = in.root();
+        if (!value.LocalObj(sink, root)) return false;
+        root.clear();
+        if (&in == &root) in.seekg(behind);
+        std::istringstream body(sink);
+        readPDFString(body, token);
+    } else {
+        readPDFString(in, token);
+    }
+    versionName = token;
+    if (token.size() != 4 || token[0] != '/') return false;
+    if (token[1] == '1' && token[3] >= '0' && token[3] <= '7') minorVersion = token[3] - '0';
+    else if (token[1] == '2' && token[3] == '0') minorVersion = 10;
+    else return false;
+    return true;
+}
+
+bool CCatalog::readFirstPass(CSourFile& in) {
+    if (!openObjectDict(in)) return false;
+    CObjectPosition positions(&in);
+    const bool bounded = !in.objectStreamView && positions.getObjType(self) == 1;
+    const int64_t end = bounded ? positions.getEndPosition(self) : CObjectPosition::unknownPosition;
+    bool namesSeen = false;
+    std::string token;
+    for (;;) {
+        readPDFString(in, token);
+        if (!in.good()) return false;
+        if (token == kwendobj) break;
+        if (bounded && static_cast<int64_t>(in.tellg()) > end) break;
+        if (token == nmPages || token == nmMetadata) {
+            CObjRef ref;
+            if (!ref.Read(in)) return false;
+            (token == nmPages ? pagesRef : metadataRef) = SObj(ref.num, ref.gen);
+        } else if (token == nmAcroForm) {
+            readEntry(in, acroForm);
+        } else if (token == nmMarkInfo) {
+            // A direct /MarkInfo (the common case) is read in place and never
+            // fails the catalog; a referenced one is fetched by number.
+            readEntry(in, markInfo);
+            if (!in.good()) return false;
+        } else if (token == nmVersion) {
+            if (!readVersion(in)) return false;
+        } else if (token == nmNames && !namesSeen) {
+            namesSeen = true;  // read on the second pass, once the pages stand
+        } else if (token == nmOCProperties) {
+            readEntry(in, ocProperties);
+        } else if (token == nmDPartRoot || token == nmStructTreeRoot) {
+            // Document parts and structure are read where destinations need
+            // them; here their value is passed over.
+            CObjRef ref;
+            if (!ref.Read(in)) {
+                std::streampos start = in.tellg();
+                if (!skipValue(in)) {
+                    in.clear();
+                    in.seekg(start);
+                }
+            }
+        } else if (token == nmType && !namesSeen) {
+            readPDFString(in, type);
+        } else if (!token.empty() && token[0] == '/' && !namesSeen) {
+            if (!skipValue(in)) return false;
+        }
+    }
+    namesPending = namesSeen;
+    return true;
+}
+
+bool CCatalog::readSecondPass(CSourFile& in) {
+    if (!openObjectDict(in)) return false;
+    std::string token;
     for (;;) {
         readPDFString(in, token);
         if (!in.good()) return false;
         if (token == kwendobj) return true;
-        if (bounded && static_cast<int64_t>(in.tellg()) > end) return true;
-        if (token == "<<") {
-            ++depth;
-        } else if (token == ">>") {
-            if (--depth <= 0) return true;
-        } else if (depth != 1) {
-            continue;
-        } else if (token == nmType) {
-            readPDFString(in, type);
-        } else if (token == nmPages) {
-            CObjRef ref;
-            if (!ref.Read(in)) return false;
-            pagesRef = SObj(ref.num, ref.gen);
-        } else if (token == nmMetadata) {
-            CObjRef ref;
-            if (!ref.Read(in)) return false;
-            metadataRef = SObj(ref.num, ref.gen);
-        } else if (token == nmVersion) {
-            readPDFString(in, versionName);
+        if (token != nmNames) continue;
+        if (names.self.num != 0) return true;
+        CObjRef ref;
+        const bool isRef = ref.Read(in);
+        std::streampos behind = in.tellg();
+        if (isRef) {
+            names.self = SObj(ref.num, ref.gen);
+            names.heldByReference = true;
+            names.fromStream(in);
+        } else {
+            names.Read(in);
         }
+        if (!in.good()) return false;
+        in.seekg(behind);
+        return true;
     }
+}
+
+bool CCatalog::Write(CDestFile& out, CSourFile&) {
+    out.RecordObjInfo(self);
+    out << self.num << ' ' << self.gen << ' ' << kwobj << kw_n << "<<";
+    out.curObj = SObj(self.num, self.gen);
+    out << "/Type/Catalog/Pages " << out.rootPages.num << ' ' << out.rootPages.gen << " R ";
+    if (acroForm.self.num > 0) out << "/AcroForm " << acroForm.self.num << ' ' << acroForm.self.gen << " R ";
+    if (ocProperties.self.num > 0)
+        out << "/OCProperties " << ocProperties.self.num << ' ' << ocProperties.self.gen << " R ";
+    if (names.self.num > 0) out << "/Names " << names.self.num << ' ' << names.self.gen << " R ";
+    out << ">>" << kwendobj << kw_n;
+    out.writtenLength = static_cast<int>(out.size());
+    return true;
 }
 
 }  // namespace PDF_KILN

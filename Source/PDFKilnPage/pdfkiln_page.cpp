@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "crypt/pcrypt.h"
 #include "pdfkiln_destfile.h"
 #include "pdfkiln_sourfile.h"
 
@@ -76,8 +77,12 @@ int CPDFKilnPage::SetSourcePassword() const {
     CEncrypt& field = source->fileInfo.encrypt;
     std::memset(field.suppliedPassword, 0, sizeof field.suppliedPassword);
     std::strncpy(field.suppliedPassword, password.c_str(), 32);
-    // The password trial itself belongs to the security handler.
-    return kResultOk;
+    pcrypt::PDFDecryptionManager manager;
+    pcrypt::EncryptInfo record;
+    saveEncryptInfo(field, record);
+    const int state = manager.calPassWordState(record, password);
+    resaveEncryptInfo(record, field);
+    return state;
 }
 
 int CPDFKilnPage::SetSourcePassword(const std::string& pwd) {

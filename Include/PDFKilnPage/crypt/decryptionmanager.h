@@ -1,0 +1,69 @@
+// Password trials, file key derivation and per-object decryption for reading
+// documents secured by the standard security handler, revisions 2 to 6.
+#pragma once
+
+#include <string>
+
+#include "encryptionbase.h"
+#include "encryptinfo.h"
+
+namespace pcrypt {
+
+class PDFDecryptionManager : public PDFEncryptionBase {
+public:
+    // Result codes of calPassWordState.
+    enum {
+        EMPTY_OPENS_GIVEN_IS_OWNER = 2, // the empty password opens the file; the given one is the owner's
+        GIVEN_IS_OWNER_ONLY = 3,
+        GIVEN_IS_USER_ONLY = 4,
+        GIVEN_IS_NEITHER = 5,
+        EMPTY_OPENS_GIVEN_NOT_OWNER = 6,
+        GIVEN_IS_BOTH = 7
+    };
+
+    // The trials run when a document is opened: the empty password, then the
+    // given one as user password, then as owner password. On success `key`
+    // holds the file key. `emptyWorked` is set when the empty password opened
+    // the file, `nonEmptyTried` when the decision fell on the given password
+    // (whatever its outcome). Both are cleared on entry.
+    bool getFileKey(EncryptInfo& info, const std::string& password, bool& nonEmptyTried, bool& emptyWorked);
+
+    // Classifies the given password; returns one of the codes above and sets
+    // passwordRequired, passwordChecked, ownerPassword, userPassword and key.
+    int calPassWordState(EncryptInfo& info, const std::string& password);
+
+    // Derives the file key from `password` as a user password (already padded
+    // below R5) and checks it against /U. Refuses a key that can't serve the
+    // document's cipher.
+    bool PdfTryKey(EncryptInfo& info, const std::string& password);
+
+    bool isUserPWD(EncryptInfo& info, const std::string& password);
+    // Checks the current `key` against /U (R3, R4); with tryFirst the key is
+    // first derived from `password`. Clears userPassword on a match.
+    bool isUserPWDR3(EncryptInfo& info, const std::string& password, bool tryFirst);
+    bool isUserPWDR5(EncryptInfo& info, const std::string& password);
+    bool isUserPWDR6(EncryptInfo& info, const std::string& password);
+    bool isOwnerPWD(EncryptInfo& info, const std::string& password);
+    bool isOwnerPWD5(EncryptInfo& info, const std::string& password);
+    bool isOwnerPWD6(EncryptInfo& info, const std::string& password);
+
+    // The file key from a password: MD5 based up to R4 (also for R5/R6 with a
+    // Length other than 256), unwrapped from /OE or /UE for R5/R6 at 256 bits.
+    // The result replaces `password` when keepInPassword, else `key`. With
+    // ownerOnly the MD5 input is the password alone (the owner key of /O).
+    void createKey(EncryptInfo& info, std::string& password, bool keepInPassword, bool ownerOnly);
+    void createKeyAES256(EncryptInfo& info, std::string& password, bool keepInPassword, bool ownerOnly);
+    // The same on a buffer of `passwordLength` bytes. With keepInPassword the
+    // key replaces the first bytes of the buffer, which must then have room
+    // for 32 bytes. Returns the key length.
+    int createKey(EncryptInfo& info, unsigned char* password, int passwordLength, bool keepInPassword,
+                  bool ownerOnly);
+
+    // Deciphers `size` bytes of one object's string or stream in place and
+    // updates `size`. AES data loses its leading vector and its padding; data
+    // that can't be deciphered (bad length or padding, unusable key) is left
+    // as it is.
+    void DecryptData(const EncryptInfo& info, int object, int generation, unsigned char* data, int& size);
+};
+
+} // namespace pcrypt

@@ -1,0 +1,12 @@
+// The security layer: ciphers, hashes and the standard security handler.
+#pragma once
+
+#include "rc4.h"
+#include "md5.h"
+#include "rijndael.h"
+#include "sha256.h"
+#include "sha512.h"
+#include "encryptinfo.h"
+#include "encryptionbase.h"
+#include "decryptionmanager.h"
+#include "encryptionmanager.h"

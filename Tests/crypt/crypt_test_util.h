@@ -1,0 +1,100 @@
+// Helpers of the security layer tests: hex, random data, and the OpenSSL
+// reference computations.
+#pragma once
+
+#define OPENSSL_SUPPRESS_DEPRECATED
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace crypt_test {
+
+inline std::string fromHex(const std::string& hex)
+{
+    std::string out;
+    int hi = -1;
+    for (char c : hex) {
+        int v;
+        if (c >= '0' && c <= '9') v = c - '0';
+        else if (c >= 'a' && c <= 'f') v = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F') v = c - 'A' + 10;
+        else continue;
+        if (hi < 0) hi = v;
+        else { out.push_back(static_cast<char>(hi * 16 + v)); hi = -1; }
+    }
+    if (hi >= 0)
+        out.push_back(static_cast<char>(hi * 16));
+    return out;
+}
+
+inline std::string toHex(const std::string& s)
+{
+    static const char* d = "0123456789abcdef";
+    std::string out;
+    for (unsigned char c : s) {
+        out.push_back(d[c >> 4]);
+        out.push_back(d[c & 15]);
+    }
+    return out;
+}
+
+inline std::string toHex(const unsigned char* p, size_t n)
+{
+    return toHex(std::string(reinterpret_cast<const char*>(p), n));
+}
+
+inline unsigned char* ub(std::string& s) { return reinterpret_cast<unsigned char*>(s.data()); }
+inline const unsigned char* ub(const std::string& s) { return reinterpret_cast<const unsigned char*>(s.data()); }
+
+// Deterministic pseudo-random bytes: failures can be reproduced.
+struct Rng {
+    std::mt19937_64 gen;
+    explicit Rng(uint64_t seed) : gen(seed) {}
+    int uniform(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(gen); }
+    std::string bytes(size_t n)
+    {
+        std::string s(n, '\0');
+        for (auto& c : s)
+            c = static_cast<char>(gen() & 0xff);
+        return s;
+    }
+};
+
+// One-shot EVP cipher: the reference for AES and RC4.
+inline std::string evpCipher(const EVP_CIPHER* cipher, const std::string& key, const std::string& iv,
+                             const std::string& data, bool encrypt, bool padding)
+{
+    EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
+    if (!ctx || !cipher)
+        throw std::runtime_error("EVP unavailable");
+    std::string out(data.size() + 32, '\0');
+    int len1 = 0, len2 = 0;
+    bool ok = EVP_CipherInit_ex(ctx, cipher, nullptr, nullptr, nullptr, encrypt ? 1 : 0) == 1;
+    ok = ok && EVP_CIPHER_CTX_set_key_length(ctx, static_cast<int>(key.size())) == 1;
+    ok = ok && EVP_CipherInit_ex(ctx, nullptr, nullptr, ub(key), iv.empty() ? nullptr : ub(iv), -1) == 1;
+    EVP_CIPHER_CTX_set_padding(ctx, padding ? 1 : 0);
+    ok = ok && EVP_CipherUpdate(ctx, ub(out), &len1, ub(data), static_cast<int>(data.size())) == 1;
+    ok = ok && EVP_CipherFinal_ex(ctx, ub(out) + len1, &len2) == 1;
+    EVP_CIPHER_CTX_free(ctx);
+    if (!ok)
+        throw std::runtime_error("EVP cipher failed");
+    out.resize(static_cast<size_t>(len1 + len2));
+    return out;
+}
+
+inline std::string evpDigest(const EVP_MD* md, const std::string& data)
+{
+    unsigned char out[EVP_MAX_MD_SIZE];
+    unsigned int len = 0;
+    if (EVP_Digest(data.data(), data.size(), out, &len, md, nullptr) != 1)
+        throw std::runtime_error("EVP digest failed");
+    return std::string(reinterpret_cast<char*>(out), len);
+}
+
+} // namespace crypt_test

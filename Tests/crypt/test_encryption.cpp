@@ -1,0 +1,177 @@
+// The encryption manager: its values open with the decryption manager and
+// with qpdf.
+#include <gtest/gtest.h>
+
+#include "crypt_test_util.h"
+#include "pdf_test_files.h"
+
+#include "PDFKilnPage/crypt/decryptionmanager.h"
+#include "PDFKilnPage/crypt/encryptionmanager.h"
+
+using namespace crypt_test;
+using pcrypt::EncryptInfo;
+using pcrypt::EncryptOption;
+using pcrypt::PDFDecryptionManager;
+using pcrypt::PDFEncryptionManager;
+
+namespace {
+
+const std::string kPad(reinterpret_cast<const char*>(pcrypt::ori_key), 32);
+
+struct Made {
+    EncryptInfo info; // key cleared, as a reader would start
+    std::string key;  // the file key written
+};
+
+Made make(int R, int length, const std::string& user, const std::string& owner, bool metadata = true, int P = -1340)
+{
+    EncryptInfo info;
+    info.R = R;
+    info.V = R == 2 ? 1 : R == 3 ? 2 : R == 4 ? 4 : 5;
+    info.Length = length;
+    info.cipherMode = R < 4 ? 1 : R == 4 ? 2 : 3;
+    info.ID = fromHex("8a7e6f5d4c3b2a190817263544536271");
+    info.P = P;
+    info.encryptMetadata = metadata;
+    EncryptOption opt;
+    opt.saveUPW(user.c_str());
+    opt.saveOPW(owner.c_str());
+    opt.P = P;
+    opt.encryptMetadata = metadata;
+    PDFEncryptionManager w;
+    if (R < 5) {
+        w.calculateOKey(opt, info);
+        w.createKey(info, user);
+        w.calculateUKey(opt, info);
+        w.calculatePerms(opt, info); // nothing below R5
+    } else {
+        w.createKey(info, user);
+        w.calculateUKey(opt, info);
+        w.calculateOKey(opt, info);
+        w.calculatePerms(opt, info);
+    }
+    Made m{info, info.key};
+    m.info.key.clear();
+    return m;
+}
+
+std::string hexString(const std::string& s) { return "<" + toHex(s) + ">"; }
+
+// A file with the /Encrypt dictionary of `made` and no strings or streams.
+std::string writeEncrypted(const TempDir& dir, const std::string& name, const Made& made)
+{
+    const EncryptInfo& i = made.info;
+    std::string enc = "<< /Filter /Standard /V " + std::to_string(i.V) + " /R " + std::to_string(i.R) + " /Length " +
+                      std::to_string(i.Length) + " /P " + std::to_string(i.P) + " /O " + hexString(i.O) + " /U " +
+                      hexString(i.U);
+    if (i.R == 4)
+        enc += " /CF << /StdCF << /CFM /AESV2 /AuthEvent /DocOpen /Length 16 >> >> /StmF /StdCF /StrF /StdCF";
+    if (i.R >= 5)
+        enc += " /CF << /StdCF << /CFM /AESV3 /AuthEvent /DocOpen /Length 32 >> >> /StmF /StdCF /StrF /StdCF"
+               " /OE " + hexString(i.OE) + " /UE " + hexString(i.UE) + " /Perms " + hexString(i.Perms);
+    if (!i.encryptMetadata)
+        enc += " /EncryptMetadata false";
+    enc += " >>";
+    const std::string pdf =
+        buildPdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [] /Count 0 >>", enc},
+                 "/Root 1 0 R /Encrypt 3 0 R /ID [" + hexString(i.ID) + hexString(i.ID) + "]");
+    const std::string path = dir.file(name + ".pdf");
+    writeFile(path, pdf);
+    return path;
+}
+
+} // namespace
+
+TEST(EncryptionManager, ValuesOpenWithTheDecryptionManager)
+{
+    PDFDecryptionManager m;
+    const std::pair<int, int> kinds[] = {{2, 40}, {3, 40}, {3, 128}, {4, 128}, {5, 256}, {6, 256}};
+    for (const auto& [R, length] : kinds) {
+        for (bool metadata : {true, false}) {
+            if (R < 4 && !metadata)
+                continue;
+            const Made made = make(R, length, "user", "owner", metadata);
+            SCOPED_TRACE("R" + std::to_string(R) + " " + std::to_string(length) + (metadata ? "" : " clear"));
+            bool nonEmpty, empty;
+            EncryptInfo info = made.info;
+            EXPECT_TRUE(m.getFileKey(info, "user", nonEmpty, empty));
+            EXPECT_EQ(info.key, made.key);
+            info = made.info;
+            EXPECT_TRUE(m.getFileKey(info, "owner", nonEmpty, empty));
+            EXPECT_EQ(info.key, made.key);
+            info = made.info;
+            EXPECT_FALSE(m.getFileKey(info, "other", nonEmpty, empty));
+            info = made.info;
+            EXPECT_EQ(m.calPassWordState(info, "user"), 4);
+            info = made.info;
+            EXPECT_EQ(m.calPassWordState(info, "owner"), R == 6 ? 7 : 3);
+        }
+    }
+}
+
+TEST(EncryptionManager, ValuesOpenWithQpdf)
+{
+    if (!haveQpdf())
+        GTEST_SKIP() << "qpdf not available";
+    TempDir dir;
+    const std::pair<int, int> kinds[] = {{2, 40}, {3, 128}, {4, 128}, {5, 256}, {6, 256}};
+    for (const auto& [R, length] : kinds) {
+        for (bool metadata : {true, false}) {
+            if (R < 4 && !metadata)
+                continue; // /EncryptMetadata exists from R4 on
+            const Made made = make(R, length, "user", "owner", metadata);
+            const std::string name = "R" + std::to_string(R) + (metadata ? "" : "-clear");
+            const std::string path = writeEncrypted(dir, name, made);
+            for (const char* pw : {"user", "owner"}) {
+                const std::string out =
+                    runQpdf({"--show-encryption-key", "--show-encryption", std::string("--password=") + pw, path});
+                EXPECT_NE(out.find(std::string("Supplied password is ") + pw + " password"), std::string::npos)
+                    << name << " " << pw << "\n" << out;
+                EXPECT_NE(out.find("Encryption key = " + toHex(made.key)), std::string::npos) << name << "\n" << out;
+                // No warnings (a bad /Perms would give one).
+                int status = -1;
+                runQpdf({"--check", std::string("--password=") + pw, path}, &status);
+                EXPECT_EQ(status, 0) << name << " " << pw;
+            }
+        }
+    }
+}
+
+TEST(EncryptionManager, FixedValuesAndLayout)
+{
+    // R5/R6 at 256 bits: one fixed key of 32 equal bytes whatever the passwords.
+    const Made a = make(6, 256, "a", "b");
+    const Made b = make(5, 256, "c", "d");
+    ASSERT_EQ(a.key.size(), 32u);
+    EXPECT_EQ(a.key, std::string(32, a.key[0]));
+    EXPECT_EQ(a.key, b.key);
+    EXPECT_EQ(a.info.O.size(), 48u);
+    EXPECT_EQ(a.info.U.size(), 48u);
+    EXPECT_EQ(a.info.OE.size(), 32u);
+    EXPECT_EQ(a.info.UE.size(), 32u);
+    // The salts are a fixed filler: the same in /O and /U.
+    EXPECT_EQ(a.info.O.substr(32), a.info.U.substr(32));
+
+    // /Perms: P, 0xFFFFFFFF, T or F, "adb", 4 filler bytes.
+    for (bool metadata : {true, false}) {
+        const Made m = make(6, 256, "u", "o", metadata, -3904);
+        const std::string perms = evpCipher(EVP_aes_256_ecb(), m.key, "", m.info.Perms, false, false);
+        EXPECT_EQ(toHex(perms.substr(0, 8)), "c0f0ffffffffffff");
+        EXPECT_EQ(perms.substr(8, 4), std::string(metadata ? "T" : "F") + "adb");
+    }
+
+    // R3/R4 /U: 16 bytes of hash, then the first 16 bytes of the padding.
+    const Made r4 = make(4, 128, "u", "o");
+    ASSERT_EQ(r4.info.U.size(), 32u);
+    EXPECT_EQ(r4.info.U.substr(16), kPad.substr(0, 16));
+    EXPECT_TRUE(r4.info.Perms.empty());
+
+    // An empty owner password takes the user password's place below R5.
+    EXPECT_EQ(make(3, 128, "same", "").info.O, make(3, 128, "same", "same").info.O);
+
+    EncryptOption opt;
+    opt.saveUPW(nullptr);
+    opt.saveOPW("x");
+    EXPECT_EQ(opt.userPassword, "");
+    EXPECT_EQ(opt.ownerPassword, "x");
+}

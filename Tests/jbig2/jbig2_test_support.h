@@ -1,0 +1,127 @@
+// Helpers of the jbig2 tests: a bit writer and an MQ encoder (to build the
+// smallest inputs that show a behaviour), a segment lister, the conversion of
+// the file form to the embedded form, and readers of BMP and PBM bitmaps.
+#ifndef PDFKILN_TESTS_JBIG2_SUPPORT_H
+#define PDFKILN_TESTS_JBIG2_SUPPORT_H
+
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace jbig2test {
+
+using Bytes = std::vector<unsigned char>;
+
+inline Bytes readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// Most significant bit first.
+class BitWriter {
+public:
+    void bits(const std::string& s) {
+        for (char c : s) bit(c == '1');
+    }
+    void value(uint32_t v, int n) {
+        for (int i = n - 1; i >= 0; --i) bit((v >> i) & 1);
+    }
+    void bit(bool b) {
+        if (m_n % 8 == 0) m_bytes.push_back(0);
+        if (b) m_bytes.back() |= static_cast<unsigned char>(0x80 >> (m_n % 8));
+        ++m_n;
+    }
+    const Bytes& bytes() const { return m_bytes; }
+
+private:
+    Bytes m_bytes;
+    std::size_t m_n = 0;
+};
+
+// The MQ encoder of ISO/IEC 14492 Annex E.2 (software conventions), the
+// counterpart of the decoder under test.
+class MQEncoder {
+public:
+    MQEncoder() { reset(); }
+    void reset() {
+        A = 0x8000;
+        C = 0;
+        CT = 12;
+        B = -1;  // no byte yet
+        out.clear();
+    }
+    void encode(unsigned short& cx, int d);
+    Bytes flush();
+
+    Bytes out;
+
+private:
+    void codeMPS(unsigned short& cx);
+    void codeLPS(unsigned short& cx);
+    void renorme();
+    void byteout();
+    void setbits();
+    uint32_t A, C;
+    int CT;
+    int B;
+};
+
+// Integer encoding of Annex A.2 with its own contexts.
+class IntEncoder {
+public:
+    IntEncoder() : m_cx(512, 0) {}
+    void encode(MQEncoder& enc, int64_t value, bool oob = false);
+
+private:
+    void bit(MQEncoder& enc, int b);
+    std::vector<unsigned short> m_cx;
+    int m_prev = 1;
+};
+
+struct SegmentInfo {
+    uint32_t number = 0;
+    int type = 0;
+    uint32_t pageAssociation = 0;
+    std::vector<uint32_t> referred;
+    std::size_t headerStart = 0;
+    std::size_t headerEnd = 0;
+    std::size_t dataStart = 0;
+    std::size_t dataEnd = 0;  // the end found for an unknown length
+    uint32_t dataLength = 0;  // as written
+};
+
+struct Jbig2File {
+    bool hasFileHeader = false;
+    bool randomAccess = false;
+    std::vector<SegmentInfo> segments;
+    bool ok = false;
+};
+
+// Lists a file's segments, by the standard (long-form reference counts,
+// unknown lengths of generic regions found by their end marker).
+Jbig2File listSegments(const Bytes& data);
+
+// The same segments in the embedded form: no file header, sequential, no
+// end-of-file segment.
+Bytes toEmbedded(const Bytes& data);
+
+struct Bitmap {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    uint32_t stride = 0;
+    Bytes bits;  // 1 is black
+    bool ok = false;
+    int pixel(uint32_t x, uint32_t y) const { return (bits[y * stride + (x >> 3)] >> (7 - (x & 7))) & 1; }
+};
+
+Bitmap readBmp(const std::string& path);
+Bitmap readPbm(const std::string& path);
+Bitmap fromPacked(uint32_t width, uint32_t height, uint32_t stride, const unsigned char* data);
+// Same size and same pixels (padding bits ignored).
+bool samePixels(const Bitmap& a, const Bitmap& b);
+
+}  // namespace jbig2test
+
+#endif
