@@ -11,11 +11,13 @@
 #include "pdfkiln_destfile.h"
 #include "pdfkiln_fileinfo.h"
 #include "pdfkiln_filter.h"
+#include "pdfkiln_findingvalue.h"
 #include "pdfkiln_obj.h"
 #include "pdfkiln_obj_catalog.h"
 #include "pdfkiln_obj_names.h"
 #include "pdfkiln_page.h"
 #include "pdfkiln_sourfile.h"
 #include "pfdecrypt.h"
+#include "yard/pdf_rules.h"
 
 #endif

@@ -471,6 +471,10 @@ bool CFileInfo::Read(CSourFile& in) {
         }
     }
 
+    // Anything read during the walk (a direct /Encrypt) saw a partial table:
+    // let the position index be built anew from the whole one.
+    offsets.clear();
+
     // /Info
     if (info.self.num > 0) {
         auto it = objTable->find(info.self);

@@ -1,0 +1,84 @@
+// Assembles small PDF files for the reader tests: object bodies in, a file with
+// correct offsets, cross-reference table or stream and trailer out. Every part
+// is written by an explicit call, so a test damages a file by leaving a call
+// out, adding raw text, or passing a wrong value.
+#ifndef PDFKILN_TESTS_READER_PDF_BUILDER_H
+#define PDFKILN_TESTS_READER_PDF_BUILDER_H
+
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "pdfkiln_sourfile.h"
+
+namespace pdftest {
+
+class PdfBuilder {
+public:
+    // `junk` goes before the header line; all offsets count from the header.
+    explicit PdfBuilder(const std::string& header = "%PDF-1.4", const std::string& junk = "");
+
+    // "num gen obj\n<body>\nendobj\n"; returns its offset.
+    long object(int num, const std::string& body, int gen = 0);
+    // A stream object: "<< <dict> /Length L >>" and the data. L is the data size
+    // unless `lengthValue` is given (any text, e.g. "0", "9 0 R").
+    long stream(int num, const std::string& dict, const std::string& data, const std::string& lengthValue = "");
+    // An object stream holding `objs`; they become compressed entries of the
+    // next cross-reference stream. `filter` is "" or "/AHx" (data hex-encoded).
+    long objectStream(int num, const std::vector<std::pair<int, std::string>>& objs,
+                      const std::string& filter = "", const std::string& lengthValue = "");
+    void raw(const std::string& s);
+    // The decoded data of an object stream holding `objs`, as objectStream writes it.
+    static std::string objectStreamData(const std::vector<std::pair<int, std::string>>& objs, int* first = nullptr);
+
+    // Classic section of every entry recorded since the previous section, then
+    // "trailer\n<< /Size n <trailer> >>\n" (/Size left out if `trailer` has one).
+    // Returns the offset of "xref".
+    long xrefTable(const std::string& trailer);
+    // Cross-reference stream object `num` over the same entries and its own.
+    // `filter` is "" or "/AHx". `index` replaces the computed /Index array:
+    // "none" leaves the key out, any other text is written as the value.
+    // Returns its offset.
+    long xrefStream(int num, const std::string& dict, const std::string& filter = "",
+                    const std::string& index = "");
+    // "startxref\n<value>\n%%EOF\n".
+    void startxref(long value);
+    void startxref(const std::string& value);
+
+    long here() const { return static_cast<long>(text_.size()) - base_; }
+    long headerOffset() const { return base_; }
+    long offsetOf(int num) const;
+    const std::string& str() const { return text_; }
+
+private:
+    struct Entry {
+        int type;
+        long f2;
+        int f3;
+    };
+    std::string text_;
+    long base_ = 0;
+    bool firstSection_ = true;
+    int maxNum_ = 0;
+    std::map<std::pair<int, int>, Entry> pending_;
+    std::map<int, long> offsets_;
+};
+
+std::string hexEncode(const std::string& data);
+
+// The smallest valid document: catalog 1, an empty page tree 2, classic table.
+std::string minimalPdf(const std::string& header = "%PDF-1.4", const std::string& junk = "");
+
+// A CSourFile over an in-memory copy of `pdf`.
+struct Source {
+    explicit Source(const std::string& pdf) : stream(pdf), file(stream) {}
+    std::stringstream stream;
+    PDF_KILN::CSourFile file;
+};
+
+}  // namespace pdftest
+
+#endif

@@ -1,0 +1,231 @@
+// Tokens and file blocks: the token reader, the small stream helpers of
+// CFileBlock and the name tables.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "pdfkiln_obj.h"
+
+using namespace PDF_KILN;
+
+namespace {
+
+std::vector<std::string> tokens(const std::string& text, std::size_t max = 32) {
+    std::istringstream in(text);
+    std::vector<std::string> out;
+    std::string t;
+    while (out.size() < max && in.good()) {
+        readPDFString(in, t);
+        out.push_back(t);
+    }
+    return out;
+}
+
+std::string nul(const std::string& s) { return s + std::string(1, '\0'); }
+
+}  // namespace
+
+TEST(Tokens, DoubleAnglesAreOneTokenSingleAngleIsOneByte) {
+    auto t = tokens("<<>> <a >b");
+    ASSERT_GE(t.size(), 6u);
+    EXPECT_EQ(t[0], "<<");
+    EXPECT_EQ(t[1], ">>");
+    EXPECT_EQ(t[2], "<");
+    EXPECT_EQ(t[3], "a");
+    EXPECT_EQ(t[4], ">");
+    EXPECT_EQ(t[5], nul("b"));
+}
+
+TEST(Tokens, NamesSplitAtSlashAndReferenceIsThreeTokens) {
+    auto t = tokens("/Name/Other 12 0 R 12R ");
+    ASSERT_GE(t.size(), 6u);
+    EXPECT_EQ(t[0], "/Name");
+    EXPECT_EQ(t[1], "/Other");
+    EXPECT_EQ(t[2], "12");
+    EXPECT_EQ(t[3], "0");
+    EXPECT_EQ(t[4], "R");
+    EXPECT_EQ(t[5], "12R");
+}
+
+TEST(Tokens, DelimitersOtherThanSlashAreSingleBytes) {
+    auto t = tokens("((x)) [] {} / ");
+    std::vector<std::string> want = {"(", "(", "x", ")", ")", "[", "]", "{", "}", "/"};
+    ASSERT_GE(t.size(), want.size());
+    for (std::size_t i = 0; i < want.size(); ++i) EXPECT_EQ(t[i], want[i]) << i;
+}
+
+TEST(Tokens, PercentIsARegularCharacter) {
+    auto t = tokens("%comment % x");
+    ASSERT_GE(t.size(), 3u);
+    EXPECT_EQ(t[0], "%comment");
+    EXPECT_EQ(t[1], "%");
+    EXPECT_EQ(t[2], nul("x"));
+}
+
+TEST(Tokens, BytesSevenAndEightAreWhiteSpace) {
+    auto t = tokens(std::string("a\x07" "b\x08" "c\x00" "d ", 8));
+    ASSERT_GE(t.size(), 4u);
+    EXPECT_EQ(t[0], "a");
+    EXPECT_EQ(t[1], "b");
+    EXPECT_EQ(t[2], "c");
+    EXPECT_EQ(t[3], "d");
+    EXPECT_EQ(tokenArray[7], 1);
+    EXPECT_EQ(tokenArray[static_cast<unsigned char>('%')], 0);
+    EXPECT_EQ(tokenArray[static_cast<unsigned char>('{')], 2);
+}
+
+TEST(Tokens, KeywordTouchingEndOfInputCarriesAZeroByte) {
+    std::istringstream in("1 0 obj\nendobj");
+    std::string t;
+    for (int i = 0; i < 4; ++i) readPDFString(in, t);
+    EXPECT_EQ(t, nul("endobj"));
+    EXPECT_NE(t, kwendobj);
+}
+
+TEST(Tokens, AtEndOfInputTheTokenIsOneZeroByte) {
+    std::istringstream in("  ");
+    std::string t = "old";
+    readPDFString(in, t);
+    EXPECT_EQ(t, std::string(1, '\0'));
+    readPDFString(in, t);
+    EXPECT_EQ(t, std::string(1, '\0'));
+}
+
+TEST(Tokens, TokenIsReplacedNotAppended) {
+    std::istringstream in("abc d");
+    std::string t = "previous";
+    in >> t;
+    EXPECT_EQ(t, "abc");
+}
+
+TEST(FileBlock, IsNumAcceptsDigitsOnly) {
+    EXPECT_TRUE(CFileBlock::IsNum(""));
+    EXPECT_TRUE(CFileBlock::IsNum("0012"));
+    EXPECT_FALSE(CFileBlock::IsNum("-1"));
+    EXPECT_FALSE(CFileBlock::IsNum("1.5"));
+    EXPECT_FALSE(CFileBlock::IsNum("+1"));
+}
+
+TEST(FileBlock, FindStrStopsBehindTheTokenAndThrowsAtEnd) {
+    std::istringstream in("a b trailer c");
+    EXPECT_TRUE(CFileBlock::FindStr(in, "trailer"));
+    std::string t;
+    readPDFString(in, t);
+    EXPECT_EQ(t, nul("c"));
+    EXPECT_THROW(CFileBlock::FindStr(in, "xref"), CFileError);
+
+    std::istringstream none("a b c");
+    EXPECT_THROW(CFileBlock::FindStr(none, "zz"), CFileError);
+}
+
+TEST(FileBlock, FindStrInObjStopsAtEndobjAndAtEndOfInput) {
+    std::istringstream in("/A 1 endobj /B 2");
+    EXPECT_FALSE(CFileBlock::FindStrInObj(in, "/B"));
+    std::istringstream ok("/A 1 /B 2 endobj");
+    EXPECT_TRUE(CFileBlock::FindStrInObj(ok, "/B"));
+    std::istringstream empty("");
+    empty.get();
+    EXPECT_FALSE(CFileBlock::FindStrInObj(empty, "/B"));
+}
+
+TEST(FileBlock, CFileErrorHasOnlyTheInheritedText) {
+    CFileError e;
+    EXPECT_STREQ(e.what(), std::exception().what());
+}
+
+TEST(FileBlock, ExtStr2IntReadsBigEndianAndWidthZeroConsumesNothing) {
+    const char buf[] = {'\x01', '\x02', '\x03', '\xFF'};
+    int pos = 0, v = -1;
+    ExtStr2Int(buf, pos, 0, v);
+    EXPECT_EQ(pos, 0);
+    EXPECT_EQ(v, 0);
+    ExtStr2Int(buf, pos, 3, v);
+    EXPECT_EQ(pos, 3);
+    EXPECT_EQ(v, 0x010203);
+    ExtStr2Int(buf, pos, 1, v);
+    EXPECT_EQ(v, 255);
+}
+
+TEST(FileBlock, SkipCommentSkipsCommentLinesAndPushesBackTheNextByte) {
+    std::istringstream in("  % one\r% two\n  <<");
+    CFileBlock::skipComment(in);
+    EXPECT_EQ(in.peek(), '<');
+}
+
+TEST(FileBlock, IsDictStartDoesNotConsumeTheOpening) {
+    std::istringstream dict("%c\n<< /A 1 >>");
+    EXPECT_TRUE(CFileBlock::isDictStart(dict));
+    std::string t;
+    readPDFString(dict, t);
+    EXPECT_EQ(t, "<<");
+
+    std::istringstream arr(" [1 2]");
+    EXPECT_TRUE(CFileBlock::isDictStart(arr));
+    EXPECT_EQ(arr.peek(), '[');
+
+    std::istringstream hex("<41>");
+    EXPECT_FALSE(CFileBlock::isDictStart(hex));
+    EXPECT_EQ(hex.peek(), '<');
+
+    std::istringstream lone("<");
+    EXPECT_FALSE(CFileBlock::isDictStart(lone));
+    EXPECT_EQ(lone.peek(), '<');
+}
+
+TEST(FileBlock, GetWordsCutsAtTheFirstMatchingDelimiterRule) {
+    struct Case {
+        const char* in;
+        const char* word;
+        const char* rest;
+    };
+    const Case cases[] = {
+        {"  abc<<def x", "abc", "<<def"},
+        {"ab>>cd x", "ab", ">>cd"},
+        {"/Type/Page x", "/Type", "/Page"},
+        {"12[3] x", "12", "[3]"},
+        {"12]x y", "12", "]x"},
+        {"plain more", "plain", "more"},
+    };
+    for (const Case& c : cases) {
+        std::istringstream in(c.in);
+        std::string w = "old";
+        CFileBlock::GetWords(in, w);
+        EXPECT_EQ(w, c.word) << c.in;
+        in.clear();
+        std::string rest;
+        char ch = 0;
+        in >> std::ws;
+        while (in.get(ch) && ch != ' ') rest += ch;
+        EXPECT_EQ(rest, c.rest) << c.in;
+    }
+}
+
+TEST(FileBlock, RedHexStringReadsPairsSkipsLineEndsAndPadsAnOddDigit) {
+    std::stringstream out;
+    std::istringstream in("41\n42\r4>tail");
+    int count = 0;
+    EXPECT_TRUE(CFileBlock::RedHexString(out, in, count));
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(out.str(), "AB@");
+}
+
+TEST(FileBlock, CharVectorIndexZeroAlwaysExists) {
+    charVector v;
+    EXPECT_EQ(v[0u], '\0');
+    EXPECT_EQ(v.size(), 1u);
+}
+
+TEST(Names, KeptSpellingsAndIrregularNames) {
+    EXPECT_STREQ(nmASCIIHexDecode, "/ASCIIHexDecod");
+    EXPECT_STREQ(nmJavaScript, "/JaveScript");
+    EXPECT_STREQ(nmPubSec, "/Adobe.PubSec");
+    EXPECT_STREQ(nmAdbepkcs7s3, "/adbe.pkcs7.s3");
+    EXPECT_STREQ(nmDecodeParms, "/DecodeParms");
+    EXPECT_STREQ(nm3DA, "/3DA");
+    EXPECT_STREQ(nameTable[0], "/SD");
+    EXPECT_STREQ(nameTable[255], "/W");
+    EXPECT_STREQ(kw_EOF_, "%%EOF.");
+    EXPECT_STREQ(kw_r_n, "\r\n");
+}
