@@ -1,8 +1,10 @@
-// libFuzzer target over jbig2::Jbig2Decoder (Parts 8.1 to 8.3), in both the
-// file form and the embedded form, and over the C entry Jbig2ToRGB.
+// libFuzzer target over jbig2::Jbig2Decoder, in both the file form and the
+// embedded form, and over the C entry Jbig2ToRGB. Every segment type is
+// decoded: generic and refinement regions, symbol dictionaries, text regions,
+// pattern dictionaries, halftone regions, code tables and extensions.
 //
-// Required aborts. The decoder must end the process on five hard assertions
-//, all printed as "GraphicServiceModule/jbig2/jbig2decoder.cpp:
+// Required aborts. The decoder must end the process on five hard assertions,
+// all printed as "GraphicServiceModule/jbig2/jbig2decoder.cpp:
 // <line>: <function>: Assertion `<text>' failed." with these texts:
 //     m_istream->good()
 //     m_jdi

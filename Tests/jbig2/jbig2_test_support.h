@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -17,6 +18,57 @@ using Bytes = std::vector<unsigned char>;
 inline Bytes readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+inline void put32(Bytes& b, uint32_t v) {
+    for (int s = 24; s >= 0; s -= 8) b.push_back(static_cast<unsigned char>(v >> s));
+}
+
+inline void put16(Bytes& b, uint16_t v) {
+    b.push_back(static_cast<unsigned char>(v >> 8));
+    b.push_back(static_cast<unsigned char>(v));
+}
+
+inline Bytes cat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+// A segment header (short forms: up to 4 referred segments, numbers below
+// 257) and its data.
+inline Bytes segment(uint32_t number, int type, const std::vector<uint32_t>& refs, const Bytes& data,
+                     uint32_t length = 0xFFFFFFFEu) {
+    Bytes b;
+    put32(b, number);
+    b.push_back(static_cast<unsigned char>(type));
+    b.push_back(static_cast<unsigned char>(refs.size() << 5));
+    for (uint32_t r : refs) b.push_back(static_cast<unsigned char>(r));
+    b.push_back(1);  // page association
+    put32(b, length == 0xFFFFFFFEu ? static_cast<uint32_t>(data.size()) : length);
+    b.insert(b.end(), data.begin(), data.end());
+    return b;
+}
+
+inline Bytes pageInfo(uint32_t w, uint32_t h, unsigned char flags = 0, uint16_t striping = 0) {
+    Bytes d;
+    put32(d, w);
+    put32(d, h);
+    put32(d, 72);
+    put32(d, 96);
+    d.push_back(flags);
+    put16(d, striping);
+    return d;
+}
+
+inline Bytes regionInfo(uint32_t w, uint32_t h, uint32_t x, uint32_t y, unsigned char op) {
+    Bytes d;
+    put32(d, w);
+    put32(d, h);
+    put32(d, x);
+    put32(d, y);
+    d.push_back(op);
+    return d;
 }
 
 // Most significant bit first.
@@ -32,6 +84,10 @@ public:
         if (m_n % 8 == 0) m_bytes.push_back(0);
         if (b) m_bytes.back() |= static_cast<unsigned char>(0x80 >> (m_n % 8));
         ++m_n;
+    }
+    // Pads with zero bits to the next byte boundary.
+    void align() {
+        while (m_n % 8) bit(false);
     }
     const Bytes& bytes() const { return m_bytes; }
 

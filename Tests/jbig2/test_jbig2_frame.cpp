@@ -15,46 +15,6 @@ using namespace jbig2test;
 
 namespace {
 
-void put32(Bytes& b, uint32_t v) {
-    for (int s = 24; s >= 0; s -= 8) b.push_back(static_cast<unsigned char>(v >> s));
-}
-
-// A segment header (short forms) and its data.
-Bytes segment(uint32_t number, int type, const std::vector<uint32_t>& refs, const Bytes& data,
-              uint32_t length = 0xFFFFFFFEu) {
-    Bytes b;
-    put32(b, number);
-    b.push_back(static_cast<unsigned char>(type));
-    b.push_back(static_cast<unsigned char>(refs.size() << 5));
-    for (uint32_t r : refs) b.push_back(static_cast<unsigned char>(r));
-    b.push_back(1);  // page association
-    put32(b, length == 0xFFFFFFFEu ? static_cast<uint32_t>(data.size()) : length);
-    b.insert(b.end(), data.begin(), data.end());
-    return b;
-}
-
-Bytes pageInfo(uint32_t w, uint32_t h, unsigned char flags = 0, uint16_t striping = 0) {
-    Bytes d;
-    put32(d, w);
-    put32(d, h);
-    put32(d, 72);
-    put32(d, 96);
-    d.push_back(flags);
-    d.push_back(static_cast<unsigned char>(striping >> 8));
-    d.push_back(static_cast<unsigned char>(striping));
-    return d;
-}
-
-Bytes regionInfo(uint32_t w, uint32_t h, uint32_t x, uint32_t y, unsigned char op) {
-    Bytes d;
-    put32(d, w);
-    put32(d, h);
-    put32(d, x);
-    put32(d, y);
-    d.push_back(op);
-    return d;
-}
-
 // An MMR generic region whose every row is: white `white`, black `black`,
 // then V0 to the end of the row (row codes from reference/ccitt-tables.md).
 Bytes mmrRegion(uint32_t w, uint32_t h, uint32_t x, uint32_t y, unsigned char op, const std::string& whiteCode,
@@ -70,12 +30,6 @@ Bytes mmrRegion(uint32_t w, uint32_t h, uint32_t x, uint32_t y, unsigned char op
     }
     d.insert(d.end(), bits.bytes().begin(), bits.bytes().end());
     return d;
-}
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
 }
 
 Bytes fileHeader(bool sequential, int pages = 1) {

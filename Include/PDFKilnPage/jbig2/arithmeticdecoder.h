@@ -18,8 +18,11 @@ struct ArithmeticDecoderState {
     uint32_t B;   // current byte
     uint32_t B1;  // next byte
     StepDataReader* reader;
+    // Bytes fed in past the end of the data (or in front of a marker). Loops
+    // whose length comes from the data use it to stop on hostile counts.
+    uint32_t pastEnd;
 
-    explicit ArithmeticDecoderState(StepDataReader* r) : C(0), A(0), CT(0), B(0), B1(0), reader(r) {}
+    explicit ArithmeticDecoderState(StepDataReader* r) : C(0), A(0), CT(0), B(0), B1(0), reader(r), pastEnd(0) {}
     void init();
     void bytein();
 };

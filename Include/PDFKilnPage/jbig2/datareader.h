@@ -1,4 +1,4 @@
-// Byte and bit readers of the jbig2 decoder (Parts 8.1 and 8.2). Every read is
+// Byte and bit readers of the jbig2 decoder. Every read is
 // bounded by the reader's own size: bytes past it read as zero.
 #ifndef PDFKILN_JBIG2_DATAREADER_H
 #define PDFKILN_JBIG2_DATAREADER_H
@@ -97,6 +97,8 @@ public:
     }
     // Whole bytes touched by what has been consumed.
     uint32_t bytesConsumed() const;
+    // Bits consumed from the start.
+    uint64_t bitPosition() const { return static_cast<uint64_t>(m_pos) * 8 + m_bitsUsed; }
     uint32_t getSize() const { return m_size; }
 
 protected:

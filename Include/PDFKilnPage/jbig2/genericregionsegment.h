@@ -20,6 +20,9 @@ struct GenericRegionSegmentParameter {
     bool useskip = false;
     const ImageProcessor<ImageDataBits>* skip = nullptr;  // not owned
     signed char at[8] = {0, 0, 0, 0, 0, 0, 0, 0};         // AT pixel pairs (x, y)
+    // MMR only: an EOFB code right after the last row is stepped over, as
+    // between the bit planes of a halftone's grey-scale image.
+    bool skipEOFB = false;
 };
 
 class GenericRegionSegment : public Segment {

@@ -85,6 +85,10 @@ public:
     // The reported height stays as it is (growth of striped pages).
     void growRows(uint32_t rows);
 
+    // A second raster over the same pixels: the buffer's reference count
+    // rises, so a dictionary can export a symbol that another one owns.
+    ImageProcessor* share() const;
+
 private:
     uint32_t m_width;
     uint32_t m_height;

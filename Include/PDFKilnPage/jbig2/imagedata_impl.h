@@ -80,6 +80,17 @@ void ImageProcessor<T>::growRows(uint32_t rows) {
     m_data = data;
 }
 
+template <class T>
+ImageProcessor<T>* ImageProcessor<T>::share() const {
+    ImageProcessor* copy = new ImageProcessor();
+    copy->m_width = m_width;
+    copy->m_height = m_height;
+    copy->m_stride = m_stride;
+    copy->m_data = m_data;
+    if (m_data) m_data->addRef();
+    return copy;
+}
+
 }  // namespace jbig2
 
 #endif

@@ -1,11 +1,13 @@
-// Umbrella header of the jbig2 decoder (Parts 8.1 to 8.3).
+// Umbrella header of the jbig2 decoder.
 #ifndef PDFKILN_JBIG2_JBIG2_H
 #define PDFKILN_JBIG2_JBIG2_H
 
 #include "arithmeticdecoder.h"
 #include "codetablesegment.h"
 #include "datareader.h"
+#include "extensionsegment.h"
 #include "genericregionsegment.h"
+#include "halftoneregionsegment.h"
 #include "huffman.h"
 #include "imagedata.h"
 #include "jbig2decoder.h"
@@ -13,8 +15,10 @@
 #include "jbig2result.h"
 #include "mmrdecoder.h"
 #include "page.h"
+#include "patterndictionarysegment.h"
 #include "refinementregionsegment.h"
 #include "segment.h"
-#include "unsupportedsegment.h"
+#include "symboldictsegment.h"
+#include "textregionsegment.h"
 
 #endif

@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "datareader.h"
+#include "huffman.h"
+#include "imagedata.h"
 #include "jbig2result.h"
 #include "page.h"
 #include "segment.h"
@@ -41,7 +43,16 @@ private:
     void parseGenericRegionSegment(const Segment& header, StepDataReader& reader);
     void parseGenericRefinementRegionSegment(const Segment& header, StepDataReader& reader);
     void parseCodeTableSegment(const Segment& header, StepDataReader& reader);
-    void parseUnsupportedSegment(const Segment& header, StepDataReader& reader, bool keep);
+    void parseSymbolDictSegment(const Segment& header, StepDataReader& reader);
+    void parseTextRegionSegment(const Segment& header, StepDataReader& reader);
+    void parsePatternDictionarySegment(const Segment& header, StepDataReader& reader);
+    void parseHalftoneRegionSegment(const Segment& header, StepDataReader& reader);
+    void parseExtensionSegment(const Segment& header, StepDataReader& reader);
+    // The exports of referred symbol dictionaries (when `symbols` is given)
+    // and the tables of referred code table segments, in order; a referred
+    // number that isn't kept throws JBIG2_INVALID_DATA.
+    void collectReferred(const Segment& header, std::vector<ImageProcessor<ImageDataBits>*>* symbols,
+                         std::vector<const HuffmanTable*>& tables) const;
     // Composes an immediate region with the current page, growing a striped
     // page's buffer (but not its height) first.
     void composeWithPage(const ImageProcessor<ImageDataBits>* region, uint32_t x, uint32_t y, int op);

@@ -33,6 +33,8 @@ public:
     void decodeline(const unsigned char* reference, unsigned char* current);
     // Bytes of the input that decoding consumed.
     uint32_t getConsumed() const { return m_reader.bytesConsumed(); }
+    // Bits of the input that decoding consumed.
+    uint64_t getConsumedBits() const { return m_reader.bitPosition(); }
 
     // Classifies the next bits (word: the next 32 bits); sets the code length.
     static int getMode(uint32_t word, int& length);

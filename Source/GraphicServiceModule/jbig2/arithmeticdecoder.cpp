@@ -42,6 +42,7 @@ void ArithmeticDecoderState::init() {
 }
 
 void ArithmeticDecoderState::bytein() {
+    if (reader->remaining() == 0 || (B == 0xFF && B1 > 0x8F)) ++pastEnd;
     if (B == 0xFF) {
         if (B1 > 0x8F) {
             // A marker: feed 1-bits and never move past it.

@@ -1,4 +1,4 @@
-// StepDataReader, StreamReader and DataReader (Parts 8.1, 8.2).
+// StepDataReader, StreamReader and DataReader.
 #include "jbig2/datareader.h"
 
 #include <cstring>

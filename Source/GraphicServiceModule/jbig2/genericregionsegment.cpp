@@ -126,7 +126,19 @@ void GenericRegionSegment::decodeMMR(StepDataReader& reader) {
     MMRDecoder mmr(*m_result, reader.current(), static_cast<unsigned int>(rest > 0xFFFFFFFFu ? 0xFFFFFFFFu : rest),
                    static_cast<int>(m_result->getWidth()), static_cast<int>(m_result->getHeight()));
     mmr.decode();
-    reader.skip(mmr.getConsumed());
+    uint64_t bits = mmr.getConsumedBits();
+    if (m_param.skipEOFB) {
+        // EOFB is two EOL codes, 000000000001 twice.
+        uint32_t word = 0;
+        const uint64_t byte = bits >> 3;
+        for (int i = 0; i < 4; ++i) {
+            const uint64_t at = byte + static_cast<uint64_t>(i);
+            word = (word << 8) | (at < rest ? reader.current()[at] : 0u);
+        }
+        if (((word << (bits & 7)) >> 8) == 0x001001u) bits += 24;
+    }
+    const uint64_t bytes = (bits + 7) >> 3;
+    reader.skip(static_cast<std::size_t>(bytes < rest ? bytes : rest));
 }
 
 void GenericRegionSegment::decodeArithmetic(ArithmeticDecoderState& state) {

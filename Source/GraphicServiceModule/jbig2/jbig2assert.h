@@ -9,9 +9,10 @@ namespace jbig2 {
 
 // The text is given literally, so that it reads exactly as the original
 // assertion's expansion ("page!=__null").
-#define JBIG2_ASSERT(cond, text)                                                                 \
-    ((cond) ? static_cast<void>(0)                                                               \
-            : ::jbig2::assertFail(text, "GraphicServiceModule/jbig2/jbig2decoder.cpp", __LINE__, \
-                                  __PRETTY_FUNCTION__))
+#define JBIG2_ASSERT(cond, text) JBIG2_ASSERT_IN(cond, text, "GraphicServiceModule/jbig2/jbig2decoder.cpp")
+
+// The same for another source file of the original code.
+#define JBIG2_ASSERT_IN(cond, text, file) \
+    ((cond) ? static_cast<void>(0) : ::jbig2::assertFail(text, file, __LINE__, __PRETTY_FUNCTION__))
 
 #endif

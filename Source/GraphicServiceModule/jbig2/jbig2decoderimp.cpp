@@ -7,10 +7,14 @@
 #include <new>
 
 #include "jbig2/codetablesegment.h"
+#include "jbig2/extensionsegment.h"
 #include "jbig2/genericregionsegment.h"
+#include "jbig2/halftoneregionsegment.h"
 #include "jbig2/jbig2decoder.h"
+#include "jbig2/patterndictionarysegment.h"
 #include "jbig2/refinementregionsegment.h"
-#include "jbig2/unsupportedsegment.h"
+#include "jbig2/symboldictsegment.h"
+#include "jbig2/textregionsegment.h"
 
 namespace jbig2 {
 
@@ -126,18 +130,24 @@ JBIG2_RESULT Jbig2DecoderImp::paresFileRandom() {
 JBIG2_RESULT Jbig2DecoderImp::parseSegments(const Segment& header, StepDataReader& reader) {
     try {
         switch (header.type) {
-        case 0:   // symbol dictionary
-        case 4:   // intermediate text region
-        case 16:  // pattern dictionary
-        case 20:  // intermediate halftone region
-        case 62:  // extension
-            parseUnsupportedSegment(header, reader, true);
+        case 0:
+            parseSymbolDictSegment(header, reader);
             break;
-        case 6:  // immediate text region
+        case 4:
+        case 6:
         case 7:
-        case 22:  // immediate halftone region
+            parseTextRegionSegment(header, reader);
+            break;
+        case 16:
+            parsePatternDictionarySegment(header, reader);
+            break;
+        case 20:
+        case 22:
         case 23:
-            parseUnsupportedSegment(header, reader, false);
+            parseHalftoneRegionSegment(header, reader);
+            break;
+        case 62:
+            parseExtensionSegment(header, reader);
             break;
         case 36:
         case 38:
@@ -236,13 +246,79 @@ void Jbig2DecoderImp::parseCodeTableSegment(const Segment& header, StepDataReade
     seg.release();
 }
 
-void Jbig2DecoderImp::parseUnsupportedSegment(const Segment& header, StepDataReader& reader, bool keep) {
-    std::unique_ptr<UnsupportedSegment> seg(new UnsupportedSegment(header));
+void Jbig2DecoderImp::collectReferred(const Segment& header, std::vector<SymbolImage*>* symbols,
+                                      std::vector<const HuffmanTable*>& tables) const {
+    for (unsigned int number : header.referredSegments) {
+        const Segment* referred = getSegment(number);
+        if (!referred) throw JBIG2_INVALID_DATA;
+        if (referred->type == 0 && symbols) {
+            const auto& exported = static_cast<const SymbolDictSegment*>(referred)->getExportedSymbols();
+            symbols->insert(symbols->end(), exported.begin(), exported.end());
+        } else if (referred->type == 53) {
+            tables.push_back(&static_cast<const CodeTableSegment*>(referred)->getTable());
+        }
+    }
+}
+
+void Jbig2DecoderImp::parseSymbolDictSegment(const Segment& header, StepDataReader& reader) {
+    std::vector<SymbolImage*> symbols;
+    std::vector<const HuffmanTable*> tables;
+    collectReferred(header, &symbols, tables);
+    std::unique_ptr<SymbolDictSegment> seg(new SymbolDictSegment(header));
+    seg->addInputSymbols(symbols);
+    for (const HuffmanTable* t : tables) seg->addUserTable(t);
     seg->decode(reader);
-    if (keep) {
+    m_segments.push_back(seg.get());
+    seg.release();
+}
+
+void Jbig2DecoderImp::parseTextRegionSegment(const Segment& header, StepDataReader& reader) {
+    std::vector<SymbolImage*> symbols;
+    std::vector<const HuffmanTable*> tables;
+    collectReferred(header, &symbols, tables);
+    std::unique_ptr<TextRegionSegment> seg(new TextRegionSegment(header));
+    seg->decode(reader, std::vector<const SymbolImage*>(symbols.begin(), symbols.end()), tables);
+    if (header.type == 4) {
         m_segments.push_back(seg.get());
         seg.release();
+        return;
     }
+    // The region goes onto the page with the operator of its region
+    // information; SBCOMBOP placed the symbols inside it.
+    const RegionSegmentInfo& info = seg->getParams().region;
+    composeWithPage(seg->getImage(), info.x, info.y, info.op);
+}
+
+void Jbig2DecoderImp::parsePatternDictionarySegment(const Segment& header, StepDataReader& reader) {
+    std::unique_ptr<PatternDictionarySegment> seg(new PatternDictionarySegment(header));
+    seg->decode(reader);
+    m_segments.push_back(seg.get());
+    seg.release();
+}
+
+void Jbig2DecoderImp::parseHalftoneRegionSegment(const Segment& header, StepDataReader& reader) {
+    if (header.referredSegments.size() != 1) throw JBIG2_NO_REFERRED;
+    const Segment* referred = getSegment(header.referredSegments[0]);
+    if (!referred) throw JBIG2_NO_REFERRED;
+    if (referred->type != 16) throw JBIG2_BAD_REFERRED_TYPE;
+    std::unique_ptr<HalftoneRegionSegment> seg(new HalftoneRegionSegment(header));
+    seg->setPatternDictionary(static_cast<const PatternDictionarySegment*>(referred));
+    seg->decode(reader);
+    if (header.type == 20) {
+        m_segments.push_back(seg.get());
+        seg.release();
+        return;
+    }
+    // As for text regions: the region information's operator, not HCOMBOP.
+    const RegionSegmentInfo& info = seg->getRegionInfo();
+    composeWithPage(seg->getImage(), info.x, info.y, info.op);
+}
+
+void Jbig2DecoderImp::parseExtensionSegment(const Segment& header, StepDataReader& reader) {
+    std::unique_ptr<ExtensionSegment> seg(new ExtensionSegment(header));
+    seg->decode(reader);
+    m_segments.push_back(seg.get());
+    seg.release();
 }
 
 }  // namespace jbig2

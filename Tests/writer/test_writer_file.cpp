@@ -1,0 +1,111 @@
+// The file's tail: cross-reference table, trailer, /Info and /ID.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "writer_test_util.h"
+
+using namespace PDF_KILN;
+
+namespace {
+
+TEST(XRef, OneSubsectionWithTenAndFiveDigitFields) {
+    CDestFile out;
+    out.Write();  // enters the free head
+    out += "%PDF-1.4\n";
+    out.RecordObjInfo(SObj(1, 0));
+    out += "1 0 obj\n<< >>\nendobj\n";
+    out.RecordObjInfo(SObj(2, 0));
+    out += "2 0 obj\n<< >>\nendobj\n";
+    out.RecordObjInfo(SObj(3, 0));
+    out += "3 0 obj\n<< >>\nendobj\n";
+    out.catalog.self = SObj(1, 0);
+    const std::size_t before = out.size();
+    out.fileInfo.WriteXRef(out);
+    const std::string tail = out.substr(before);
+    EXPECT_EQ(tail.rfind("xref\r\n0 4\r\n0000000000 65535 f\r\n0000000009 00000 n\r\n", 0), 0u) << tail;
+    EXPECT_NE(tail.find("trailer\r\n<</Size 4 /Root 1 0 R >>\nstartxref\n" + std::to_string(before) + "\n%%EOF"),
+              std::string::npos)
+        << tail;
+    EXPECT_EQ(tail.back(), 'F') << "no line end follows %%EOF";
+}
+
+TEST(XRef, IdentifierWrittenWhenSetAndSecondCopiedFromTheFirst) {
+    CDestFile out;
+    out.catalog.self = SObj(1, 0);
+    const unsigned char id[] = {0xab, 0x01, 0x02};
+    std::memcpy(out.fileInfo.fileId.id1, id, 3);
+    out.fileInfo.fileId.id1Length = 3;
+    out.fileInfo.WriteXRef(out);
+    EXPECT_NE(out.find("/ID[<ab0102><ab0102>]"), std::string::npos) << out;
+}
+
+TEST(XRef, NoIdentifierWhenNoneIsSet) {
+    CDestFile out;
+    out.catalog.self = SObj(1, 0);
+    out.fileInfo.WriteXRef(out);
+    EXPECT_EQ(out.find("/ID"), std::string::npos);
+}
+
+TEST(Info, FieldsInTheirOrderEachOnALine) {
+    CDestFile out;
+    CFileInfo::CInfo& info = out.fileInfo.info;
+    info.self = SObj(9, 0);
+    info.title = "T(1)";
+    info.author.clear();
+    info.subject.clear();
+    info.keywords.clear();
+    info.creator = "C";
+    info.producer.clear();
+    info.creationDate = "D:2026";
+    info.modDate = "D:2027";
+    CSourFile* none = nullptr;
+    (void)none;
+    pdftest::Source src(pdftest::minimalPdf());
+    info.Write(out, src.file);
+    EXPECT_EQ(std::string(out),
+              "9 0 obj\n<</Title (T\\(1\\))\n/Creator (C)\n/CreationDate (D:2026)\n/Trapped (Unknown)\n"
+              "/ModDate (D:2027)>>endobj\n");
+    EXPECT_EQ(out.fileInfo.ownTable.count(SObj(9, 0)), 1u);
+}
+
+TEST(Info, DatesFollowTheFixedFormat) {
+    InfoDic d;
+    d.creationDate = {2026, 1, 1, 12, 0, 0, '-', 5, 0};
+    d.modDate = {2026, 11, 22, 0, 35, 3, '+', 1, 30};
+    CFileInfo::CInfo info;
+    info.SetInfo(d);
+    EXPECT_EQ(info.creationDate, "D:20260101120000-05'00'");
+    EXPECT_EQ(info.modDate, "D:20261122003503+01'30'");
+    std::string now;
+    CFileInfo::CInfo::createdate(now);
+    ASSERT_EQ(now.size(), std::string("D:20260101120000+00'00'").size());
+    EXPECT_EQ(now.rfind("D:", 0), 0u);
+}
+
+TEST(Encrypt, RevisionThreeDictionaryWithAndWithoutCryptFilters) {
+    CDestFile out;
+    CEncrypt& enc = out.fileInfo.encrypt;
+    enc.self = SObj(7, 0);
+    enc.R = 3;
+    enc.V = 2;
+    enc.Length = 128;
+    enc.P = -4;
+    out.versionText = "%PDF-1.5";
+    pdftest::Source src(pdftest::minimalPdf());
+    enc.Write(out, src.file);
+    EXPECT_EQ(out.rfind("7 0 obj\n<</R 3/Length 128/Filter /Standard/P -4/V 2/O(", 0), 0u) << out;
+    EXPECT_EQ(out.find("/CF"), std::string::npos) << "a 1.5 header writes no crypt filters";
+
+    CDestFile out16;
+    out16.fileInfo.encrypt.self = SObj(7, 0);
+    out16.fileInfo.encrypt.EncryptMetadata = false;
+    out16.versionText = "%PDF-1.6";
+    out16.fileInfo.encrypt.Write(out16, src.file);
+    EXPECT_NE(out16.find("\n/CF<</StdCF<</Length 16/CFM/V2/AuthEvent/DocOpen>>>>/StmF/StdCF/StrF/StdCF"
+                         "/EncryptMetadata false>>endobj\n"),
+              std::string::npos)
+        << out16;
+}
+
+}  // namespace
