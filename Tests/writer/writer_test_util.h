@@ -24,7 +24,7 @@ inline std::string document(const std::vector<std::pair<int, std::string>>& objs
     b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
     b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
     for (const auto& o : objs) b.object(o.first, o.second);
-    b.xrefTable("<< /Size 40 /Root 1 0 R >>");
+    b.startxref(b.xrefTable("/Size 40 /Root 1 0 R"));
     return b.str();
 }
 
