@@ -1,5 +1,8 @@
-// Fuzz target: open a document from arbitrary bytes, then fetch every object
-// of its table and run the filter chain of every stream object.
+// Fuzz target: open a document from arbitrary bytes, fetch every object of
+// its table and run the filter chain of every stream object, then walk every
+// page as an embedding program does: select it, number its closure, and take
+// its content and resources.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <sstream>
@@ -63,6 +66,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             if (CObj::ParseObj(*src, view, text, k)) decodeStream(*view, k);
             delete owned;
             src->clear();
+        }
+    } catch (const CFileError&) {
+    } catch (const std::exception&) {
+    } catch (int) {
+    }
+    try {
+        int next = 1;
+        const int pages = std::min(doc.getPageCount(), 64);
+        for (int p = 1; p <= pages; ++p) {
+            if (doc.setPageNo(p) != 0) continue;
+            doc.setStartObjNo(next);
+            for (auto it = doc.begin(); it != doc.end(); doc.next(it)) next = std::max(next, it->first.first + 1);
+            const std::string* out = nullptr;
+            doc.getPageContents(&out);
+            doc.getPageRes(&out, next);
+            float w = 0, h = 0;
+            doc.getPageSize(w, h);
         }
     } catch (const CFileError&) {
     } catch (const std::exception&) {

@@ -3,17 +3,75 @@
 #define PDFKILN_PAGE_H
 
 #include <istream>
+#include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "pdfkiln_obj.h"
+#include "pdfkiln_obj_page.h"
 
 namespace PDF_KILN {
 
 class CSourFile;
+class CDestFile;
+class CEncrypt;
 class FindingHint;
+
+// A page object's text, and the value of one of its keys cut out of it.
+class CPageInfo {
+public:
+    explicit CPageInfo(const std::string& text) : text(text) {}
+    std::string getValueString(const std::string& key) const;
+
+private:
+    const std::string& text;
+};
+
+// Merges a page's inline resources (first) with its resource object (second).
+class ResourceDictMerger {
+public:
+    ResourceDictMerger(const std::string& first, const std::string& second) : first(first), second(second) {}
+    // Appends key "<<" and the insides of both texts' dictionaries of `key` ">>".
+    void dictValMerge(const std::string& key, std::string& merged) const;
+
+private:
+    const std::string& first;
+    const std::string& second;
+};
+
+// The file key of getFileKey: identifier text, size, page count, hash.
+struct SFileKey {
+    char text[256] = {};
+    int32_t size = 0;
+    int32_t pageCount = 0;
+    int32_t hash = 0;
+};
+
+// Text utilities of the facade.
+std::string getDicStr(const std::string& text);
+std::string getArrayStr(const std::string& text);
+unsigned int hashstr(const char* data, unsigned int length);
+bool aIncludeB(const std::string& a, const std::string& b);
+// 1 when the text holds a dictionary followed by "stream" and, later, "endstream".
+int help_function_MatchStreamObject(std::string& text);
+// A PDF text string's value as UTF-16 code units (a UnicodeString's content).
+std::u16string getXFString(const std::string& text);
+
+template <typename Char_T, int Digits>
+struct GetDataFromHexString {
+    // The value of up to `Digits` hexadecimal digits, most significant first.
+    static unsigned int axtoi(const char* text);
+};
+
+namespace privated {
+void getIntersectRect(const RectTD& a, const RectTD& b, RectTD& out);
+}
+
+template <typename Tokenizer_T>
+int helpFunction_getPageBox(const Tokenizer_T& tokenizer, float& x1, float& y1, float& x2, float& y2);
 
 struct SFileInfo {
     int pageCount = 0;
@@ -38,6 +96,56 @@ public:
     int SetSourcePassword(const std::string& password);
     bool GetSourceFileInfo(SFileInfo& info) const;
     int getPageCount() const;
+
+    enum EBox { eMediaBox = 0, eCropBox = 1, eBleedBox = 2, eTrimBox = 3, eArtBox = 4, eVisibleBox = 5 };
+    typedef std::vector<std::pair<std::pair<int, int>, std::pair<int, int>>> Old2NewVector;
+    typedef std::map<std::pair<int, int>, std::pair<int, int>> NumberMap;
+
+    // Page selection and geometry.
+    int setPageNo(int page);
+    int setBoxOption(EBox box);
+    int getPageBox(EBox box, float& x1, float& y1, float& x2, float& y2) const;
+    int getPageBox(int page, EBox box, float& x1, float& y1, float& x2, float& y2) const;
+    int getPageSize(float& w, float& h) const;
+    int getPageSize(int page, float& w, float& h, EBox box) const;
+    int getPageSizeEx(float& x, float& y, float& w, float& h) const;
+    int getPageRotate(int& rotate) const;
+    int getPageRotate(int page, int& rotate) const;
+    int setPageCm(const PgCmTD& cm);
+    void setCurPageObj(int number, int generation);
+
+    // Content and resources of the current page.
+    int getPageContents(const std::string** out);
+    int getPageRes(const std::string** out, int newNumber);
+    int getNames(const std::string** out);
+    std::string getPageRootString(int newNumber) const;
+    std::string getRootString(int newNumber) const;
+    const std::string& getPageGroupText() const { return pageGroupText; }
+
+    // Numbering.
+    void setOld2NewObjectVector(const Old2NewVector& v);
+    Old2NewVector getOld2NewObjectVector() const;
+    void setStreamObjMap(std::map<std::string, std::pair<int, int>>* map);
+    int next(iterator& it);
+    int next(const_iterator& it) const;
+    bool check(iterator it);
+    void refObjFilt(iterator it);
+    void lengthObjectFilt();
+    void lengthObjectFilt_1(iterator it);
+    // The bounds of a stream's length value in the text of `where`.
+    void findLengthPos(iterator it, char*& begin, char*& end, iterator& where);
+    int calcStreamLength(iterator it);
+    static bool isStreamObj(const std::string& text, std::string& digest);
+
+    // Text and security accessors.
+    static bool unescapeStringObj(const std::string& in, std::string& out);
+    static bool unescapeNameObj(const std::string& in, std::string& out);
+    static bool unescapeFilseSpecification(const std::string& in, std::string& out);
+    SFileKey getFileKey() const;
+    int setEncryptKey(const unsigned char* key, int length, int mode);
+    void getEncryptInfo(CEncrypt& encrypt) const;
+    int targetCipher() const { return cipherKind; }
+    const std::string& getEncryptKey() const { return encryptKey; }
 
     // Read access for tools and tests.
     CSourFile* getSource() const { return source; }
@@ -66,14 +174,23 @@ protected:
     std::string password;
     std::vector<FindingHint*> hints;
     int hintState = 0;
-    std::map<std::pair<int, int>, int> old2newMap;
-    std::map<std::pair<int, int>, int> streamObjMap;
-    std::map<std::pair<int, int>, int> deliveredSet;
+    NumberMap old2newMap;
+    NumberMap deliveredMap;
+    std::map<std::string, std::pair<int, int>>* streamObjMap = nullptr;
     std::string pageBoxText, pageAttrText, pageExtraText;
-    std::vector<int> old2newVector;
+    Old2NewVector old2newVector;
     std::string fileIdText;
     int curPageObj[2] = {0, 0};
     std::string resourceText;
+    std::string pageGroupText;
+    std::set<std::pair<int, int>> lengthObjects;
+    bool lengthFilterDone = false;
+    int cipherKind = 0;  // target cipher: 0 none, 1 RC4, 2 AES-128, 3 AES-256
+
+    // The renumbering of getPageRootString and its kin: known mappings
+    // first, then numbers counted up from the start number.
+    void fillRenumbering(CDestFile& dest) const;
+    std::string decryptObject(const std::string& text, int number, int generation) const;
 };
 
 }  // namespace PDF_KILN

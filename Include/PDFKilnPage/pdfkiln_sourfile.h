@@ -12,6 +12,7 @@
 #include "pdfkiln_fileinfo.h"
 #include "pdfkiln_obj.h"
 #include "pdfkiln_obj_catalog.h"
+#include "pdfkiln_obj_page.h"
 
 namespace PDF_KILN {
 
@@ -27,6 +28,16 @@ public:
     int InitOther();
     // Reads one page and enters the objects it reaches into fileObjects.
     void readPageClosure(const SObj& page);
+    // Puts an object into fileObjects; an object not reached as content or
+    // resources gets the digest of its stream data (if any) as its text.
+    void insertFileObject(SObj& o);
+    // Lists the leaf pages with a work list, depth first in document order.
+    int readPageTree();
+    void clearPageTree();
+    bool isPage(const SObj& o) const { return pageSet.count(o) != 0; }
+    // Takes ownership of `info`, replacing what the page had.
+    void setPaperInfo(const SObj& page, CPaperInfo* info);
+    const CPaperInfo* getPaperInfo(const SObj& page) const;
     bool FindStr(const std::string& what);
 
     // A view over one object's text taken out of an object stream, sharing
@@ -66,6 +77,32 @@ public:
     int acroFormsEnable = 0;
 
     CSourFile* viewParent = nullptr;
+
+    // The page tree (filled by readPageTree and CPages::Read).
+    std::set<SObj> pageSet;                    // the pages, for the page guard
+    std::map<SObj, SObj> ownerMap;             // object -> node or page that pulled it in
+    std::map<SObj, SObj> parentMap;            // node -> its /Parent
+    std::map<SObj, CPaperInfo*> paperInfo;     // page -> geometry, owned
+    // The running inherited attributes of the tree walk: one set per source.
+    RectTD inheritedBox[5];
+    int inheritedRotate = 0;
+    SObj inheritedResources, inheritedFont, inheritedXObject;
+
+    // The current page's lists (CPage::Read starts them empty).
+    std::set<SObj> contentsSet;
+    std::vector<SObj> contentsVector;
+    std::set<SObj> resourcesSet;
+    std::vector<SObj> resourcesVector;
+    std::set<SObj> annotsSet;
+    // Objects that PieceInfoSelector marked private, and its three marks.
+    std::set<SObj> pieceSet;
+    std::string pieceMarks[3];
+    // Objects created while reading, with the identifier they are given.
+    std::map<SObj, SObj> createdObjects;
+
+    // Output: this source's group node in a merged page tree.
+    std::unique_ptr<CPages> groupNode;
+    SObj groupNo;
 
 private:
     std::map<int, DecodedObjStm> objStmCache;

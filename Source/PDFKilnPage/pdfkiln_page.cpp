@@ -1,12 +1,18 @@
 // The page facade: opening a document and entering its password.
 #include "pdfkiln_page.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <fstream>
+#include <set>
+#include <sstream>
 
 #include "crypt/pcrypt.h"
 #include "pdfkiln_destfile.h"
 #include "pdfkiln_sourfile.h"
+#include "pfdecrypt.h"
+#include "yard/pdf_rules.h"
 
 namespace PDF_KILN {
 
@@ -23,11 +29,6 @@ CPDFKilnPage::CPDFKilnPage(const char* name, const std::string& pwd) : fileName(
 CPDFKilnPage::~CPDFKilnPage() {
     delete source;
     if (ownsStream) delete stream;
-}
-
-int CPDFKilnPage::setStartObjNo(int startNo) {
-    startObjNo = startNo;
-    return 0;
 }
 
 int CPDFKilnPage::getPageCount() const { return source ? static_cast<int>(source->pages.size()) : 0; }
@@ -107,6 +108,560 @@ bool CPDFKilnPage::GetSourceFileInfo(SFileInfo& info) const {
     const std::string& v = enc.versionText;
     if (v.size() > 1) std::strncpy(info.versionName, v.c_str() + 1, sizeof info.versionName - 1);
     return true;
+}
+
+}  // namespace PDF_KILN
+
+// ---------------------------------------------------------------------------
+// Page selection and geometry
+
+namespace PDF_KILN {
+
+namespace {
+
+// The blank form that stands in for an object marked private by /PieceInfo.
+const char kBlankForm[] =
+    "<</Type/XObject /Subtype/Form /Length 0 /BBox[0.0 0.0 1.0 1.0] >>\r\nstream\r\nendstream\r\n";
+
+// How far getPageRootString climbs the /Parent chain.
+constexpr int kMaxClimb = 256;
+
+std::pair<int, int> key(const SObj& o) { return {o.num, o.gen}; }
+
+void cutAtLastEndobj(std::string& text) {
+    const std::size_t p = text.rfind(kwendobj);
+    if (p != std::string::npos) text.erase(p);
+}
+
+}  // namespace
+
+namespace privated {
+
+void getIntersectRect(const RectTD& a, const RectTD& b, RectTD& out) {
+    out.left = std::max(a.left, b.left);
+    out.bottom = std::max(a.bottom, b.bottom);
+    out.right = std::min(a.right, b.right);
+    out.top = std::min(a.top, b.top);
+}
+
+}  // namespace privated
+
+template <typename Tokenizer_T>
+int helpFunction_getPageBox(const Tokenizer_T& tokenizer, float& x1, float& y1, float& x2, float& y2) {
+    const auto& tokens = tokenizer.GetTokens();
+    if (tokens.size() != 4) return -1;
+    float* outs[4] = {&x1, &y1, &x2, &y2};
+    int i = 0;
+    for (const auto& t : tokens) {
+        std::istringstream s(t.str());
+        float v = 0;
+        s >> v;
+        *outs[i++] = v;
+    }
+    return 0;
+}
+
+template int helpFunction_getPageBox(const PDF_RULES::MediaBoxTokenizer&, float&, float&, float&, float&);
+template int helpFunction_getPageBox(const PDF_RULES::CropBoxTokenizer&, float&, float&, float&, float&);
+template int helpFunction_getPageBox(const PDF_RULES::BleedBoxTokenizer&, float&, float&, float&, float&);
+template int helpFunction_getPageBox(const PDF_RULES::TrimBoxTokenizer&, float&, float&, float&, float&);
+template int helpFunction_getPageBox(const PDF_RULES::ArtBoxTokenizer&, float&, float&, float&, float&);
+
+int CPDFKilnPage::setPageNo(int page) {
+    if (page == curPage) return kResultOk;
+    try {
+        clear();
+        curPage = page;
+        source->curPageNo = page;
+        if (static_cast<unsigned>(page) > static_cast<unsigned>(source->pages.size()) || page == 0)
+            return kResultBadPage;
+        CPage reader(source->pages[static_cast<std::size_t>(page - 1)]);
+        reader.fromStream(*source);
+        source->clear();
+        pageGroupText = reader.groupText;
+        pageText = getPageRootString(0);
+        return kResultOk;
+    } catch (int code) {
+        source->clear();
+        return code;
+    } catch (const std::exception&) {
+        source->clear();
+        return kResultStdException;
+    }
+}
+
+int CPDFKilnPage::setBoxOption(EBox box) {
+    boxOption = box;
+    return kResultOk;
+}
+
+namespace {
+
+const CPaperInfo* paperOf(const CSourFile* src, int page) {
+    if (!src || page < 1 || static_cast<std::size_t>(page) > src->pages.size()) return nullptr;
+    return src->getPaperInfo(src->pages[static_cast<std::size_t>(page - 1)]);
+}
+
+template <typename Tokenizer_T>
+int boxFromText(const std::string& text, float& x1, float& y1, float& x2, float& y2) {
+    Tokenizer_T t;
+    t.Tokenize(text.data(), text.data() + text.size());
+    return helpFunction_getPageBox(t, x1, y1, x2, y2);
+}
+
+// The crop rectangle, or the media rectangle where the crop box has no area.
+RectTD sizeRect(const CPaperInfo& p) {
+    RectTD r = p.box[1];
+    if (r.right - r.left <= 1e-5f || r.top - r.bottom <= 1e-5f) r = p.box[0];
+    return r;
+}
+
+}  // namespace
+
+int CPDFKilnPage::getPageBox(EBox box, float& x1, float& y1, float& x2, float& y2) const {
+    if (box > 5) return kResultOk;
+    const CPaperInfo* p = paperOf(source, curPage);
+    if (!p) return kResultOk;
+    if (box == eVisibleBox) {
+        RectTD out;
+        privated::getIntersectRect(sizeRect(*p), p->box[0], out);
+        x1 = out.left, y1 = out.bottom, x2 = out.right, y2 = out.top;
+        return kResultOk;
+    }
+    const std::string text = getPageRootString(0);
+    int rc = -1;
+    switch (box) {
+        case eMediaBox: rc = boxFromText<PDF_RULES::MediaBoxTokenizer>(text, x1, y1, x2, y2); break;
+        case eCropBox: rc = boxFromText<PDF_RULES::CropBoxTokenizer>(text, x1, y1, x2, y2); break;
+        case eBleedBox: rc = boxFromText<PDF_RULES::BleedBoxTokenizer>(text, x1, y1, x2, y2); break;
+        case eTrimBox: rc = boxFromText<PDF_RULES::TrimBoxTokenizer>(text, x1, y1, x2, y2); break;
+        case eArtBox: rc = boxFromText<PDF_RULES::ArtBoxTokenizer>(text, x1, y1, x2, y2); break;
+        default: break;
+    }
+    if (rc != 0) {
+        // Only the page object's own text is searched; anything else answers
+        // with the media box.
+        x1 = p->box[0].left, y1 = p->box[0].bottom, x2 = p->box[0].right, y2 = p->box[0].top;
+    }
+    return kResultOk;
+}
+
+int CPDFKilnPage::getPageBox(int page, EBox box, float& x1, float& y1, float& x2, float& y2) const {
+    if (!source || source->pages.empty()) return kResultOk;
+    const CPaperInfo* p = paperOf(source, page);
+    if (!p) {
+        x1 = y1 = x2 = y2 = 0;
+        return kResultBadPage;
+    }
+    if (box > 4) {
+        x1 = y1 = x2 = y2 = 0;
+        return kResultBadBox;
+    }
+    const RectTD& r = p->box[box];
+    x1 = r.left, y1 = r.bottom, x2 = r.right, y2 = r.top;
+    return kResultOk;
+}
+
+int CPDFKilnPage::getPageSize(int page, float& w, float& h, EBox box) const {
+    w = h = 0;
+    const CPaperInfo* p = paperOf(source, page);
+    if (!p) return kResultOk;
+    RectTD r = sizeRect(*p);
+    // Boxes 0 to 4 all answer with the crop (or media) rectangle: only the
+    // visible area is clipped.
+    if (box == eVisibleBox) {
+        RectTD cut;
+        privated::getIntersectRect(r, p->box[0], cut);
+        r = cut;
+    }
+    w = r.right - r.left;
+    h = r.top - r.bottom;
+    if ((p->rotate / 90) % 2 != 0) std::swap(w, h);
+    if (std::fabs(static_cast<double>(w)) < 1e-5 && std::fabs(static_cast<double>(h)) < 1e-5) return kResultBadPage;
+    return kResultOk;
+}
+
+int CPDFKilnPage::getPageSize(float& w, float& h) const {
+    w = h = 0;
+    const CPaperInfo* p = paperOf(source, curPage);
+    if (!p) return kResultBadPage;
+    return getPageSize(curPage, w, h, static_cast<EBox>(boxOption));
+}
+
+int CPDFKilnPage::getPageSizeEx(float& x, float& y, float& w, float& h) const {
+    x = y = w = h = 0;
+    const CPaperInfo* p = paperOf(source, curPage);
+    if (!p) return kResultBadPage;
+    RectTD r = sizeRect(*p);
+    if (boxOption == eVisibleBox) {
+        RectTD cut;
+        privated::getIntersectRect(r, p->box[0], cut);
+        r = cut;
+    }
+    x = r.left;
+    y = r.bottom;
+    w = r.right - r.left;
+    h = r.top - r.bottom;
+    if (std::fabs(static_cast<double>(w)) < 1e-5 && std::fabs(static_cast<double>(h)) < 1e-5) return kResultBadPage;
+    return kResultOk;
+}
+
+int CPDFKilnPage::getPageRotate(int& rotate) const {
+    if (!source || source->pages.empty()) return kResultOk;
+    const CPaperInfo* p = paperOf(source, curPage);
+    if (p) rotate = p->rotate;
+    return kResultOk;
+}
+
+int CPDFKilnPage::getPageRotate(int page, int& rotate) const {
+    rotate = 0;
+    const CPaperInfo* p = paperOf(source, page);
+    if (!p) return kResultBadPage;
+    rotate = p->rotate;
+    return kResultOk;
+}
+
+int CPDFKilnPage::setPageCm(const PgCmTD& cm) {
+    const float v[6] = {cm.a, cm.b, cm.c, cm.d, cm.e, cm.f};
+    std::memcpy(source->pageCm, v, sizeof v);
+    return kResultOk;
+}
+
+void CPDFKilnPage::setCurPageObj(int number, int generation) {
+    curPageObj[0] = number;
+    curPageObj[1] = generation;
+}
+
+// ---------------------------------------------------------------------------
+// Content and resources
+
+void CPDFKilnPage::fillRenumbering(CDestFile& dest) const {
+    dest.setRenumbering(true);
+    int counter = startObjNo;
+    for (const SObj& o : source->fileObjects) {
+        if (o.aux & 48) continue;
+        SObj target;
+        auto a = old2newMap.find(key(o));
+        auto b = deliveredMap.find(key(o));
+        if (a != old2newMap.end()) target = SObj(a->second.first, a->second.second);
+        else if (b != deliveredMap.end()) target = SObj(b->second.first, b->second.second);
+        else target = SObj(counter++, 0);
+        dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), target);
+    }
+}
+
+std::string CPDFKilnPage::getPageRootString(int newNumber) const {
+    if (!source || curPage < 1 || static_cast<std::size_t>(curPage) > source->pages.size()) return std::string();
+    CDestFile dest{std::string()};
+    fillRenumbering(dest);
+    SObj cur = source->pages[static_cast<std::size_t>(curPage - 1)];
+    std::set<SObj> climbed;
+    std::string text;
+    for (int step = 0; step < kMaxClimb && climbed.insert(cur).second; ++step) {
+        dest.insertNewObjTab(NewObjTable(0, cur.num, cur.gen), SObj(newNumber ? newNumber : cur.num, 0));
+        dest.clear();
+        if (newNumber) {
+            dest.curObj = SObj(newNumber, 0);
+            getEncryptInfo(dest.fileInfo.encrypt);
+        }
+        CObj obj(SObj(cur.num, cur.gen));
+        obj.flags |= CObj::kIndirect;
+        StreamRecover<CSourFile> keep(*source);
+        obj.LocalObj(dest, *source);
+        text = dest;
+        if (!newNumber) break;
+        if (text.find(nmResources) != std::string::npos) break;
+        auto p = source->parentMap.find(cur);
+        if (p == source->parentMap.end()) break;
+        cur = SObj(p->second.num, p->second.gen);
+    }
+    return text;
+}
+
+std::string CPDFKilnPage::getRootString(int newNumber) const {
+    if (!source) return std::string();
+    CDestFile dest{std::string()};
+    dest.setRenumbering(true);
+    for (const auto& m : old2newMap)
+        dest.insertNewObjTab(NewObjTable(0, m.first.first, m.first.second), SObj(m.second.first, m.second.second));
+    const SObj& cat = source->catalog.self;
+    dest.insertNewObjTab(NewObjTable(0, cat.num, cat.gen), SObj(newNumber ? newNumber : cat.num, 0));
+    if (newNumber) {
+        dest.curObj = SObj(newNumber, 0);
+        getEncryptInfo(dest.fileInfo.encrypt);
+    }
+    CObj obj(SObj(cat.num, cat.gen));
+    obj.flags |= CObj::kIndirect;
+    StreamRecover<CSourFile> keep(*source);
+    obj.LocalObj(dest, *source);
+    return dest;
+}
+
+int CPDFKilnPage::getPageContents(const std::string** out) {
+    contentsText.clear();
+    try {
+        for (const SObj& c : source->contentsVector) {
+            std::string text;
+            if (source->pieceSet.count(c)) {
+                text = kBlankForm;
+            } else {
+                CDestFile dest{std::string()};
+                getEncryptInfo(dest.fileInfo.encrypt);
+                CObj obj(SObj(c.num, c.gen));
+                obj.flags |= CObj::kIndirect;
+                StreamRecover<CSourFile> keep(*source);
+                if (obj.LocalObj(dest, *source)) text = dest;
+            }
+            std::size_t from = text.find(kwstream);
+            from = from == std::string::npos ? text.size() : from + std::strlen(kwstream);
+            std::size_t to = text.rfind(kwendstream);
+            if (to == std::string::npos || to < from) to = from;
+            const std::size_t filterAt = text.find(nmFilter);
+            if (filterAt == std::string::npos) {
+                contentsText.append(text, from, to - from);
+            } else {
+                while (from < to && (text[from] == '\r' || text[from] == '\n')) ++from;
+                while (to > from && (text[to - 1] == '\r' || text[to - 1] == '\n')) --to;
+                if (to > from) {
+                    std::string data = text.substr(from, to - from);
+                    CFilter filter;
+                    std::stringstream in(text.substr(filterAt + std::strlen(nmFilter)));
+                    filter.ReadFilter(in, 0);
+                    int length = static_cast<int>(data.size());
+                    const int rc = filter.filterStreamType(data, length);
+                    if (rc != 0) {
+                        *out = &contentsText;
+                        return rc;
+                    }
+                    contentsText += data;
+                }
+            }
+            contentsText += '\r';
+        }
+    } catch (int code) {
+        *out = &contentsText;
+        return code;
+    } catch (const std::exception&) {
+        *out = &contentsText;
+        return kResultStdException;
+    }
+    *out = &contentsText;
+    return kResultOk;
+}
+
+int CPDFKilnPage::getPageRes(const std::string** out, int newNumber) {
+    resourceText.clear();
+    if (source->resourcesVector.empty()) {
+        const std::string page = getPageRootString(newNumber);
+        CPageInfo info(page);
+        const std::string group = info.getValueString("Group");
+        if (!group.empty()) pageGroupText = group;
+        resourceText = info.getValueString("Resources");
+    } else {
+        CDestFile dest{std::string()};
+        fillRenumbering(dest);
+        for (const SObj& r : source->resourcesVector) {
+            if (source->pieceSet.count(r)) {
+                dest += kBlankForm;
+                continue;
+            }
+            CObj obj(SObj(r.num, r.gen));
+            obj.flags |= CObj::kIndirect;
+            StreamRecover<CSourFile> keep(*source);
+            if (!obj.LocalObj(dest, *source)) {
+                *out = &resourceText;
+                return kResultNotLocalised;
+            }
+        }
+        resourceText = dest;
+        cutAtLastEndobj(resourceText);
+        const std::string page = getPageRootString(newNumber);
+        const std::string r2 = CPageInfo(page).getValueString("Resources");
+        if (resourceText.empty()) {
+            resourceText = r2;
+        } else if (!r2.empty()) {
+            const ResourceDictMerger merger(r2, resourceText);
+            std::string merged = "<<";
+            for (const char* k : {"/ExtGState", "/ColorSpace", "/Pattern", "/Shading", "/XObject", "/Font",
+                                  "/Properties"})
+                merger.dictValMerge(k, merged);
+            const std::size_t inR2 = r2.find("/ProcSet");
+            const std::size_t inRes = resourceText.find("/ProcSet");
+            if (inR2 != std::string::npos || inRes != std::string::npos) merged += "/ProcSet[";
+            auto copyNames = [&merged](const std::string& t, std::size_t at, std::size_t skip) {
+                const std::size_t open = t.find('[', at);
+                if (open == std::string::npos) return;
+                const std::size_t close = t.find(']', open);
+                const std::size_t from = open + skip;
+                if (close == std::string::npos || from > close) return;
+                merged.append(t, from, close - from);
+            };
+            if (inR2 != std::string::npos) copyNames(r2, inR2, 1);
+            else if (inRes != std::string::npos) copyNames(resourceText, inRes, 2);
+            // The closer of the name list is written whether or not a list was
+            // opened: a merged text can end in "]>>".
+            merged += "]>>";
+            resourceText = merged;
+        }
+    }
+    if (resourceText.empty()) resourceText = "<< >>";
+    *out = &resourceText;
+    return kResultOk;
+}
+
+int CPDFKilnPage::getNames(const std::string** out) {
+    namesText.clear();
+    if (source->catalog.names.self.num >= 1) {
+        CDestFile dest{std::string()};
+        fillRenumbering(dest);
+        CObj obj(SObj(source->catalog.names.self.num, source->catalog.names.self.gen));
+        obj.flags |= CObj::kIndirect;
+        StreamRecover<CSourFile> keep(*source);
+        if (!obj.LocalObj(dest, *source)) {
+            *out = &namesText;
+            return kResultNotLocalised;
+        }
+        namesText = dest;
+        cutAtLastEndobj(namesText);
+    } else {
+        namesText = CPageInfo(getPageRootString(0)).getValueString("Names");
+    }
+    const std::size_t lt = namesText.find('<');
+    const std::size_t gt = namesText.rfind('>');
+    if (lt != std::string::npos && gt != std::string::npos) {
+        const std::size_t from = lt + 2;
+        const long len = static_cast<long>(gt) - 3;
+        namesText = from <= namesText.size() && len > 0 ? namesText.substr(from, static_cast<std::size_t>(len))
+                                                        : std::string();
+    }
+    *out = &namesText;
+    return kResultOk;
+}
+
+// ---------------------------------------------------------------------------
+// Numbering
+
+void CPDFKilnPage::setOld2NewObjectVector(const Old2NewVector& v) { old2newVector = v; }
+
+CPDFKilnPage::Old2NewVector CPDFKilnPage::getOld2NewObjectVector() const {
+    Old2NewVector v;
+    for (const auto& m : old2newMap) v.push_back(m);
+    for (const auto& m : deliveredMap) v.push_back(m);
+    return v;
+}
+
+void CPDFKilnPage::setStreamObjMap(std::map<std::string, std::pair<int, int>>* map) { streamObjMap = map; }
+
+int CPDFKilnPage::next(iterator& it) {
+    ++it;
+    return 0;
+}
+
+int CPDFKilnPage::next(const_iterator& it) const {
+    ++it;
+    return 0;
+}
+
+int CPDFKilnPage::setStartObjNo(int start) {
+    // The catalog's second pass: /Names, whose objects join the closure.
+    if (source->catalog.namesPending) {
+        StreamRecover<CSourFile> keep(*source);
+        source->catalog.self = source->fileInfo.rootRef;
+        source->catalog.fromStream(*source);
+    }
+    for (const auto& p : old2newVector) old2newMap.insert(p);
+    startObjNo = start;
+    CDestFile dest{std::string()};
+    dest.setRenumbering(true);
+    getEncryptInfo(dest.fileInfo.encrypt);
+
+    // Numbering: known mappings first, then streams the caller already has,
+    // then the next free number.
+    int counter = start;
+    for (const SObj& o : source->fileObjects) {
+        if (o.aux & 48) continue;
+        const auto k = key(o);
+        if (streamObjMap) {
+            std::string digest = o.text;
+            if (digest.empty()) {
+                CDestFile look{std::string()};
+                CObj obj(SObj(o.num, o.gen));
+                obj.flags |= CObj::kIndirect;
+                StreamRecover<CSourFile> keep(*source);
+                if (obj.LocalObj(look, *source)) isStreamObj(look, digest);
+            }
+            auto hit = digest.empty() ? streamObjMap->end() : streamObjMap->find(digest);
+            if (hit != streamObjMap->end()) {
+                dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), SObj(hit->second.first, hit->second.second));
+                old2newMap.insert({k, hit->second});
+                deliveredMap.insert({k, hit->second});
+                continue;
+            }
+        }
+        auto a = old2newMap.find(k);
+        auto b = deliveredMap.find(k);
+        if (a != old2newMap.end()) dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), SObj(a->second.first, a->second.second));
+        else if (b != deliveredMap.end())
+            dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), SObj(b->second.first, b->second.second));
+        else dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), SObj(counter++, 0));
+    }
+    for (auto& c : source->createdObjects) {
+        c.second = SObj(counter++, 0);
+        dest.insertNewObjTab(NewObjTable(0, c.first.num, c.first.gen), c.second);
+    }
+
+    // Text: every object not delivered before.
+    int local = start;
+    for (const SObj& o : source->fileObjects) {
+        if (o.aux & 48) continue;
+        const auto k = key(o);
+        if (old2newMap.count(k) || deliveredMap.count(k)) continue;
+        const SObj* mapped = dest.newNumber(o.num, o.gen);
+        const SObj target = mapped ? SObj(mapped->num, mapped->gen) : SObj(local, 0);
+        const std::size_t before = dest.size();
+        bool ok = true;
+        if (source->pieceSet.count(o)) {
+            dest += kBlankForm;
+        } else {
+            // Annotation objects (flags 0x1002) take the plain copier until
+            // the annotation classes render them with the caller's page.
+            dest.curObj = target;
+            CObj obj(SObj(o.num, o.gen));
+            obj.flags |= CObj::kIndirect;
+            StreamRecover<CSourFile> keep(*source);
+            ok = obj.LocalObj(dest, *source);
+        }
+        (*this)[{target.num, target.gen}] = ok ? dest.substr(before) : std::string();
+        deliveredMap[k] = {target.num, target.gen};
+        ++local;
+    }
+
+    // Trimming.
+    for (iterator it = begin(); it != end(); ++it) {
+        std::string& text = it->second;
+        if (cipherKind != 0 && text.find(kwendstream) == std::string::npos && !check(it))
+            text = decryptObject(text, it->first.first, it->first.second);
+        cutAtLastEndobj(text);
+        if (!text.empty() && text[0] == '\n') text.erase(0, 1);
+    }
+
+    // AES data grows to whole blocks: the lengths follow.
+    if (cipherKind == 2) {
+        for (iterator it = begin(); it != end(); ++it) {
+            const int n = calcStreamLength(it);
+            if (n <= 0) continue;
+            const int rounded = (n + 15) / 16 * 16;
+            char* b = nullptr;
+            char* e = nullptr;
+            iterator where = end();
+            findLengthPos(it, b, e, where);
+            if (!b || !e || where == end() || e < b) continue;
+            std::string& t = where->second;
+            const std::size_t at = static_cast<std::size_t>(b - &t[0]);
+            t.replace(at, static_cast<std::size_t>(e - b), std::to_string(rounded) + " ");
+        }
+    }
+    return 0;
 }
 
 }  // namespace PDF_KILN

@@ -27,7 +27,7 @@ CSourFile::CSourFile(std::istream& in) : std::istream(nullptr) {
     info.trapped = "Unknown";
 }
 
-CSourFile::~CSourFile() = default;
+CSourFile::~CSourFile() { clearPageTree(); }
 
 void CSourFile::makeView(CSourFile& parent, bool shareTable) {
     objectStreamView = true;
@@ -123,9 +123,9 @@ int CSourFile::CheckAndInit() {
     catalog.fromStream(*this);
     if (!good()) return kResultBadFile;
 
-    // The page tree is listed by the page-tree classes; until they read it a
-    // document opens with no pages.
-    pages.clear();
+    const int rc = readPageTree();
+    clear();
+    if (rc != 0) return rc;
     curPageNo = 0;
     return kResultOk;
 }
@@ -135,7 +135,9 @@ int CSourFile::InitOther() {
     catalog.self = fileInfo.rootRef;
     catalog.fromStream(*this);
     if (!good()) return kResultBadXRef;
-    pages.clear();
+    const int rc = readPageTree();
+    clear();
+    if (rc != 0) return rc;
     curPageNo = 0;
     return kResultOk;
 }

@@ -1,5 +1,6 @@
 // pdfkiln info / pdfkiln xref: what the reader learned about a file.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -58,6 +59,8 @@ struct Args {
     std::string password;
     bool json = false;
     bool ok = true;
+    int page = 0;         // --page N
+    bool objects = false; // --objects
 };
 
 Args parse(int argc, char** argv) {
@@ -65,6 +68,8 @@ Args parse(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--json")) a.json = true;
         else if (!std::strcmp(argv[i], "--password") && i + 1 < argc) a.password = argv[++i];
+        else if (!std::strcmp(argv[i], "--page") && i + 1 < argc) a.page = std::atoi(argv[++i]);
+        else if (!std::strcmp(argv[i], "--objects")) a.objects = true;
         else if (argv[i][0] == '-' && argv[i][1]) a.ok = false;
         else if (!a.file) a.file = argv[i];
         else a.ok = false;
@@ -83,12 +88,63 @@ const char* resultText(int rc) {
     }
 }
 
+std::string rectText(float x1, float y1, float x2, float y2, bool json) {
+    char b[160];
+    std::snprintf(b, sizeof b, json ? "[%g, %g, %g, %g]" : "[%g %g %g %g]", x1, y1, x2, y2);
+    return b;
+}
+
+// Per page: the five boxes, the visible area and the rotation.
+void printPages(CPDFKilnPage& doc, bool json) {
+    static const char* names[5] = {"MediaBox", "CropBox", "BleedBox", "TrimBox", "ArtBox"};
+    const int n = doc.getPageCount();
+    if (json) std::printf("  \"pageCount\": %d,\n  \"pages\": [", n);
+    else std::printf("pages:           %d\n", n);
+    for (int p = 1; p <= n; ++p) {
+        float r[4];
+        std::string line;
+        for (int b = 0; b < 5; ++b) {
+            doc.getPageBox(p, static_cast<CPDFKilnPage::EBox>(b), r[0], r[1], r[2], r[3]);
+            if (json) line += std::string(b ? ", " : "") + "\"" + names[b] + "\": " + rectText(r[0], r[1], r[2], r[3], true);
+            else line += std::string(" /") + names[b] + " " + rectText(r[0], r[1], r[2], r[3], false);
+        }
+        float w = 0, h = 0;
+        doc.getPageSize(p, w, h, CPDFKilnPage::eVisibleBox);
+        int rotate = 0;
+        doc.getPageRotate(p, rotate);
+        if (json)
+            std::printf("%s\n    {\"page\": %d, %s, \"visible\": [%g, %g], \"rotate\": %d}", p > 1 ? "," : "", p,
+                        line.c_str(), w, h, rotate);
+        else
+            std::printf("  page %d:%s visible %gx%g /Rotate %d\n", p, line.c_str(), w, h, rotate);
+    }
+    if (json) std::printf("%s],\n", n ? "\n  " : "");
+}
+
+// The renumbered object map of one page, numbered from 1.
+int printPageObjects(CPDFKilnPage& doc, int page) {
+    int rc = doc.setPageNo(page);
+    if (rc != 0) {
+        std::fprintf(stderr, "pdfkiln: page %d cannot be read (%d)\n", page, rc);
+        return 1;
+    }
+    doc.setStartObjNo(1);
+    for (auto it = doc.begin(); it != doc.end(); doc.next(it))
+        std::printf("%d %d obj\n%s\nendobj\n", it->first.first, it->first.second, printable(it->second).c_str());
+    const std::string* contents = nullptr;
+    doc.getPageContents(&contents);
+    const std::string* res = nullptr;
+    doc.getPageRes(&res, 0);
+    std::printf("%% contents: %zu bytes\n%% resources: %s\n", contents->size(), printable(*res).c_str());
+    return 0;
+}
+
 }  // namespace
 
 int cmdInfo(int argc, char** argv) {
     Args a = parse(argc, argv);
     if (!a.ok) {
-        std::fputs("usage: pdfkiln info FILE [--password P] [--json]\n", stderr);
+        std::fputs("usage: pdfkiln info FILE [--password P] [--json] [--page N --objects]\n", stderr);
         return 2;
     }
     CPDFKilnPage doc(a.file, a.password);
@@ -103,6 +159,13 @@ int cmdInfo(int argc, char** argv) {
     if (rc != 0) {
         std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", a.file, resultText(rc), rc);
         return 1;
+    }
+    if (a.objects) {
+        if (a.page < 1) {
+            std::fputs("pdfkiln: --objects needs --page N\n", stderr);
+            return 2;
+        }
+        return printPageObjects(doc, a.page);
     }
     CSourFile& src = *doc.getSource();
     const CFileInfo& fi = src.fileInfo;
@@ -136,6 +199,7 @@ int cmdInfo(int argc, char** argv) {
             std::printf("%s%s: %s", i ? ", " : "", jsonString(fields[i].key).c_str(),
                         jsonString(*fields[i].value).c_str());
         std::printf("},\n");
+        printPages(doc, true);
         if (enc.handlerKind) {
             std::printf("  \"encrypt\": {\"Filter\": %s, \"V\": %d, \"R\": %d, \"Length\": %d, \"P\": %d, "
                         "\"EncryptMetadata\": %s, \"cipher\": %d, \"O\": %s, \"U\": %s}\n",
@@ -150,6 +214,7 @@ int cmdInfo(int argc, char** argv) {
     }
 
     std::printf("file:            %s\n", a.file);
+    printPages(doc, false);
     std::printf("version:         %s (header at offset %d)\n", src.version.c_str(), src.headerOffset);
     std::printf("cross-reference: %d classic section(s), %d stream(s)\n", fi.classicSections, fi.xrefStreams);
     std::printf("objects:         %zu (%d in use, %d in object streams, %d free)\n", fi.objTable->size(), byKind[1],

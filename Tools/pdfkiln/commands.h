@@ -7,5 +7,7 @@ int cmdInfo(int argc, char** argv);
 int cmdXref(int argc, char** argv);
 int cmdObject(int argc, char** argv);
 int cmdJbig2(int argc, char** argv);
+int cmdCompose(int argc, char** argv);
+int cmdFind(int argc, char** argv);
 
 #endif

@@ -12,10 +12,16 @@ void usage(FILE* out) {
         "usage: pdfkiln COMMAND [ARGS]\n"
         "\n"
         "commands:\n"
-        "  info FILE [--password P] [--json]   header, cross-reference chain, trailer, /Info, /Encrypt\n"
+        "  info FILE [--password P] [--json]   header, cross-reference chain, trailer, /Info, /Encrypt,\n"
+        "                                      page count, and per page the boxes and rotation\n"
+        "  info FILE --page N --objects        the renumbered objects, contents and resources of a page\n"
+        "  compose -o OUT [--nup CxR] [--sheet WxH] [--password P] IN[:PAGES]...\n"
+        "                                      place source pages on the pages of a new PDF\n"
         "  xref FILE [--json]                  every entry of the object table\n"
         "  object FILE N [G]                   one object's text, as the library renders it\n"
         "  object FILE --all [--json]          every object of the table (stream bodies base64 in JSON)\n"
+        "  find FILE /Key[:type]...            deep search from the catalog; type is one of boolean number\n"
+        "                                      string name array dictionary null stream reference none\n"
         "  jbig2 IN -o OUT.png|OUT.pbm [--embedded]\n"
         "                                      decode a JBIG2 file or embedded stream to an image\n",
         out);
@@ -39,6 +45,8 @@ int main(int argc, char** argv) {
     if (cmd == "xref") return cmdXref(argc - 1, argv + 1);
     if (cmd == "object") return cmdObject(argc - 1, argv + 1);
     if (cmd == "jbig2") return cmdJbig2(argc - 1, argv + 1);
+    if (cmd == "find") return cmdFind(argc - 1, argv + 1);
+    if (cmd == "compose") return cmdCompose(argc - 1, argv + 1);
     std::fprintf(stderr, "pdfkiln: unknown command '%s'\n", cmd.c_str());
     usage(stderr);
     return 2;

@@ -1,0 +1,183 @@
+#!/usr/bin/env python3
+"""Lists the pages of every corpus file that `qpdf --check` accepts with
+`pdfkiln info --json` and compares them with qpdf: the page count with
+`qpdf --show-npages`, and per page the media box, the crop box and the
+rotation with the attributes that qpdf's JSON gives each page object, inherited
+along /Parent. Differences must be listed, with the rule that explains them,
+in pages-explained.txt beside this script.
+
+usage: corpus_pages.py PDFKILN_TOOL CORPUS_DIR
+"""
+import concurrent.futures
+import json
+import os
+import subprocess
+import sys
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+def load_explained():
+    table = {}
+    with open(os.path.join(HERE, "pages-explained.txt"), encoding="utf-8") as f:
+        for line in f:
+            line = line.rstrip("\n")
+            if not line or line.startswith("#"):
+                continue
+            key, _, rule = line.partition("\t")
+            table[key] = rule
+    return table
+
+
+def run(args, timeout=60, env=None):
+    try:
+        p = subprocess.run(args, capture_output=True, timeout=timeout, env=env)
+        return p.returncode, p.stdout
+    except subprocess.TimeoutExpired:
+        return 124, b""
+
+
+def resolve(objects, value, depth=0):
+    while isinstance(value, str) and value.endswith(" R") and depth < 32:
+        value = objects.get("obj:" + value, {}).get("value")
+        depth += 1
+    return value
+
+
+def rect(objects, value):
+    value = resolve(objects, value)
+    if not isinstance(value, list) or len(value) < 4:
+        return None
+    nums = [resolve(objects, v) for v in value[:4]]
+    if not all(isinstance(v, (int, float)) for v in nums):
+        return None
+    return [float(v) for v in nums]
+
+
+def inherited(objects, page, key):
+    node, seen = page, set()
+    while isinstance(node, str) and node not in seen:
+        seen.add(node)
+        d = resolve(objects, node)
+        if not isinstance(d, dict):
+            return None
+        if key in d:
+            return d[key]
+        node = d.get("/Parent")
+    return None
+
+
+def qpdf_pages(path):
+    rc, out = run(["qpdf", "--json=2", "--json-key=pages", "--json-key=qpdf", path], timeout=120)
+    if rc not in (0, 3):
+        return None
+    try:
+        data = json.loads(out)
+    except ValueError:
+        return None
+    objects = data["qpdf"][1]
+    pages = []
+    for p in data["pages"]:
+        ref = p["object"]
+        media = rect(objects, inherited(objects, ref, "/MediaBox"))
+        crop = rect(objects, inherited(objects, ref, "/CropBox"))
+        rot = resolve(objects, inherited(objects, ref, "/Rotate"))
+        rot = int(rot) if isinstance(rot, (int, float)) else 0
+        pages.append((media, crop, rot))
+    return pages
+
+
+def close(a, b):
+    return all(abs(x - y) <= 1e-3 * max(1.0, abs(x), abs(y)) for x, y in zip(a, b))
+
+
+def compare(tool, base, rel):
+    path = os.path.join(base, rel)
+    env = dict(os.environ, ASAN_OPTIONS="exitcode=86:detect_leaks=1", UBSAN_OPTIONS="halt_on_error=1:exitcode=87")
+    rc, out = run(["timeout", "20", tool, "info", "--json", path], env=env)
+    if rc == 124 or rc >= 86:
+        return rel, "crash", "exit %d" % rc
+    if run(["qpdf", "--check", path])[0] != 0:
+        return rel, "skip", ""
+    if rc != 0:
+        return rel, "count", "pdfkiln could not open it (exit %d)" % rc
+    try:
+        ours = json.loads(out)
+    except ValueError:
+        return rel, "count", "pdfkiln info --json is not valid JSON"
+
+    rc, n = run(["qpdf", "--show-npages", path])
+    try:
+        theirs_count = int(n.strip())
+    except ValueError:
+        return rel, "skip", ""
+    if ours["pageCount"] != theirs_count:
+        return rel, "count", "%d pages, qpdf %d" % (ours["pageCount"], theirs_count)
+    theirs = qpdf_pages(path)
+    if theirs is None or len(theirs) != len(ours["pages"]):
+        return rel, "same", ""
+    for i, (p, t) in enumerate(zip(ours["pages"], theirs)):
+        media, crop, rot = t
+        want_rot = rot if rot % 90 == 0 else 0
+        if media is not None and not close(p["MediaBox"], media):
+            return rel, "geometry", "page %d media %s, qpdf %s" % (i + 1, p["MediaBox"], media)
+        if crop is not None and not close(p["CropBox"], crop):
+            return rel, "geometry", "page %d crop %s, qpdf %s" % (i + 1, p["CropBox"], crop)
+        if crop is None and p["CropBox"] != [0, 0, 0, 0]:
+            return rel, "geometry", "page %d crop %s, qpdf none" % (i + 1, p["CropBox"])
+        if p["rotate"] != want_rot:
+            return rel, "geometry", "page %d rotate %d, qpdf %d" % (i + 1, p["rotate"], rot)
+    return rel, "same", ""
+
+
+def main():
+    tool, corpus = sys.argv[1], sys.argv[2]
+    base = os.path.join(corpus, "qpdf")
+    if not os.path.isdir(base):
+        print("corpus not found; skipped")
+        return 0
+    if run(["qpdf", "--version"])[0] != 0:
+        print("qpdf not installed; skipped")
+        return 0
+    explained = load_explained()
+    files = sorted(os.path.relpath(os.path.join(d, f), base)
+                   for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
+    accepted = same_count = same_all = explained_count = 0
+    failures, stale = [], []
+    with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
+        for rel, verdict, detail in pool.map(lambda r: compare(tool, base, r), files):
+            if verdict == "skip":
+                continue
+            if verdict == "crash":
+                failures.append("crashed or hung: %s (%s)" % (rel, detail))
+                continue
+            accepted += 1
+            if verdict == "same":
+                same_count += 1
+                same_all += 1
+                if rel in explained:
+                    stale.append(rel)
+                continue
+            if verdict == "geometry":
+                same_count += 1
+            if rel in explained:
+                explained_count += 1
+            else:
+                failures.append("pages differ from qpdf: %s: %s" % (rel, detail))
+    print("%d accepted by qpdf --check; page count agrees for %d, all geometry for %d, %d explained"
+          % (accepted, same_count, same_all, explained_count))
+    for f in stale:
+        print("note: %s is listed as explained but agrees now" % f)
+    for f in failures:
+        print("FAIL " + f)
+    if accepted == 0:
+        print("FAIL no file accepted")
+        return 1
+    if same_count * 100 < accepted * 98:
+        print("FAIL page count agrees for fewer than 98 %% of the accepted files")
+        return 1
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

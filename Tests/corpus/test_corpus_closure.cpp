@@ -1,0 +1,86 @@
+// Runs every page of every corpus file that opens through one facade, as an
+// embedding program does, and checks the renumbered objects: every object is
+// delivered once over the run, and every reference in a delivered object or
+// a page's resources names an object of the run (delivered now or earlier,
+// or known through the old-to-new vector).
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <regex>
+
+#include "corpus_util.h"
+#include "pdfkiln_page.h"
+#include "pdfkiln_sourfile.h"
+
+using namespace PDF_KILN;
+
+namespace {
+
+// The references in an object's text before its stream data.
+std::vector<int> referencesIn(const std::string& text) {
+    static const std::regex ref(R"((^|[\s\[\]<>/(){}])(\d+)\s+(\d+)\s+R(?=[\s\[\]<>/(){}]|$))");
+    std::string head = text.substr(0, text.find("stream"));
+    std::vector<int> v;
+    for (std::sregex_iterator it(head.begin(), head.end(), ref), end; it != end; ++it)
+        v.push_back(std::stoi((*it)[2].str()));
+    return v;
+}
+
+struct RunResult {
+    int pages = 0;
+    std::vector<std::string> problems;
+};
+
+RunResult runFile(const std::string& path) {
+    RunResult r;
+    CPDFKilnPage doc(path.c_str(), "");
+    if (doc.init() != 0) return r;
+    std::set<int> delivered;
+    int next = 1;
+    const int count = std::min(doc.getPageCount(), 200);
+    for (int p = 1; p <= count; ++p) {
+        if (doc.setPageNo(p) != 0) continue;
+        ++r.pages;
+        const int form = next++;
+        delivered.insert(form);
+        doc.setStartObjNo(next);
+        std::vector<std::string> texts;
+        for (auto it = doc.begin(); it != doc.end(); doc.next(it)) {
+            if (!delivered.insert(it->first.first).second)
+                r.problems.push_back("page " + std::to_string(p) + ": object " + std::to_string(it->first.first) +
+                                     " delivered twice");
+            next = std::max(next, it->first.first + 1);
+            texts.push_back(it->second);
+        }
+        const std::string* res = nullptr;
+        doc.getPageRes(&res, form);
+        texts.push_back(*res);
+        std::set<int> known = delivered;
+        for (const auto& m : doc.getOld2NewObjectVector()) known.insert(m.second.first);
+        for (const std::string& t : texts)
+            for (int n : referencesIn(t))
+                if (!known.count(n))
+                    r.problems.push_back("page " + std::to_string(p) + ": reference to " + std::to_string(n) +
+                                         " that the run does not hold");
+    }
+    return r;
+}
+
+}  // namespace
+
+TEST(CorpusClosure, EveryReferenceOfARunIsHeldAndEveryObjectComesOnce) {
+    if (!corpus::available()) GTEST_SKIP() << "corpus not found at " << corpus::root();
+    const std::string base = corpus::root() + "/qpdf/";
+    int files = 0, pages = 0;
+    std::vector<std::string> failures;
+    for (const std::string& rel : corpus::qpdfFiles()) {
+        const RunResult r = runFile(base + rel);
+        if (r.pages == 0) continue;
+        ++files;
+        pages += r.pages;
+        if (!r.problems.empty()) failures.push_back(rel + ": " + r.problems.front());
+    }
+    std::printf("%d files, %d pages run\n", files, pages);
+    for (const std::string& f : failures) ADD_FAILURE() << f;
+    EXPECT_GT(pages, 0);
+}

@@ -1,0 +1,85 @@
+// Page output: the page's own span copier, group nodes and boxes.
+#include <gtest/gtest.h>
+
+#include "pages_test_util.h"
+#include "pdfkiln_destfile.h"
+
+using namespace PDF_KILN;
+using pagestest::Doc;
+using pagestest::buildPdf;
+
+namespace {
+
+// Renders object `num` of the document with CPage's copier, renumbering the
+// objects of `mapped` to 100, 101, ...
+std::string renderPage(Doc& d, int num, std::initializer_list<int> mapped) {
+    CDestFile out{std::string()};
+    out.setRenumbering(true);
+    int n = 100;
+    for (int m : mapped) out.insertNewObjTab(NewObjTable(0, m, 0), SObj(n++, 0));
+    CPage page(SObj(num, 0));
+    EXPECT_TRUE(page.LocalObj(out, d.src()));
+    return out;
+}
+
+}  // namespace
+
+TEST(PageOutput, SuppliedKeysNeverReachTheOutput) {
+    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
+                    {2, "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>"},
+                    {3, "<< /Type /Page /Parent 2 0 R /Annots 5 0 R /Contents [6 0 R 7 0 R] /MediaBox [0 0 612 792] "
+                        "/CropBox [0 0 10 10] /Thumb 9 0 R /Resources 8 0 R /Rotate 90 >>"},
+                    {4, "<< /Type /Page /Parent 2 0 R /Annots [5 0 R] /Contents 6 0 R /Title (a/b) >>"},
+                    {5, "[]"},
+                    {8, "<< >>"}}));
+    ASSERT_EQ(d.rc, 0);
+    const std::string a = renderPage(d, 3, {2, 8});
+    EXPECT_EQ(a.find("/Annots"), std::string::npos) << a;
+    EXPECT_EQ(a.find("/Contents"), std::string::npos) << a;
+    EXPECT_EQ(a.find("/MediaBox"), std::string::npos) << a;
+    EXPECT_EQ(a.find("/CropBox"), std::string::npos) << a;
+    EXPECT_NE(a.find("/Thumb  null "), std::string::npos) << "an unmapped reference keeps its key: " << a;
+    EXPECT_NE(a.find("/Resources  101 0 R"), std::string::npos) << a;
+    EXPECT_NE(a.find("/Parent  100 0 R"), std::string::npos) << a;
+    EXPECT_NE(a.find("/Rotate 90"), std::string::npos) << a;
+    const std::string b = renderPage(d, 4, {});
+    EXPECT_EQ(b.find("/Annots"), std::string::npos) << b;
+    EXPECT_EQ(b.find("/Contents"), std::string::npos) << b;
+    EXPECT_NE(b.find("/Title (a/b)"), std::string::npos) << b;
+}
+
+TEST(PageOutput, GroupNodesCountTheirPages) {
+    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
+                    {2, "<< /Type /Pages /Kids [3 0 R 4 0 R 5 0 R] /Count 3 >>"},
+                    {3, "<< /Type /Page /Parent 2 0 R >>"},
+                    {4, "<< /Type /Page /Parent 2 0 R >>"},
+                    {5, "<< /Type /Page /Parent 2 0 R >>"}}));
+    ASSERT_EQ(d.rc, 0);
+    CDestFile out{std::string()};
+    out.curFile = 1;
+    out.insertNewObjTab(NewObjTable(1, 3, 0), SObj(20, 0));
+    out.insertNewObjTab(NewObjTable(1, 5, 0), SObj(21, 0));
+    for (int n : {3, 4, 5}) {
+        CPage p(SObj(n, 0));
+        EXPECT_EQ(p.Write(out, d.src()), n != 4) << "a page without a new number is dropped";
+    }
+    ASSERT_TRUE(d.src().groupNode);
+    CPages& group = *d.src().groupNode;
+    EXPECT_EQ(group.count, 2);
+    ASSERT_EQ(group.kids.size(), 2u);
+    EXPECT_EQ(group.kids[1].num, 21);
+    group.self = SObj(30, 0);
+    out.rootPages = SObj(31, 0);
+    out.clear();
+    group.Write(out, d.src());
+    EXPECT_EQ(std::string(out), "30 0 obj\n<</Type/Pages/Count 2/Kids[20 0 R 21 0 R ]\n/Parent 31 0 R >>endobj\n");
+}
+
+TEST(PageOutput, RectanglesAreWrittenAsNumbers) {
+    CDestFile out{std::string()};
+    RectTD r;
+    r.right = 612;
+    r.top = 792;
+    CPaperInfo::WriteRect(out, r);
+    EXPECT_EQ(std::string(out), " [0 0 612 792 ] ");
+}

@@ -1,0 +1,512 @@
+// pdfkiln compose: places pages of existing PDF files on the pages of a new
+// one. Each source page becomes a Form XObject made of the page's decoded
+// content, its resources and the objects they reach (renumbered by the
+// library, every object written once per source), drawn one per sheet or
+// n-up, with the page's rotation applied.
+#include <zlib.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "PDFKilnPage/PDFKilnPage.h"
+#include "PDFKilnPage/pdfkiln_obj_page.h"
+#include "commands.h"
+
+using namespace PDF_KILN;
+
+namespace {
+
+struct Input {
+    std::string file;
+    std::string pages;  // "" for all
+};
+
+struct Options {
+    std::string out;
+    int cols = 1, rows = 1;
+    double sheetW = 0, sheetH = 0;  // 0: the page's own size (one per sheet) or A4 (n-up)
+    std::string password;
+    bool quiet = false;
+    std::vector<Input> inputs;
+};
+
+void usage() {
+    std::fputs("usage: pdfkiln compose -o OUT.pdf [--nup CxR] [--sheet WxH] [--password P] [--quiet] IN[:PAGES]...\n"
+               "  PAGES: comma-separated numbers and ranges (3-7, 5-z); all pages when left out\n",
+               stderr);
+}
+
+bool parseArgs(int argc, char** argv, Options& o) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        if ((a == "-o" || a == "--output") && i + 1 < argc) {
+            o.out = argv[++i];
+        } else if (a == "--nup" && i + 1 < argc) {
+            if (std::sscanf(argv[++i], "%dx%d", &o.cols, &o.rows) != 2 || o.cols < 1 || o.rows < 1 || o.cols > 64 ||
+                o.rows > 64)
+                return false;
+        } else if (a == "--sheet" && i + 1 < argc) {
+            if (std::sscanf(argv[++i], "%lfx%lf", &o.sheetW, &o.sheetH) != 2 || !(o.sheetW > 0) || !(o.sheetH > 0) ||
+                o.sheetW > 14400 || o.sheetH > 14400)
+                return false;
+        } else if (a == "--password" && i + 1 < argc) {
+            o.password = argv[++i];
+        } else if (a == "--quiet") {
+            o.quiet = true;
+        } else if (!a.empty() && a[0] == '-') {
+            return false;
+        } else {
+            // IN:PAGES, where the colon is the last one and PAGES is made of
+            // digits, commas, dashes and 'z' (a file name may hold colons).
+            Input in{a, ""};
+            const std::size_t c = a.rfind(':');
+            if (c != std::string::npos && c + 1 < a.size() &&
+                a.find_first_not_of("0123456789,-z", c + 1) == std::string::npos) {
+                in.file = a.substr(0, c);
+                in.pages = a.substr(c + 1);
+            }
+            o.inputs.push_back(in);
+        }
+    }
+    return !o.out.empty() && !o.inputs.empty();
+}
+
+// Page numbers of a selection; false on a malformed one.
+bool selectPages(const std::string& text, int count, std::vector<int>& out) {
+    if (text.empty()) {
+        for (int p = 1; p <= count; ++p) out.push_back(p);
+        return true;
+    }
+    std::size_t at = 0;
+    auto number = [&](int& v) {
+        if (at < text.size() && text[at] == 'z') {
+            v = count;
+            ++at;
+            return true;
+        }
+        const std::size_t start = at;
+        long n = 0;
+        while (at < text.size() && text[at] >= '0' && text[at] <= '9' && n < 10000000) n = n * 10 + (text[at++] - '0');
+        v = static_cast<int>(n);
+        return at > start;
+    };
+    while (at < text.size()) {
+        int a = 0, b = 0;
+        if (!number(a)) return false;
+        b = a;
+        if (at < text.size() && text[at] == '-') {
+            ++at;
+            if (!number(b)) return false;
+        }
+        if (a < 1 || b < 1 || a > count || b > count) return false;
+        for (int p = a; a <= b ? p <= b : p >= b; p += a <= b ? 1 : -1) out.push_back(p);
+        if (at < text.size()) {
+            if (text[at] != ',') return false;
+            ++at;
+        }
+    }
+    return true;
+}
+
+std::string deflate(const std::string& data) {
+    uLongf size = compressBound(static_cast<uLong>(data.size()));
+    std::string out(size, '\0');
+    if (compress2(reinterpret_cast<Bytef*>(&out[0]), &size, reinterpret_cast<const Bytef*>(data.data()),
+                  static_cast<uLong>(data.size()), 6) != Z_OK)
+        return std::string();
+    out.resize(size);
+    return out;
+}
+
+std::string num(double v) {
+    if (std::fabs(v) < 1e-9) v = 0;
+    char b[64];
+    std::snprintf(b, sizeof b, "%.4f", v);
+    std::string s = b;
+    s.erase(s.find_last_not_of('0') + 1);
+    if (!s.empty() && s.back() == '.') s.pop_back();
+    return s;
+}
+
+// The library may hand out a merged resource text whose name list closer
+// has no opener; the output needs a balanced dictionary.
+std::string balancedResources(std::string r) {
+    int square = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < r.size(); ++i) {
+        const char c = r[i];
+        if (c == '(' && !inString) inString = true;
+        else if (c == ')' && inString) inString = false;
+        else if (!inString && c == '[') ++square;
+        else if (!inString && c == ']') {
+            if (square == 0) {
+                r.erase(i, 1);
+                --i;
+            } else {
+                --square;
+            }
+        }
+    }
+    while (square-- > 0) r.insert(r.rfind(">>") == std::string::npos ? r.size() : r.rfind(">>"), "]");
+    const std::size_t lt = r.find_first_not_of(" \t\r\n");
+    if (lt == std::string::npos) return "<< >>";
+    return r;
+}
+
+// A tiny reader of dictionary text, enough to rebuild a resource dictionary
+// with each key once: the merged text of the library may name a resource in
+// both of its inputs, and the later one is what readers take.
+class DictText {
+public:
+    explicit DictText(const std::string& t) : t(t) {}
+
+    // The text of a dictionary at `at` with duplicate keys dropped (the last
+    // one wins, in the place of the first), nested dictionaries alike.
+    bool dedupe(std::size_t& at, std::string& out, int depth = 0) {
+        skip(at);
+        if (depth > 32 || t.compare(at, 2, "<<") != 0) return false;
+        at += 2;
+        std::vector<std::pair<std::string, std::string>> entries;
+        for (;;) {
+            skip(at);
+            if (at >= t.size()) return false;
+            if (t.compare(at, 2, ">>") == 0) {
+                at += 2;
+                break;
+            }
+            if (t[at] != '/') return false;
+            const std::size_t k = at;
+            value(at);
+            const std::string key = t.substr(k, at - k);
+            skip(at);
+            std::string v;
+            if (t.compare(at, 2, "<<") == 0) {
+                if (!dedupe(at, v, depth + 1)) return false;
+            } else {
+                const std::size_t vs = at;
+                if (!value(at)) return false;
+                v = t.substr(vs, at - vs);
+            }
+            bool replaced = false;
+            for (auto& e : entries)
+                if (e.first == key) {
+                    e.second = v;
+                    replaced = true;
+                }
+            if (!replaced) entries.emplace_back(key, v);
+        }
+        out += "<<";
+        for (const auto& e : entries) out += e.first + " " + e.second + " ";
+        out += ">>";
+        return true;
+    }
+
+private:
+    void skip(std::size_t& at) const {
+        while (at < t.size()) {
+            if (t[at] == '%') {
+                while (at < t.size() && t[at] != '\n' && t[at] != '\r') ++at;
+            } else if (charClass(t[at]) == 1) {
+                ++at;
+            } else {
+                break;
+            }
+        }
+    }
+    // Moves over one value: a reference, a number, a name, a string, an
+    // array or a dictionary.
+    bool value(std::size_t& at) const {
+        skip(at);
+        if (at >= t.size()) return false;
+        const char c = t[at];
+        if (c == '(') {
+            int depth = 0;
+            for (; at < t.size(); ++at) {
+                if (t[at] == '\\') ++at;
+                else if (t[at] == '(') ++depth;
+                else if (t[at] == ')' && --depth == 0) {
+                    ++at;
+                    return true;
+                }
+            }
+            return false;
+        }
+        if (c == '<' && t.compare(at, 2, "<<") == 0) {
+            at += 2;
+            for (;;) {
+                skip(at);
+                if (at >= t.size()) return false;
+                if (t.compare(at, 2, ">>") == 0) {
+                    at += 2;
+                    return true;
+                }
+                if (!value(at)) return false;
+            }
+        }
+        if (c == '<') {
+            const std::size_t e = t.find('>', at);
+            if (e == std::string::npos) return false;
+            at = e + 1;
+            return true;
+        }
+        if (c == '[') {
+            ++at;
+            for (;;) {
+                skip(at);
+                if (at >= t.size()) return false;
+                if (t[at] == ']') {
+                    ++at;
+                    return true;
+                }
+                if (!value(at)) return false;
+            }
+        }
+        if (c == ']' || c == '>' || c == ')' || c == '{' || c == '}') return false;
+        // A name or a regular run; a number may be the start of "n g R".
+        ++at;
+        while (at < t.size() && charClass(t[at]) == 0) ++at;
+        if (c != '/') {
+            std::size_t p = at;
+            skip(p);
+            std::size_t q = p;
+            while (q < t.size() && std::isdigit(static_cast<unsigned char>(t[q]))) ++q;
+            if (q > p) {
+                std::size_t r = q;
+                skip(r);
+                if (r < t.size() && t[r] == 'R' && (r + 1 == t.size() || charClass(t[r + 1]) != 0)) at = r + 1;
+            }
+        }
+        return true;
+    }
+
+    const std::string& t;
+};
+
+std::string cleanResources(const std::string& text) {
+    const std::string r = balancedResources(text);
+    std::size_t at = 0;
+    std::string out;
+    DictText d(r);
+    return d.dedupe(at, out) ? out : r;
+}
+
+// The output file: objects in the order written, with their offsets.
+class Writer {
+public:
+    int reserve() { return next++; }
+    void object(int n, const std::string& body) {
+        if (offsets.size() <= static_cast<std::size_t>(n)) offsets.resize(static_cast<std::size_t>(n) + 1, -1);
+        offsets[static_cast<std::size_t>(n)] = static_cast<long>(text.size());
+        text += std::to_string(n) + " 0 obj\n" + body + "\nendobj\n";
+    }
+    void stream(int n, const std::string& dict, const std::string& data) {
+        object(n, "<< " + dict + " /Length " + std::to_string(data.size()) + " >>\nstream\n" + data + "\nendstream");
+    }
+    void finish(int root) {
+        // Numbers handed out but never written (an object the library could
+        // not deliver) become null objects.
+        for (int n = 1; n < next; ++n)
+            if (static_cast<std::size_t>(n) >= offsets.size() || offsets[static_cast<std::size_t>(n)] < 0)
+                object(n, "null");
+        const long xref = static_cast<long>(text.size());
+        text += "xref\n0 " + std::to_string(next) + "\n0000000000 65535 f \n";
+        char entry[32];
+        for (int n = 1; n < next; ++n) {
+            std::snprintf(entry, sizeof entry, "%010ld 00000 n \n", offsets[static_cast<std::size_t>(n)]);
+            text += entry;
+        }
+        text += "trailer\n<< /Size " + std::to_string(next) + " /Root " + std::to_string(root) +
+                " 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
+    }
+    std::string text = "%PDF-1.7\n%\xE2\xE3\xCF\xD3\n";
+    int next = 1;
+
+private:
+    std::vector<long> offsets;
+};
+
+// One placed source page.
+struct Placed {
+    int form;
+    float box[4];
+    int rotate;
+};
+
+const char* resultText(int rc) {
+    switch (rc) {
+        case kResultBadFile: return "not a usable PDF file";
+        case kResultBadXRef: return "the cross-reference chain could not be read";
+        case kResultNotLocalised: return "the catalog could not be located";
+        case kResultBadPage: return "bad page";
+        case kResultStdException: return "internal error while reading";
+        default: return "failed";
+    }
+}
+
+}  // namespace
+
+int cmdCompose(int argc, char** argv) {
+    Options o;
+    if (!parseArgs(argc, argv, o)) {
+        usage();
+        return 2;
+    }
+    Writer w;
+    const int catalog = w.reserve();
+    const int root = w.reserve();
+    std::vector<Placed> placed;
+    int failures = 0;
+
+    // Pages to do, for the progress report.
+    struct Job {
+        std::unique_ptr<CPDFKilnPage> doc;
+        std::vector<int> pages;
+        std::string file;
+    };
+    std::vector<Job> jobs;
+    std::size_t total = 0;
+    for (const Input& in : o.inputs) {
+        Job j;
+        j.file = in.file;
+        j.doc.reset(new CPDFKilnPage(in.file.c_str(), o.password));
+        int rc = j.doc->init();
+        if (rc == 0 && !o.password.empty()) {
+            try {
+                j.doc->SetSourcePassword(o.password);
+            } catch (int code) {
+                rc = code;
+            }
+        }
+        if (rc != 0) {
+            std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", in.file.c_str(), resultText(rc), rc);
+            return 1;
+        }
+        if (!selectPages(in.pages, j.doc->getPageCount(), j.pages)) {
+            std::fprintf(stderr, "pdfkiln: %s: bad page selection '%s' (%d pages)\n", in.file.c_str(),
+                         in.pages.c_str(), j.doc->getPageCount());
+            return 2;
+        }
+        total += j.pages.size();
+        jobs.push_back(std::move(j));
+    }
+
+    std::size_t done = 0;
+    for (Job& j : jobs) {
+        CPDFKilnPage& doc = *j.doc;
+        for (int p : j.pages) {
+            ++done;
+            int rc = doc.setPageNo(p);
+            if (rc != 0) {
+                std::fprintf(stderr, "pdfkiln: %s: page %d skipped: %s (%d)\n", j.file.c_str(), p, resultText(rc), rc);
+                ++failures;
+                continue;
+            }
+            const int form = w.reserve();
+            doc.setStartObjNo(w.next);
+            for (auto it = doc.begin(); it != doc.end(); doc.next(it)) {
+                const int n = it->first.first;
+                w.object(n, it->second.empty() ? std::string("null") : it->second);
+                w.next = std::max(w.next, n + 1);
+            }
+            const std::string* contents = nullptr;
+            const std::string* res = nullptr;
+            rc = doc.getPageContents(&contents);
+            if (rc != 0)
+                std::fprintf(stderr, "pdfkiln: %s: page %d: content does not decode (%d)\n", j.file.c_str(), p, rc);
+            doc.getPageRes(&res, form);
+            Placed pl{form, {0, 0, 0, 0}, 0};
+            doc.getPageBox(CPDFKilnPage::eVisibleBox, pl.box[0], pl.box[1], pl.box[2], pl.box[3]);
+            doc.getPageRotate(pl.rotate);
+            const std::string data = deflate(*contents);
+            w.stream(form,
+                     "/Type /XObject /Subtype /Form /BBox [" + num(pl.box[0]) + " " + num(pl.box[1]) + " " +
+                         num(pl.box[2]) + " " + num(pl.box[3]) + "] /Resources " + cleanResources(*res) +
+                         " /Filter /FlateDecode",
+                     data);
+            placed.push_back(pl);
+            if (!o.quiet && total >= 50 && (done % 50 == 0 || done == total))
+                std::fprintf(stderr, "pdfkiln: %zu/%zu pages\n", done, total);
+        }
+    }
+    if (placed.empty()) {
+        std::fputs("pdfkiln: no page could be placed\n", stderr);
+        return 1;
+    }
+
+    // Sheets: cells left to right, top to bottom.
+    const std::size_t perSheet = static_cast<std::size_t>(o.cols) * static_cast<std::size_t>(o.rows);
+    std::string kids;
+    int sheets = 0;
+    for (std::size_t first = 0; first < placed.size(); first += perSheet) {
+        const std::size_t last = std::min(placed.size(), first + perSheet);
+        auto displayed = [](const Placed& pl, double& dw, double& dh) {
+            dw = pl.box[2] - pl.box[0];
+            dh = pl.box[3] - pl.box[1];
+            const int r = ((pl.rotate % 360) + 360) % 360;
+            if (r == 90 || r == 270) std::swap(dw, dh);
+        };
+        double W = o.sheetW, H = o.sheetH;
+        if (W <= 0) {
+            if (perSheet == 1) displayed(placed[first], W, H);
+            else W = 595.276, H = 841.89;
+            if (!(W > 0) || !(H > 0)) W = 612, H = 792;
+        }
+        const double cw = W / o.cols, ch = H / o.rows;
+        std::string content, xobjects;
+        for (std::size_t i = first; i < last; ++i) {
+            const Placed& pl = placed[i];
+            const std::size_t cell = i - first;
+            const double ox = static_cast<double>(cell % static_cast<std::size_t>(o.cols)) * cw;
+            const double oy = H - static_cast<double>(cell / static_cast<std::size_t>(o.cols) + 1) * ch;
+            double dw, dh;
+            displayed(pl, dw, dh);
+            if (!(dw > 0) || !(dh > 0)) continue;
+            const double s = std::min(cw / dw, ch / dh);
+            const double tx = ox + (cw - dw * s) / 2, ty = oy + (ch - dh * s) / 2;
+            const double w0 = pl.box[2] - pl.box[0], h0 = pl.box[3] - pl.box[1];
+            // /Rotate turns the page clockwise: map the box onto [0 dw]x[0 dh].
+            std::string rot;
+            switch (((pl.rotate % 360) + 360) % 360) {
+                case 90: rot = "0 -1 1 0 0 " + num(w0); break;
+                case 180: rot = "-1 0 0 -1 " + num(w0) + " " + num(h0); break;
+                case 270: rot = "0 1 -1 0 " + num(h0) + " 0"; break;
+                default: rot = "1 0 0 1 0 0"; break;
+            }
+            const std::string name = "/P" + std::to_string(i - first);
+            content += "q " + num(s) + " 0 0 " + num(s) + " " + num(tx) + " " + num(ty) + " cm " + rot + " cm 1 0 0 1 " +
+                       num(-pl.box[0]) + " " + num(-pl.box[1]) + " cm " + name + " Do Q\n";
+            xobjects += name + " " + std::to_string(pl.form) + " 0 R ";
+        }
+        const int contentObj = w.reserve();
+        const int pageObj = w.reserve();
+        w.stream(contentObj, "/Filter /FlateDecode", deflate(content));
+        w.object(pageObj, "<< /Type /Page /Parent " + std::to_string(root) + " 0 R /MediaBox [0 0 " + num(W) + " " +
+                              num(H) + "] /Resources << /XObject << " + xobjects + ">> >> /Contents " +
+                              std::to_string(contentObj) + " 0 R >>");
+        kids += std::to_string(pageObj) + " 0 R ";
+        ++sheets;
+    }
+    w.object(root, "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(sheets) + " >>");
+    w.object(catalog, "<< /Type /Catalog /Pages " + std::to_string(root) + " 0 R >>");
+    w.finish(catalog);
+
+    std::ofstream out(o.out, std::ios::binary);
+    out.write(w.text.data(), static_cast<std::streamsize>(w.text.size()));
+    out.close();
+    if (!out) {
+        std::fprintf(stderr, "pdfkiln: cannot write %s\n", o.out.c_str());
+        return 1;
+    }
+    if (!o.quiet)
+        std::fprintf(stderr, "pdfkiln: %zu page(s) on %d sheet(s) written to %s%s\n", placed.size(), sheets,
+                     o.out.c_str(), failures ? " (some pages skipped)" : "");
+    return failures ? 3 : 0;
+}
