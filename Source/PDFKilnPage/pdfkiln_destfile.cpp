@@ -7,6 +7,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "pdfkiln_obj_page.h"
 #include "pdfkiln_sourfile.h"
 #include "pfdecrypt.h"
 
@@ -182,7 +183,12 @@ int CDestFile::ReadPageObj() {
     if (order.empty()) return 0;
     auto readPage = [](CSourFile& src, std::size_t index) {
         // Reading a page collects its closure into the source's object set.
+        // The page itself joins the set marked 0x100, so that it is numbered
+        // with the rest but written by the page tree, not as a plain object.
         src.readPageClosure(src.pages[index]);
+        SObj page = src.pages[index];
+        page.aux |= 0x100;
+        src.fileObjects.insert(page);
     };
     if (order.front() == FilePageOrder(0, 0)) {
         order.clear();
@@ -243,7 +249,45 @@ int CDestFile::WritePageObj() {
     return 0;
 }
 
-int CDestFile::WritePages() { return 0; }
+// The output's page tree has two levels above the pages: the root, and one
+// group node per source, whose kids are that source's selected pages.
+int CDestFile::WritePages() {
+    rootPages = SObj(nextObjNo++, 0);
+    CPages root(rootPages);
+    root.type = nmPages;
+    CSourFile* anySource = nullptr;
+    int lastFile = -1;
+    auto writePage = [&](CSourFile& src, std::size_t index) {
+        CPage page(src.pages[index]);
+        if (page.toStream(*this)) ++root.count;
+    };
+    for (const FilePageOrder& e : order) {
+        if (e.file > sourceCount) continue;
+        CSourFile* src = GetSourFile(e.file);
+        if (!src) continue;
+        anySource = src;
+        if (e.file != lastFile) {
+            lastFile = e.file;
+            curFile = e.file;
+            src->groupNo = SObj(nextObjNo++, 0);
+            if (src->groupNode) src->groupNode->self = src->groupNo;
+            root.kids.push_back(src->groupNo);
+        }
+        if (e.page != 0) {
+            if (e.page <= static_cast<int>(src->pages.size())) writePage(*src, static_cast<std::size_t>(e.page - 1));
+        } else {
+            for (std::size_t p = 0; p < src->pages.size(); ++p) writePage(*src, p);
+        }
+    }
+    for (const auto& s : sources) {
+        if (!s.second || !s.second->groupNode) continue;
+        curFile = s.first;
+        s.second->groupNode->toStream(*this);
+    }
+    curFile = 0;
+    if (anySource) root.Write(*this, *anySource);
+    return 0;
+}
 
 // ---------------------------------------------------------------------------
 // The file's tail

@@ -39,6 +39,20 @@ private:
 // Throws JBIG2_OUT_OF_MEMORY when a buffer of `bytes` may not be allocated.
 void checkAllocation(uint64_t bytes);
 
+// While alive, limits the raster bytes that decoding on this thread may
+// allocate in total (result 5 beyond it); scopes nest.
+class DecodeBudget {
+public:
+    explicit DecodeBudget(uint64_t inputBytes);
+    ~DecodeBudget();
+    DecodeBudget(const DecodeBudget&) = delete;
+    DecodeBudget& operator=(const DecodeBudget&) = delete;
+
+private:
+    uint64_t m_left;
+    uint64_t* m_outer;
+};
+
 template <class T>
 class ImageProcessor {
 public:

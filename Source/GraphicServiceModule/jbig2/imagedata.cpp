@@ -13,8 +13,30 @@ namespace jbig2 {
 
 std::size_t ImageDataBits::maxImageBytes() { return static_cast<std::size_t>(JBIG2_MAX_IMAGE_BYTES); }
 
+namespace {
+// The raster budget of the decode running on this thread (see DecodeBudget).
+thread_local uint64_t* t_budget = nullptr;
+}  // namespace
+
+DecodeBudget::DecodeBudget(uint64_t inputBytes) : m_outer(t_budget) {
+    // Every raster a decode allocates is charged here, so that a few hundred
+    // bytes cannot make the decoder produce (and refine, and compose)
+    // gigabytes of pixels: a floor that any real page fits in, and more for
+    // larger inputs.
+    const uint64_t perByte = 4096;
+    const uint64_t floor = uint64_t(16) << 20;
+    m_left = inputBytes > floor / perByte ? inputBytes * perByte : floor;
+    t_budget = &m_left;
+}
+
+DecodeBudget::~DecodeBudget() { t_budget = m_outer; }
+
 void checkAllocation(uint64_t bytes) {
     if (bytes > ImageDataBits::maxImageBytes()) throw JBIG2_OUT_OF_MEMORY;
+    if (t_budget) {
+        if (bytes > *t_budget) throw JBIG2_OUT_OF_MEMORY;
+        *t_budget -= bytes;
+    }
 }
 
 ImageDataBits* ImageDataBits::create(uint32_t stride, uint32_t height) {

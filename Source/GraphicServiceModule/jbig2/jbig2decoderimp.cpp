@@ -45,6 +45,7 @@ JBIG2_RESULT Jbig2DecoderImp::paresFile(bool embedded) {
                         ? static_cast<int64_t>(end - here)
                         : 0;
     if (total < 0) total = 0;
+    DecodeBudget budget(static_cast<uint64_t>(total));
 
     // 2. Embedded: segments from the first byte.
     if (embedded) {
