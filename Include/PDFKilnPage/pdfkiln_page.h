@@ -21,6 +21,13 @@ class CEncrypt;
 class FindingHint;
 
 // A page object's text, and the value of one of its keys cut out of it.
+// What getSecurity tells of a file's passwords.
+enum PASSWORD_TYPE {
+    ePasswordNone = 0,      // no password needed, or the one given opens everything
+    ePasswordPartial = 3,   // the password given matched one level only
+    ePasswordRequired = 4   // no password given opens the file
+};
+
 class CPageInfo {
 public:
     explicit CPageInfo(const std::string& text) : text(text) {}
@@ -143,6 +150,10 @@ public:
     static bool unescapeFilseSpecification(const std::string& in, std::string& out);
     SFileKey getFileKey() const;
     int setEncryptKey(const unsigned char* key, int length, int mode);
+    // The text of the /Encrypt object; empty when there is none.
+    std::string getEncryptString() const;
+    // The password situation and the /P permissions (-4 when unencrypted); returns 0.
+    int getSecurity(PASSWORD_TYPE& type, int& permissions) const;
     void getEncryptInfo(CEncrypt& encrypt) const;
     int targetCipher() const { return cipherKind; }
     const std::string& getEncryptKey() const { return encryptKey; }

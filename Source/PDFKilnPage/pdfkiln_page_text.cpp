@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
 
@@ -529,6 +530,32 @@ int CPDFKilnPage::setEncryptKey(const unsigned char* key, int length, int mode) 
     else cipherKind = 1;
     encryptVersion = cipherKind ? 4 : 0;
     return kResultOk;
+}
+
+std::string CPDFKilnPage::getEncryptString() const {
+    if (!source || source->fileInfo.encrypt.self.num <= 0) return std::string();
+    CDestFile sink;
+    CObj obj(source->fileInfo.encrypt.self);
+    source->clear();
+    if (!obj.LocalObj(sink, *source)) return std::string();
+    return sink;
+}
+
+int CPDFKilnPage::getSecurity(PASSWORD_TYPE& type, int& permissions) const {
+    type = ePasswordNone;
+    permissions = -4;
+    const std::string text = getEncryptString();
+    if (text.empty()) return 0;
+    permissions = std::atoi(CPageInfo(text).getValueString("/P").c_str());
+    switch (SetSourcePassword()) {
+        case 1:
+        case 5:
+        case 6: type = ePasswordRequired; break;
+        case 3:
+        case 4: type = ePasswordPartial; break;
+        default: type = ePasswordNone; break;
+    }
+    return 0;
 }
 
 void CPDFKilnPage::getEncryptInfo(CEncrypt& enc) const {

@@ -9,8 +9,9 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -36,10 +37,15 @@ struct Options {
     std::string password;
     bool quiet = false;
     std::vector<Input> inputs;
+    // Output encryption: "aes-128" (standard security handler, revision 4).
+    std::string encrypt;
+    std::string user, owner;
+    int permissions = -4;
 };
 
 void usage() {
-    std::fputs("usage: pdfkiln compose -o OUT.pdf [--nup CxR] [--sheet WxH] [--password P] [--quiet] IN[:PAGES]...\n"
+    std::fputs("usage: pdfkiln compose -o OUT.pdf [--nup CxR] [--sheet WxH] [--password P] [--quiet]\n"
+               "                       [--encrypt aes-128 --user U --owner O [--permissions P]] IN[:PAGES]...\n"
                "  PAGES: comma-separated numbers and ranges (3-7, 5-z); all pages when left out\n",
                stderr);
 }
@@ -61,6 +67,15 @@ bool parseArgs(int argc, char** argv, Options& o) {
             o.password = argv[++i];
         } else if (a == "--quiet") {
             o.quiet = true;
+        } else if (a == "--encrypt" && i + 1 < argc) {
+            o.encrypt = argv[++i];
+            if (o.encrypt != "aes-128") return false;
+        } else if (a == "--user" && i + 1 < argc) {
+            o.user = argv[++i];
+        } else if (a == "--owner" && i + 1 < argc) {
+            o.owner = argv[++i];
+        } else if (a == "--permissions" && i + 1 < argc) {
+            o.permissions = static_cast<int>(std::strtol(argv[++i], nullptr, 0));
         } else if (!a.empty() && a[0] == '-') {
             return false;
         } else {
@@ -307,7 +322,12 @@ public:
         offsets[static_cast<std::size_t>(n)] = static_cast<long>(text.size());
         text += std::to_string(n) + " 0 obj\n" + body + "\nendobj\n";
     }
-    void stream(int n, const std::string& dict, const std::string& data) {
+    void stream(int n, const std::string& dict, const std::string& plain) {
+        std::string data = plain;
+        if (encrypt.encrypted()) {
+            SObj key(n, 0);
+            encryptString(encrypt, &key, data);
+        }
         object(n, "<< " + dict + " /Length " + std::to_string(data.size()) + " >>\nstream\n" + data + "\nendstream");
     }
     void finish(int root) {
@@ -323,9 +343,13 @@ public:
             std::snprintf(entry, sizeof entry, "%010ld 00000 n \n", offsets[static_cast<std::size_t>(n)]);
             text += entry;
         }
-        text += "trailer\n<< /Size " + std::to_string(next) + " /Root " + std::to_string(root) +
-                " 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
+        text += "trailer\n<< /Size " + std::to_string(next) + " /Root " + std::to_string(root) + " 0 R" +
+                trailerExtra + " >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
     }
+    // The output's security state: what the tool writes itself is encrypted
+    // with it, as the library encrypts what it delivers.
+    CEncrypt encrypt;
+    std::string trailerExtra;
     std::string text = "%PDF-1.7\n%\xE2\xE3\xCF\xD3\n";
     int next = 1;
 
@@ -339,6 +363,56 @@ struct Placed {
     float box[4];
     int rotate;
 };
+
+std::string hexOf(const std::string& bytes) {
+    static const char* digits = "0123456789abcdef";
+    std::string h;
+    for (unsigned char c : bytes) {
+        h += digits[c >> 4];
+        h += digits[c & 15];
+    }
+    return h;
+}
+
+// AES-128 with the standard security handler, revision 4: /O, /U and the file
+// key from the encryption manager; the /Encrypt object and /ID go to the writer.
+std::string setUpEncryption(const Options& o, Writer& w) {
+    pcrypt::EncryptInfo info;
+    info.R = 4;
+    info.V = 4;
+    info.Length = 128;
+    info.P = o.permissions;
+    info.cipherMode = 2;
+    info.encryptMetadata = true;
+    // A file identifier from the output's name, its options and the time.
+    std::string seed = o.out + "|" + o.user + "|" + std::to_string(std::time(nullptr)) + "|" + std::to_string(std::rand());
+    pcrypt::PDFEncryptionMD5().MD5(seed, info.ID, 16);
+    pcrypt::EncryptOption option;
+    option.userPassword = o.user;
+    option.ownerPassword = o.owner.empty() ? o.user : o.owner;
+    option.P = o.permissions;
+    pcrypt::PDFEncryptionManager manager;
+    manager.calculateOKey(option, info);
+    manager.createKey(info, o.user);
+    manager.calculateUKey(option, info);
+
+    CEncrypt& enc = w.encrypt;
+    enc.Length = 128;
+    enc.R = 4;
+    enc.V = 4;
+    enc.cipherMode = 2;
+    enc.passwordState = 2;
+    std::memcpy(enc.fileKey, info.key.data(), std::min<std::size_t>(info.key.size(), 16));
+
+    const int encryptObj = w.reserve();
+    w.object(encryptObj, "<< /Filter /Standard /V 4 /R 4 /Length 128 /CF << /StdCF << /AuthEvent /DocOpen "
+                         "/CFM /AESV2 /Length 16 >> >> /StmF /StdCF /StrF /StdCF /O <" +
+                             hexOf(info.O.substr(0, 32)) + "> /U <" + hexOf(info.U.substr(0, 32)) + "> /P " +
+                             std::to_string(o.permissions) + " >>");
+    w.trailerExtra = " /Encrypt " + std::to_string(encryptObj) + " 0 R /ID [<" + hexOf(info.ID) + "> <" +
+                     hexOf(info.ID) + ">]";
+    return info.key.substr(0, 16);
+}
 
 const char* resultText(int rc) {
     switch (rc) {
@@ -362,6 +436,8 @@ int cmdCompose(int argc, char** argv) {
     Writer w;
     const int catalog = w.reserve();
     const int root = w.reserve();
+    std::string fileKey;
+    if (!o.encrypt.empty()) fileKey = setUpEncryption(o, w);
     std::vector<Placed> placed;
     int failures = 0;
 
@@ -394,6 +470,10 @@ int cmdCompose(int argc, char** argv) {
                          in.pages.c_str(), j.doc->getPageCount());
             return 2;
         }
+        // Everything the library delivers for this source is encrypted for
+        // the output: AES with a 16-byte key (cipher mode 4).
+        if (!fileKey.empty())
+            j.doc->setEncryptKey(reinterpret_cast<const unsigned char*>(fileKey.data()), 16, 4);
         total += j.pages.size();
         jobs.push_back(std::move(j));
     }

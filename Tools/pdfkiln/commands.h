@@ -9,5 +9,6 @@ int cmdObject(int argc, char** argv);
 int cmdJbig2(int argc, char** argv);
 int cmdCompose(int argc, char** argv);
 int cmdFind(int argc, char** argv);
+int cmdContent(int argc, char** argv);
 
 #endif

@@ -20,6 +20,8 @@ void usage(FILE* out) {
         "  xref FILE [--json]                  every entry of the object table\n"
         "  object FILE N [G]                   one object's text, as the library renders it\n"
         "  object FILE --all [--json]          every object of the table (stream bodies base64 in JSON)\n"
+        "  content FILE [--page N] [--password P]\n"
+        "                                      the page's decoded content streams, joined\n"
         "  find FILE /Key[:type]...            deep search from the catalog; type is one of boolean number\n"
         "                                      string name array dictionary null stream reference none\n"
         "  jbig2 IN -o OUT.png|OUT.pbm [--embedded]\n"
@@ -46,6 +48,7 @@ int main(int argc, char** argv) {
     if (cmd == "object") return cmdObject(argc - 1, argv + 1);
     if (cmd == "jbig2") return cmdJbig2(argc - 1, argv + 1);
     if (cmd == "find") return cmdFind(argc - 1, argv + 1);
+    if (cmd == "content") return cmdContent(argc - 1, argv + 1);
     if (cmd == "compose") return cmdCompose(argc - 1, argv + 1);
     std::fprintf(stderr, "pdfkiln: unknown command '%s'\n", cmd.c_str());
     usage(stderr);
