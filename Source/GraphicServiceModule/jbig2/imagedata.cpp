@@ -1,6 +1,7 @@
 // Pixel buffers of the jbig2 decoder.
 #include "jbig2/imagedata.h"
 
+#include <algorithm>
 #include <new>
 
 #include "jbig2/jbig2result.h"
@@ -23,8 +24,9 @@ DecodeBudget::DecodeBudget(uint64_t inputBytes) : m_outer(t_budget) {
     // bytes cannot make the decoder produce (and refine, and compose)
     // gigabytes of pixels: a floor that any real page fits in, and more for
     // larger inputs.
+    // Builds with a small image limit (fuzzing) get a proportionally small floor.
     const uint64_t perByte = 4096;
-    const uint64_t floor = uint64_t(16) << 20;
+    const uint64_t floor = std::min<uint64_t>(uint64_t(16) << 20, uint64_t(16) * ImageDataBits::maxImageBytes());
     m_left = inputBytes > floor / perByte ? inputBytes * perByte : floor;
     t_budget = &m_left;
 }
