@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include <unicode/unistr.h>
+
 #include "pdfkiln_obj.h"
 #include "pdfkiln_obj_page.h"
 
@@ -65,7 +67,7 @@ bool aIncludeB(const std::string& a, const std::string& b);
 // 1 when the text holds a dictionary followed by "stream" and, later, "endstream".
 int help_function_MatchStreamObject(std::string& text);
 // A PDF text string's value as UTF-16 code units (a UnicodeString's content).
-std::u16string getXFString(const std::string& text);
+icu::UnicodeString getXFString(const std::string& text);
 
 template <typename Char_T, int Digits>
 struct GetDataFromHexString {

@@ -152,7 +152,9 @@ unsigned int GetDataFromHexString<Char_T, Digits>::axtoi(const char* text) {
 
 template struct GetDataFromHexString<char16_t, 4>;
 
-std::u16string getXFString(const std::string& text) {
+namespace {
+
+std::u16string xfUnits(const std::string& text) {
     std::u16string out;
     const std::size_t n = text.size();
     if (n >= 2 && static_cast<unsigned char>(text[0]) == 0xFE && static_cast<unsigned char>(text[1]) == 0xFF) {
@@ -195,6 +197,13 @@ std::u16string getXFString(const std::string& text) {
     }
     for (unsigned char c : text) out += static_cast<char16_t>(c);
     return out;
+}
+
+}  // namespace
+
+icu::UnicodeString getXFString(const std::string& text) {
+    const std::u16string units = xfUnits(text);
+    return icu::UnicodeString(units.data(), static_cast<int32_t>(units.size()));
 }
 
 // ---------------------------------------------------------------------------

@@ -45,11 +45,11 @@ TEST(TextEscapes, NamesAndFileSpecifications) {
 }
 
 TEST(TextStrings, UnicodeForms) {
-    EXPECT_EQ(getXFString(std::string("\xFE\xFF\x00\x41\x00\x42", 6)), u"AB");
-    EXPECT_EQ(getXFString(std::string("\xFF\xFE\x41\x00", 4)), u"A");
-    EXPECT_EQ(getXFString("<FEFF00410042>"), u"AB");
-    EXPECT_EQ(getXFString("<4142>"), u"AB");
-    EXPECT_EQ(getXFString("plain"), u"plain");
+    EXPECT_EQ(getXFString(std::string("\xFE\xFF\x00\x41\x00\x42", 6)), icu::UnicodeString(u"AB"));
+    EXPECT_EQ(getXFString(std::string("\xFF\xFE\x41\x00", 4)), icu::UnicodeString(u"A"));
+    EXPECT_EQ(getXFString("<FEFF00410042>"), icu::UnicodeString(u"AB"));
+    EXPECT_EQ(getXFString("<4142>"), icu::UnicodeString(u"AB"));
+    EXPECT_EQ(getXFString("plain"), icu::UnicodeString(u"plain"));
     EXPECT_EQ((GetDataFromHexString<char16_t, 4>::axtoi("feff")), 0xFEFFu);
     EXPECT_EQ((GetDataFromHexString<char16_t, 4>::axtoi("1g")), 1u);
 }
