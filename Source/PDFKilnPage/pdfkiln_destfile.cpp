@@ -39,14 +39,6 @@ Facade_stringstream& Facade_stringstream::operator<<(double v) {
 CDestFile::CDestFile(std::string n) : name(std::move(n)) {
     fileInfo.encrypt.versionText = "%PDF-1.3";
     catalog.flags |= CObj::kIndirect;
-    CFileInfo::CInfo& info = fileInfo.info;
-    info.title = "PDF_KILN";
-    info.author = "pdfkiln@zarnoth.example";
-    info.subject = "Pdf-Merge(Split)-Kiln";
-    info.keywords = "PDF<KILN>";
-    info.creator = "PDF_KILN";
-    info.producer = "Zarnoth.Co.Ltd";
-    info.trapped = "Unknown";
 }
 
 CDestFile::~CDestFile() = default;

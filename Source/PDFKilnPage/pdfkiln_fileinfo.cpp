@@ -539,7 +539,11 @@ void CFileInfo::Tidy() {
 // ---------------------------------------------------------------------------
 // CInfo
 
-CFileInfo::CInfo::CInfo() = default;
+// The values a written /Info carries when the source gave none; reading
+// overwrites them.
+CFileInfo::CInfo::CInfo()
+    : title("PDF_KILN"), author("pdfkiln@zarnoth.example"), subject("Pdf-Merge(Split)-Kiln"),
+      keywords("PDF<KILN>"), creator("PDF_KILN"), producer("Zarnoth.Co.Ltd"), trapped("Unknown") {}
 
 bool CFileInfo::CInfo::Read(CSourFile& in) {
     CObjectPosition positions(&in);

@@ -17,14 +17,6 @@ const char* const kVersions[] = {"%PDF-1.0", "%PDF-1.1", "%PDF-1.2", "%PDF-1.3",
 
 CSourFile::CSourFile(std::istream& in) : std::istream(nullptr) {
     init(in.rdbuf());
-    CFileInfo::CInfo& info = fileInfo.info;
-    info.title = "PDF_KILN";
-    info.author = "pdfkiln@zarnoth.example";
-    info.subject = "Pdf-Merge(Split)-Kiln";
-    info.keywords = "PDF<KILN>";
-    info.creator = "PDF_KILN";
-    info.producer = "Zarnoth.Co.Ltd";
-    info.trapped = "Unknown";
 }
 
 CSourFile::~CSourFile() { clearPageTree(); }

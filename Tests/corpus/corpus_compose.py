@@ -15,33 +15,12 @@ usage: corpus_compose.py PDFKILN_TOOL CORPUS_DIR [MAX_PAGES_PER_FILE]
 import concurrent.futures
 import os
 import re
-import subprocess
 import sys
 import tempfile
+from corpus_common import SANITIZER_ENV, load_explained, run_full as run
 
-HERE = os.path.dirname(os.path.abspath(__file__))
 TOLERANCE = 24      # per channel, of 255
 ALIKE = 0.99        # share of pixels that must agree
-
-
-def load_explained():
-    table = {}
-    path = os.path.join(HERE, "compose-explained.txt")
-    with open(path, encoding="utf-8") as f:
-        for line in f:
-            line = line.rstrip("\n")
-            if line and not line.startswith("#"):
-                key, _, rule = line.partition("\t")
-                table[key] = rule
-    return table
-
-
-def run(args, timeout=120, env=None):
-    try:
-        p = subprocess.run(args, capture_output=True, timeout=timeout, env=env)
-        return p.returncode, p.stdout, p.stderr
-    except subprocess.TimeoutExpired:
-        return 124, b"", b""
 
 
 def read_pnm(path):
@@ -99,7 +78,7 @@ def compose_file(tool, base, rel, max_pages):
         return rel, "skip", 0, 0, [], ""
     if count == 0:
         return rel, "skip", 0, 0, [], ""
-    env = dict(os.environ, ASAN_OPTIONS="exitcode=86:detect_leaks=1", UBSAN_OPTIONS="halt_on_error=1:exitcode=87")
+    env = SANITIZER_ENV
     with tempfile.TemporaryDirectory() as tmp:
         out = os.path.join(tmp, "out.pdf")
         rc, _, err = run(["timeout", "120", tool, "compose", "--quiet", "-o", out, path], timeout=150, env=env)
@@ -141,7 +120,7 @@ def main():
         if run(peer)[0] not in (0, 1):
             print("%s not installed; skipped" % peer[0])
             return 0
-    explained = load_explained()
+    explained = load_explained("compose-explained.txt")
     files = sorted(os.path.relpath(os.path.join(d, f), base)
                    for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
     compared = same = 0

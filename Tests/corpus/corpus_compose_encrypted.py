@@ -7,20 +7,12 @@ as the plain output, page for page.
 usage: corpus_compose_encrypted.py PDFKILN_TOOL CORPUS_DIR
 """
 import os
-import subprocess
 import sys
 import tempfile
+from corpus_common import run
 
 FILES = 150         # corpus files taken, in name order, among those that qualify
 PAGES_PER_FILE = 4  # source pages composed from each
-
-
-def run(args, timeout=120):
-    try:
-        p = subprocess.run(args, capture_output=True, timeout=timeout)
-        return p.returncode, p.stdout
-    except subprocess.TimeoutExpired:
-        return 124, b""
 
 
 def main():

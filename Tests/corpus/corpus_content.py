@@ -13,31 +13,10 @@ usage: corpus_content.py PDFKILN_TOOL CORPUS_DIR
 import concurrent.futures
 import os
 import re
-import subprocess
 import sys
+from corpus_common import SANITIZER_ENV, load_explained, run
 
-HERE = os.path.dirname(os.path.abspath(__file__))
 PAGES_PER_FILE = 10
-
-
-def load_explained():
-    table = {}
-    with open(os.path.join(HERE, "content-explained.txt"), encoding="utf-8") as f:
-        for line in f:
-            line = line.rstrip("\n")
-            if not line or line.startswith("#"):
-                continue
-            key, _, rule = line.partition("\t")
-            table[key] = rule
-    return table
-
-
-def run(args, timeout=60, env=None):
-    try:
-        p = subprocess.run(args, capture_output=True, timeout=timeout, env=env)
-        return p.returncode, p.stdout
-    except subprocess.TimeoutExpired:
-        return 124, b""
 
 
 def known_password(name):
@@ -71,7 +50,7 @@ def compare(tool, base, rel):
             pages.append([])
         elif re.match(r"^\s+\d+ \d+ R$", line) and pages:
             pages[-1].append(line.split()[:2])
-    env = dict(os.environ, ASAN_OPTIONS="exitcode=86:detect_leaks=1", UBSAN_OPTIONS="halt_on_error=1:exitcode=87")
+    env = SANITIZER_ENV
     same = 0
     first_diff = ""
     compared = 0
@@ -101,7 +80,7 @@ def main():
     if run(["qpdf", "--version"])[0] != 0:
         print("qpdf not installed; skipped")
         return 0
-    explained = load_explained()
+    explained = load_explained("content-explained.txt")
     files = sorted(os.path.relpath(os.path.join(d, f), base)
                    for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
     total_pages = same_pages = files_same = explained_count = encrypted_files = 0

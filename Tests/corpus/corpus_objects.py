@@ -12,28 +12,8 @@ import os
 import re
 import subprocess
 import sys
+from corpus_common import SANITIZER_ENV, load_explained, run
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-
-
-def load_explained():
-    table = {}
-    with open(os.path.join(HERE, "objects-explained.txt"), encoding="utf-8") as f:
-        for line in f:
-            line = line.rstrip("\n")
-            if not line or line.startswith("#"):
-                continue
-            key, _, rule = line.partition("\t")
-            table[key] = rule
-    return table
-
-
-def run(args, timeout=60):
-    try:
-        p = subprocess.run(args, capture_output=True, timeout=timeout)
-        return p.returncode, p.stdout
-    except subprocess.TimeoutExpired:
-        return 124, b""
 
 
 def main():
@@ -42,12 +22,12 @@ def main():
     if not os.path.isdir(base):
         print("corpus not found; skipped")
         return 0
-    explained = load_explained()
+    explained = load_explained("objects-explained.txt")
     used = set()
     agree = explained_count = 0
     unexplained = []
     rendered = failed_render = files = 0
-    env = dict(os.environ, ASAN_OPTIONS="exitcode=86:detect_leaks=1", UBSAN_OPTIONS="halt_on_error=1:exitcode=87")
+    env = SANITIZER_ENV
     for root, _, names in os.walk(base):
         for name in sorted(names):
             if not name.endswith(".pdf"):

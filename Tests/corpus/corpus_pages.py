@@ -11,30 +11,9 @@ usage: corpus_pages.py PDFKILN_TOOL CORPUS_DIR
 import concurrent.futures
 import json
 import os
-import subprocess
 import sys
+from corpus_common import SANITIZER_ENV, load_explained, run
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-
-
-def load_explained():
-    table = {}
-    with open(os.path.join(HERE, "pages-explained.txt"), encoding="utf-8") as f:
-        for line in f:
-            line = line.rstrip("\n")
-            if not line or line.startswith("#"):
-                continue
-            key, _, rule = line.partition("\t")
-            table[key] = rule
-    return table
-
-
-def run(args, timeout=60, env=None):
-    try:
-        p = subprocess.run(args, capture_output=True, timeout=timeout, env=env)
-        return p.returncode, p.stdout
-    except subprocess.TimeoutExpired:
-        return 124, b""
 
 
 def resolve(objects, value, depth=0):
@@ -93,7 +72,7 @@ def close(a, b):
 
 def compare(tool, base, rel):
     path = os.path.join(base, rel)
-    env = dict(os.environ, ASAN_OPTIONS="exitcode=86:detect_leaks=1", UBSAN_OPTIONS="halt_on_error=1:exitcode=87")
+    env = SANITIZER_ENV
     rc, out = run(["timeout", "20", tool, "info", "--json", path], env=env)
     if rc == 124 or rc >= 86:
         return rel, "crash", "exit %d" % rc
@@ -139,7 +118,7 @@ def main():
     if run(["qpdf", "--version"])[0] != 0:
         print("qpdf not installed; skipped")
         return 0
-    explained = load_explained()
+    explained = load_explained("pages-explained.txt")
     files = sorted(os.path.relpath(os.path.join(d, f), base)
                    for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
     accepted = same_count = same_all = explained_count = 0
