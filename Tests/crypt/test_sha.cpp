@@ -3,6 +3,7 @@
 
 #include "crypt_test_util.h"
 
+#include "PDFKilnPage/crypt/cpufeatures.h"
 #include "PDFKilnPage/crypt/sha256.h"
 #include "PDFKilnPage/crypt/sha512.h"
 
@@ -125,4 +126,43 @@ TEST(SHA2, ObjectStatesAndArguments)
     EXPECT_EQ(toHex(out, 64), toHex(evpDigest(EVP_sha512(), "")));
     for (int n : {-5, 0, 1, 128, 129, 5000})
         pcrypt::burnStack(n);
+}
+
+TEST(SHA2, Sha256FormsAgree)
+{
+    // The portable form against OpenSSL on whole messages of whole blocks, and
+    // the SHA-extensions form against the portable one on the same states.
+    const bool hardware = pcrypt::shaHardwareUsable(pcrypt::cpuFeatures());
+    Rng rng(0x5a256);
+    for (int i = 0; i < 300; ++i) {
+        const size_t blocks = static_cast<size_t>(rng.uniform(1, i % 50 == 0 ? 200 : 6));
+        const std::string data = rng.bytes(64 * blocks);
+        uint32_t start[8];
+        for (uint32_t& w : start)
+            w = static_cast<uint32_t>(rng.gen());
+        uint32_t portable[8], fast[8];
+        std::memcpy(portable, start, sizeof start);
+        std::memcpy(fast, start, sizeof start);
+        pcrypt::Sha256Calc_compressPortable(portable, ub(data), blocks);
+        if (hardware) {
+            pcrypt::Sha256Calc_compressHardware(fast, ub(data), blocks);
+            ASSERT_EQ(toHex(reinterpret_cast<unsigned char*>(fast), 32),
+                      toHex(reinterpret_cast<unsigned char*>(portable), 32))
+                << blocks;
+        }
+        // From the initial value with padding added by hand, the portable form
+        // alone gives the digest.
+        const std::string message = data.substr(0, data.size() - 9 - static_cast<size_t>(i % 55));
+        std::string padded = message + '\x80';
+        padded.append(64 * blocks - 8 - padded.size(), '\0');
+        for (int b = 7; b >= 0; --b)
+            padded += static_cast<char>((uint64_t(message.size()) * 8) >> (8 * b));
+        uint32_t h[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+        pcrypt::Sha256Calc_compressPortable(h, ub(padded), blocks);
+        std::string digest;
+        for (uint32_t w : h)
+            for (int b = 3; b >= 0; --b)
+                digest += static_cast<char>(w >> (8 * b));
+        ASSERT_EQ(toHex(digest), toHex(evpDigest(EVP_sha256(), message))) << message.size();
+    }
 }

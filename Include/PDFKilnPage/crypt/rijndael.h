@@ -1,5 +1,7 @@
 // AES (Rijndael with a 128-bit block) in ECB, CBC and CFB1 modes, with PKCS#7
-// padding for the byte-oriented calls.
+// padding for the byte-oriented calls. The block operations run on the AES
+// instructions where the processor has them (see cpufeatures.h) and on the
+// table-driven form elsewhere; both give the same bytes.
 #pragma once
 
 #include <cstdint>
@@ -62,6 +64,17 @@ public:
     int pdfDecrypt(const unsigned char* input, int inputOctets, unsigned char* outBuffer);
     int pdfDecryptEnd(const unsigned char* input, int inputOctets, unsigned char* outBuffer);
 
+    // Restarts the chaining of CBC and CFB1 from `initVector` (null means
+    // zeros) and keeps the key schedule: the cheap way to run many messages
+    // under one key.
+    void setInitVector(const unsigned char* initVector);
+
+    // Chooses the AES-NI form (the default wherever the processor has it) or
+    // the table form, at any time; returns whether the AES-NI form is now in
+    // use, which it can't be on a processor without it.
+    bool setHardware(bool wanted);
+    bool usesHardware() const { return m_hardware; }
+
 protected:
     void keySched(const unsigned char* key);
     void keyEncToDec();
@@ -82,8 +95,14 @@ private:
     Direction m_direction;
     int m_keyWords;        // Nk: 4, 6 or 8
     int m_rounds;          // Nr: 10, 12 or 14
+    // The round keys as the AES instructions take them: the words of
+    // m_expandedKey as bytes, most significant first.
+    void makeRoundKeyBytes();
+
     unsigned char m_initVector[16];
     uint32_t m_expandedKey[60];
+    unsigned char m_roundKeys[15 * 16];
+    bool m_hardware;
 };
 
 } // namespace pcrypt

@@ -28,4 +28,11 @@ void Sha256Calc_uninit(Sha256Calc* calc);
 // One compression step over a 64-byte block.
 void Sha256Calc_calcBlock(Sha256Calc* calc, const unsigned char* block);
 
+// The compression function over `count` consecutive 64-byte blocks, in its two
+// forms: the portable one, and the one on the SHA extensions, which may be
+// called only where shaHardwareUsable(cpuFeatures()) holds (cpufeatures.h).
+// The calls above take the second wherever it is usable.
+void Sha256Calc_compressPortable(uint32_t H[8], const unsigned char* blocks, size_t count);
+void Sha256Calc_compressHardware(uint32_t H[8], const unsigned char* blocks, size_t count);
+
 } // namespace pcrypt

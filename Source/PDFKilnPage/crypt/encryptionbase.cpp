@@ -134,20 +134,24 @@ std::string PDFEncryptionBase::caculateHashR6(const std::string& password, const
     const std::string p = getUTF8Str(password);
     const std::string u = isUser ? std::string() : U.substr(0, 48);
     std::string K = hash.substr(0, 32);
-    std::string K1;
+    // One buffer for the whole run: K1 is built in it and enciphered in place,
+    // which leaves E there.
     std::string E;
+    Rijndael aes;
     for (int round = 0;; ++round) {
         // 64 copies of password, K and (for the owner) U.
-        const std::string seq = p + K + u;
-        K1.clear();
-        K1.reserve(seq.size() * 64);
-        for (int i = 0; i < 64; ++i)
-            K1 += seq;
+        const size_t seqLen = p.size() + K.size() + u.size();
+        E.resize(seqLen * 64);
+        unsigned char* e = reinterpret_cast<unsigned char*>(E.data());
+        std::memcpy(e, p.data(), p.size());
+        std::memcpy(e + p.size(), K.data(), K.size());
+        if (!u.empty())
+            std::memcpy(e + p.size() + K.size(), u.data(), u.size());
+        for (int i = 1; i < 64; ++i)
+            std::memcpy(e + i * seqLen, e, seqLen);
 
-        Rijndael aes;
         aes.init(Rijndael::CBC, Rijndael::Encrypt, bytes(K), Rijndael::Key16Bytes, bytes(K) + 16);
-        E.assign(K1.size(), '\0');
-        aes.blockEncrypt(bytes(K1), static_cast<int>(K1.size() * 8), reinterpret_cast<unsigned char*>(E.data()));
+        aes.blockEncrypt(e, static_cast<int>(E.size() * 8), e);
 
         int sum = 0;
         for (int i = 0; i < 16; ++i)
@@ -179,7 +183,6 @@ std::string PDFEncryptionBase::caculateHashR6(const std::string& password, const
         if (round >= 63 && last <= round - 31)
             break;
     }
-    std::fill(K1.begin(), K1.end(), '\0');
     std::fill(E.begin(), E.end(), '\0');
     return K.substr(0, 32);
 }

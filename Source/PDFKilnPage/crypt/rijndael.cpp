@@ -3,6 +3,9 @@
 #include <array>
 #include <cstring>
 
+#include "PDFKilnPage/crypt/cpufeatures.h"
+#include "aes_hw.h"
+
 namespace pcrypt {
 
 namespace {
@@ -181,10 +184,12 @@ inline void xor16(unsigned char* dst, const unsigned char* a, const unsigned cha
 } // namespace
 
 Rijndael::Rijndael()
-    : m_state(Invalid), m_mode(ECB), m_direction(Encrypt), m_keyWords(4), m_rounds(10)
+    : m_state(Invalid), m_mode(ECB), m_direction(Encrypt), m_keyWords(4), m_rounds(10),
+      m_hardware(aesHardwareUsable(cpuFeatures()))
 {
     std::memset(m_initVector, 0, sizeof m_initVector);
     std::memset(m_expandedKey, 0, sizeof m_expandedKey);
+    std::memset(m_roundKeys, 0, sizeof m_roundKeys);
 }
 
 Rijndael::~Rijndael()
@@ -200,6 +205,29 @@ void Rijndael::wipe()
     volatile unsigned char* v = m_initVector;
     for (size_t i = 0; i < sizeof m_initVector; ++i)
         v[i] = 0;
+    volatile unsigned char* r = m_roundKeys;
+    for (size_t i = 0; i < sizeof m_roundKeys; ++i)
+        r[i] = 0;
+}
+
+void Rijndael::setInitVector(const unsigned char* initVector)
+{
+    if (initVector)
+        std::memcpy(m_initVector, initVector, 16);
+    else
+        std::memset(m_initVector, 0, 16);
+}
+
+bool Rijndael::setHardware(bool wanted)
+{
+    m_hardware = wanted && aesHardwareUsable(cpuFeatures());
+    return m_hardware;
+}
+
+void Rijndael::makeRoundKeyBytes()
+{
+    for (int i = 0; i < 4 * (m_rounds + 1); ++i)
+        store32(m_roundKeys + 4 * i, m_expandedKey[i]);
 }
 
 int Rijndael::init(Mode mode, Direction dir, const unsigned char* key, KeyLength keyLen,
@@ -222,15 +250,15 @@ int Rijndael::init(Mode mode, Direction dir, const unsigned char* key, KeyLength
     m_mode = mode;
     m_direction = dir;
     m_rounds = m_keyWords + 6;
-    if (initVector)
-        std::memcpy(m_initVector, initVector, 16);
-    else
-        std::memset(m_initVector, 0, 16);
+    setInitVector(initVector);
 
     keySched(key);
     // CFB1 runs the forward cipher in both directions.
     if (dir == Decrypt && mode != CFB1)
         keyEncToDec();
+    // The decryption schedule of the table form is that of the equivalent
+    // inverse cipher, which is also what AESDEC takes.
+    makeRoundKeyBytes();
     m_state = Valid;
     return RIJNDAEL_SUCCESS;
 }
@@ -314,6 +342,22 @@ void Rijndael::decrypt(const unsigned char a[16], unsigned char b[16]) const
 
 void Rijndael::processBlocks(const unsigned char* input, int blocks, unsigned char* output)
 {
+    if (blocks <= 0)
+        return;
+    if (m_hardware && m_mode != CFB1) {
+        const size_t n = static_cast<size_t>(blocks);
+        if (m_mode == ECB) {
+            if (m_direction == Encrypt)
+                aes_hw::encryptEcb(m_roundKeys, m_rounds, input, output, n);
+            else
+                aes_hw::decryptEcb(m_roundKeys, m_rounds, input, output, n);
+        } else if (m_direction == Encrypt) {
+            aes_hw::encryptCbc(m_roundKeys, m_rounds, m_initVector, input, output, n);
+        } else {
+            aes_hw::decryptCbc(m_roundKeys, m_rounds, m_initVector, input, output, n);
+        }
+        return;
+    }
     unsigned char in[16];
     unsigned char tmp[16];
     for (int n = 0; n < blocks; ++n, input += 16, output += 16) {
@@ -341,7 +385,10 @@ void Rijndael::processBlocks(const unsigned char* input, int blocks, unsigned ch
             // One bit at a time, most significant bit of each byte first; the
             // shift register takes in the ciphertext bit.
             for (int bit = 0; bit < 128; ++bit) {
-                encrypt(m_initVector, tmp);
+                if (m_hardware)
+                    aes_hw::encryptEcb(m_roundKeys, m_rounds, m_initVector, tmp, 1);
+                else
+                    encrypt(m_initVector, tmp);
                 const int byte = bit >> 3;
                 const int shift = 7 - (bit & 7);
                 const unsigned inBit = (in[byte] >> shift) & 1u;

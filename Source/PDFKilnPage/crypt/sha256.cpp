@@ -3,28 +3,83 @@
 #include <cstddef>
 #include <cstring>
 
+#include "PDFKilnPage/crypt/cpufeatures.h"
+#include "sha256_k.h"
+
 namespace pcrypt {
 
 static_assert(offsetof(_Sha256Calc, Value) == 0, "the digest must open the object");
 
 namespace {
 
-constexpr uint32_t K[64] = {
-    0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
-    0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
-    0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f, 0x4a7484aa, 0x5cb0a9dc, 0x76f988da,
-    0x983e5152, 0xa831c66d, 0xb00327c8, 0xbf597fc7, 0xc6e00bf3, 0xd5a79147, 0x06ca6351, 0x14292967,
-    0x27b70a85, 0x2e1b2138, 0x4d2c6dfc, 0x53380d13, 0x650a7354, 0x766a0abb, 0x81c2c92e, 0x92722c85,
-    0xa2bfe8a1, 0xa81a664b, 0xc24b8b70, 0xc76c51a3, 0xd192e819, 0xd6990624, 0xf40e3585, 0x106aa070,
-    0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
-    0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
-
 constexpr uint32_t H0[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
                             0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
 
 inline uint32_t rotr(uint32_t x, int n) { return (x >> n) | (x << (32 - n)); }
 
+inline uint32_t loadBig(const unsigned char* p)
+{
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+    return __builtin_bswap32(v);
+}
+
+using Compress = void (*)(uint32_t*, const unsigned char*, size_t);
+
+Compress chosenCompress()
+{
+    static const Compress fn =
+        shaHardwareUsable(cpuFeatures()) ? Sha256Calc_compressHardware : Sha256Calc_compressPortable;
+    return fn;
+}
+
 } // namespace
+
+void Sha256Calc_compressPortable(uint32_t H[8], const unsigned char* blocks, size_t count)
+{
+    // The message schedule is kept as a ring of 16 words, so each step needs
+    // only the words it reads; the working variables rotate through the names
+    // of the ROUND macro instead of being moved.
+    uint32_t w[16];
+    for (; count > 0; --count, blocks += 64) {
+        uint32_t a = H[0], b = H[1], c = H[2], d = H[3], e = H[4], f = H[5], g = H[6], h = H[7];
+#define PDFKILN_SHA256_ROUND(a, b, c, d, e, f, g, h, t, wt)                                                   \
+    do {                                                                                                     \
+        const uint32_t t1 = h + (rotr(e, 6) ^ rotr(e, 11) ^ rotr(e, 25)) + (g ^ (e & (f ^ g))) +            \
+                            sha256_k::K[t] + (wt);                                                          \
+        const uint32_t t2 = (rotr(a, 2) ^ rotr(a, 13) ^ rotr(a, 22)) + ((a & b) | (c & (a | b)));          \
+        d += t1;                                                                                             \
+        h = t1 + t2;                                                                                         \
+    } while (0)
+#define PDFKILN_SHA256_EIGHT(t, W)                                                                           \
+    PDFKILN_SHA256_ROUND(a, b, c, d, e, f, g, h, (t) + 0, W((t) + 0));                                       \
+    PDFKILN_SHA256_ROUND(h, a, b, c, d, e, f, g, (t) + 1, W((t) + 1));                                       \
+    PDFKILN_SHA256_ROUND(g, h, a, b, c, d, e, f, (t) + 2, W((t) + 2));                                       \
+    PDFKILN_SHA256_ROUND(f, g, h, a, b, c, d, e, (t) + 3, W((t) + 3));                                       \
+    PDFKILN_SHA256_ROUND(e, f, g, h, a, b, c, d, (t) + 4, W((t) + 4));                                       \
+    PDFKILN_SHA256_ROUND(d, e, f, g, h, a, b, c, (t) + 5, W((t) + 5));                                       \
+    PDFKILN_SHA256_ROUND(c, d, e, f, g, h, a, b, (t) + 6, W((t) + 6));                                       \
+    PDFKILN_SHA256_ROUND(b, c, d, e, f, g, h, a, (t) + 7, W((t) + 7))
+#define PDFKILN_SHA256_LOAD(t) (w[(t)] = loadBig(blocks + 4 * (t)))
+#define PDFKILN_SHA256_NEXT(t)                                                                               \
+    (w[(t) & 15] += (rotr(w[((t) - 2) & 15], 17) ^ rotr(w[((t) - 2) & 15], 19) ^ (w[((t) - 2) & 15] >> 10)) + \
+                    w[((t) - 7) & 15] +                                                                      \
+                    (rotr(w[((t) - 15) & 15], 7) ^ rotr(w[((t) - 15) & 15], 18) ^ (w[((t) - 15) & 15] >> 3)))
+        PDFKILN_SHA256_EIGHT(0, PDFKILN_SHA256_LOAD);
+        PDFKILN_SHA256_EIGHT(8, PDFKILN_SHA256_LOAD);
+        for (int t = 16; t < 64; t += 16) {
+            PDFKILN_SHA256_EIGHT(t, PDFKILN_SHA256_NEXT);
+            PDFKILN_SHA256_EIGHT(t + 8, PDFKILN_SHA256_NEXT);
+        }
+#undef PDFKILN_SHA256_NEXT
+#undef PDFKILN_SHA256_LOAD
+#undef PDFKILN_SHA256_EIGHT
+#undef PDFKILN_SHA256_ROUND
+        H[0] += a; H[1] += b; H[2] += c; H[3] += d;
+        H[4] += e; H[5] += f; H[6] += g; H[7] += h;
+    }
+    std::memset(w, 0, sizeof w);
+}
 
 void Sha256Calc_init(Sha256Calc* calc)
 {
@@ -51,25 +106,7 @@ void Sha256Calc_uninit(Sha256Calc* calc)
 
 void Sha256Calc_calcBlock(Sha256Calc* calc, const unsigned char* block)
 {
-    uint32_t w[64];
-    for (int t = 0; t < 16; ++t)
-        w[t] = (uint32_t(block[4 * t]) << 24) | (uint32_t(block[4 * t + 1]) << 16) |
-               (uint32_t(block[4 * t + 2]) << 8) | uint32_t(block[4 * t + 3]);
-    for (int t = 16; t < 64; ++t) {
-        uint32_t s0 = rotr(w[t - 15], 7) ^ rotr(w[t - 15], 18) ^ (w[t - 15] >> 3);
-        uint32_t s1 = rotr(w[t - 2], 17) ^ rotr(w[t - 2], 19) ^ (w[t - 2] >> 10);
-        w[t] = w[t - 16] + s0 + w[t - 7] + s1;
-    }
-    uint32_t a = calc->H[0], b = calc->H[1], c = calc->H[2], d = calc->H[3];
-    uint32_t e = calc->H[4], f = calc->H[5], g = calc->H[6], h = calc->H[7];
-    for (int t = 0; t < 64; ++t) {
-        uint32_t t1 = h + (rotr(e, 6) ^ rotr(e, 11) ^ rotr(e, 25)) + ((e & f) ^ (~e & g)) + K[t] + w[t];
-        uint32_t t2 = (rotr(a, 2) ^ rotr(a, 13) ^ rotr(a, 22)) + ((a & b) ^ (a & c) ^ (b & c));
-        h = g; g = f; f = e; e = d + t1;
-        d = c; c = b; b = a; a = t1 + t2;
-    }
-    calc->H[0] += a; calc->H[1] += b; calc->H[2] += c; calc->H[3] += d;
-    calc->H[4] += e; calc->H[5] += f; calc->H[6] += g; calc->H[7] += h;
+    chosenCompress()(calc->H, block, 1);
 }
 
 int Sha256Calc_calculate(Sha256Calc* calc, const void* data, size_t size)
@@ -78,9 +115,11 @@ int Sha256Calc_calculate(Sha256Calc* calc, const void* data, size_t size)
         return 0;
     Sha256Calc_reset(calc);
     const unsigned char* p = static_cast<const unsigned char*>(data);
-    size_t done = 0;
-    for (; size - done >= 64; done += 64)
-        Sha256Calc_calcBlock(calc, p + done);
+    const size_t whole = size / 64;
+    const Compress compress = chosenCompress();
+    if (whole)
+        compress(calc->H, p, whole);
+    const size_t done = 64 * whole;
     calc->totalLength = size;
 
     // Final block(s): the rest, a one bit, zeros, and the length in bits.
@@ -94,16 +133,12 @@ int Sha256Calc_calculate(Sha256Calc* calc, const void* data, size_t size)
     const uint64_t bits = static_cast<uint64_t>(size) << 3;
     for (int i = 0; i < 8; ++i)
         tail[tailLen - 1 - i] = static_cast<unsigned char>(bits >> (8 * i));
-    Sha256Calc_calcBlock(calc, tail);
-    if (tailLen == 128)
-        Sha256Calc_calcBlock(calc, tail + 64);
+    compress(calc->H, tail, tailLen / 64);
     std::memset(tail, 0, sizeof tail);
 
     for (int i = 0; i < 8; ++i) {
-        calc->Value[4 * i] = static_cast<unsigned char>(calc->H[i] >> 24);
-        calc->Value[4 * i + 1] = static_cast<unsigned char>(calc->H[i] >> 16);
-        calc->Value[4 * i + 2] = static_cast<unsigned char>(calc->H[i] >> 8);
-        calc->Value[4 * i + 3] = static_cast<unsigned char>(calc->H[i]);
+        const uint32_t v = __builtin_bswap32(calc->H[i]);
+        std::memcpy(calc->Value + 4 * i, &v, 4);
     }
     return 1;
 }

@@ -37,32 +37,55 @@ constexpr uint64_t IV384[8] = {0xcbbb9d5dc1059ed8ULL, 0x629a292a367cd507ULL, 0x9
                                0xdb0c2e0d64f98fa7ULL, 0x47b5481dbefa4fa4ULL};
 
 // Stack used by one compression step, with some margin.
-constexpr int kBurnBytes = 80 * 8 + 20 * 8 + 128;
+constexpr int kBurnBytes = 16 * 8 + 20 * 8 + 128;
 
 inline uint64_t rotr(uint64_t x, int n) { return (x >> n) | (x << (64 - n)); }
 
+inline uint64_t loadBig(const uint8_t* p)
+{
+    uint64_t v;
+    std::memcpy(&v, p, 8);
+    return __builtin_bswap64(v);
+}
+
+// The message schedule is a ring of 16 words and the working variables rotate
+// through the names of the ROUND macro, as in SHA-256.
 void compress(uint64_t hash[8], const uint8_t* block)
 {
-    uint64_t w[80];
-    for (int t = 0; t < 16; ++t) {
-        uint64_t v = 0;
-        for (int i = 0; i < 8; ++i)
-            v = (v << 8) | block[8 * t + i];
-        w[t] = v;
-    }
-    for (int t = 16; t < 80; ++t) {
-        uint64_t s0 = rotr(w[t - 15], 1) ^ rotr(w[t - 15], 8) ^ (w[t - 15] >> 7);
-        uint64_t s1 = rotr(w[t - 2], 19) ^ rotr(w[t - 2], 61) ^ (w[t - 2] >> 6);
-        w[t] = w[t - 16] + s0 + w[t - 7] + s1;
-    }
+    uint64_t w[16];
     uint64_t a = hash[0], b = hash[1], c = hash[2], d = hash[3];
     uint64_t e = hash[4], f = hash[5], g = hash[6], h = hash[7];
-    for (int t = 0; t < 80; ++t) {
-        uint64_t t1 = h + (rotr(e, 14) ^ rotr(e, 18) ^ rotr(e, 41)) + ((e & f) ^ (~e & g)) + K[t] + w[t];
-        uint64_t t2 = (rotr(a, 28) ^ rotr(a, 34) ^ rotr(a, 39)) + ((a & b) ^ (a & c) ^ (b & c));
-        h = g; g = f; f = e; e = d + t1;
-        d = c; c = b; b = a; a = t1 + t2;
+#define PDFKILN_SHA512_ROUND(a, b, c, d, e, f, g, h, t, wt)                                                   \
+    do {                                                                                                     \
+        const uint64_t t1 = h + (rotr(e, 14) ^ rotr(e, 18) ^ rotr(e, 41)) + (g ^ (e & (f ^ g))) + K[t] + (wt); \
+        const uint64_t t2 = (rotr(a, 28) ^ rotr(a, 34) ^ rotr(a, 39)) + ((a & b) | (c & (a | b)));         \
+        d += t1;                                                                                             \
+        h = t1 + t2;                                                                                         \
+    } while (0)
+#define PDFKILN_SHA512_EIGHT(t, W)                                                                           \
+    PDFKILN_SHA512_ROUND(a, b, c, d, e, f, g, h, (t) + 0, W((t) + 0));                                       \
+    PDFKILN_SHA512_ROUND(h, a, b, c, d, e, f, g, (t) + 1, W((t) + 1));                                       \
+    PDFKILN_SHA512_ROUND(g, h, a, b, c, d, e, f, (t) + 2, W((t) + 2));                                       \
+    PDFKILN_SHA512_ROUND(f, g, h, a, b, c, d, e, (t) + 3, W((t) + 3));                                       \
+    PDFKILN_SHA512_ROUND(e, f, g, h, a, b, c, d, (t) + 4, W((t) + 4));                                       \
+    PDFKILN_SHA512_ROUND(d, e, f, g, h, a, b, c, (t) + 5, W((t) + 5));                                       \
+    PDFKILN_SHA512_ROUND(c, d, e, f, g, h, a, b, (t) + 6, W((t) + 6));                                       \
+    PDFKILN_SHA512_ROUND(b, c, d, e, f, g, h, a, (t) + 7, W((t) + 7))
+#define PDFKILN_SHA512_LOAD(t) (w[(t)] = loadBig(block + 8 * (t)))
+#define PDFKILN_SHA512_NEXT(t)                                                                               \
+    (w[(t) & 15] += (rotr(w[((t) - 2) & 15], 19) ^ rotr(w[((t) - 2) & 15], 61) ^ (w[((t) - 2) & 15] >> 6)) +  \
+                    w[((t) - 7) & 15] +                                                                      \
+                    (rotr(w[((t) - 15) & 15], 1) ^ rotr(w[((t) - 15) & 15], 8) ^ (w[((t) - 15) & 15] >> 7)))
+    PDFKILN_SHA512_EIGHT(0, PDFKILN_SHA512_LOAD);
+    PDFKILN_SHA512_EIGHT(8, PDFKILN_SHA512_LOAD);
+    for (int t = 16; t < 80; t += 16) {
+        PDFKILN_SHA512_EIGHT(t, PDFKILN_SHA512_NEXT);
+        PDFKILN_SHA512_EIGHT(t + 8, PDFKILN_SHA512_NEXT);
     }
+#undef PDFKILN_SHA512_NEXT
+#undef PDFKILN_SHA512_LOAD
+#undef PDFKILN_SHA512_EIGHT
+#undef PDFKILN_SHA512_ROUND
     hash[0] += a; hash[1] += b; hash[2] += c; hash[3] += d;
     hash[4] += e; hash[5] += f; hash[6] += g; hash[7] += h;
 }
