@@ -4,12 +4,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "pdfkiln_obj.h"
 
 namespace pcrypt {
 struct EncryptInfo;
+class DerivedKeyCache;
+class ObjectDecryptor;
 }
 
 namespace PDF_KILN {
@@ -54,6 +57,31 @@ public:
     int OLength = 0, ULength = 0, OELength = 0, UELength = 0, PermsLength = 0;
 
     bool encrypted() const { return passwordState > 0 && Length >= 1; }
+
+    // Key derivations made for this document, handed to every exchange record
+    // saveEncryptInfo makes from it, so that each password is worked out once
+    // however often the trials run. Copies of a CEncrypt share it.
+    std::shared_ptr<pcrypt::DerivedKeyCache> derivedKeys;
+
+    // Drops the record DecryptString works from. The security layer does so
+    // whenever it changes the key or the state; a change made to the fields
+    // directly (a caller's key, say) is noticed by DecryptString itself.
+    void invalidateDecryptRecord() const;
+
+private:
+    friend int DecryptString(const CEncrypt& enc, SObj* object, std::string& data);
+
+    // The record of DecryptString, made once from this CEncrypt, with the
+    // fields it was made from. A copy of the CEncrypt starts without one.
+    struct DecryptRecord {
+        DecryptRecord();
+        DecryptRecord(const DecryptRecord&);
+        DecryptRecord& operator=(const DecryptRecord&);
+        ~DecryptRecord();
+        std::unique_ptr<pcrypt::ObjectDecryptor> decryptor;
+        int32_t Length = 0, R = 0, V = 0, cipherMode = 0, passwordState = 0;
+    };
+    mutable DecryptRecord decryptRecord;
 };
 
 // Copies the security state into a fresh exchange record, and back.

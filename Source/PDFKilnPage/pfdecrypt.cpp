@@ -3,13 +3,14 @@
 
 #include <cstring>
 
+#include "crypt/keycache.h"
 #include "crypt_bridge.h"
 #include "pdfkiln_cobjectposition.h"
 #include "pdfkiln_sourfile.h"
 
 namespace PDF_KILN {
 
-CEncrypt::CEncrypt() {
+CEncrypt::CEncrypt() : derivedKeys(std::make_shared<pcrypt::DerivedKeyCache>()) {
     std::memset(O, 0, sizeof O);
     std::memset(U, 0, sizeof U);
     std::memset(OE, 0, sizeof OE);
@@ -48,6 +49,7 @@ bool readStringField(CSourFile& in, const SObj& key, unsigned char* field, int& 
 }  // namespace
 
 bool CEncrypt::Read(CSourFile& in) {
+    invalidateDecryptRecord();
     const bool inObjectStream = in.objectStreamView;
     std::streampos at = in.tellg();
     if (!IsObjStart(in)) {

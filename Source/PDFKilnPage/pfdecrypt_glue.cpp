@@ -41,6 +41,7 @@ void saveEncryptInfo(const CEncrypt& enc, pcrypt::EncryptInfo& info) {
     info.ID.append(bytes(enc.ID, std::min<std::size_t>(enc.IDLength, sizeof enc.ID)));
     const int keyBytes = std::clamp(enc.Length / 8, 0, 256);
     info.key.append(bytes(enc.fileKey, static_cast<std::size_t>(keyBytes)));
+    info.derivedKeys = enc.derivedKeys;
 }
 
 void resaveEncryptInfo(const pcrypt::EncryptInfo& info, CEncrypt& enc) {
@@ -58,6 +59,7 @@ void resaveEncryptInfo(const pcrypt::EncryptInfo& info, CEncrypt& enc) {
     copyBack(info.ID, enc.ID, sizeof enc.ID);
     enc.IDLength = std::min(info.ID.size(), sizeof enc.ID);
     copyBack(info.key, enc.fileKey, sizeof enc.fileKey);
+    enc.invalidateDecryptRecord();
 }
 
 bool tryFileKey(CEncrypt& enc) {
@@ -77,18 +79,49 @@ bool tryFileKey(CEncrypt& enc) {
         enc.passwordFlagUser = true;
     }
     resaveEncryptInfo(info, enc);
+    enc.invalidateDecryptRecord();
     return ok;
 }
 
+CEncrypt::DecryptRecord::DecryptRecord() = default;
+CEncrypt::DecryptRecord::DecryptRecord(const DecryptRecord&) {}
+CEncrypt::DecryptRecord& CEncrypt::DecryptRecord::operator=(const DecryptRecord&) {
+    decryptor.reset();
+    return *this;
+}
+CEncrypt::DecryptRecord::~DecryptRecord() = default;
+
+void CEncrypt::invalidateDecryptRecord() const { decryptRecord.decryptor.reset(); }
+
 int DecryptString(const CEncrypt& enc, SObj* object, std::string& data) {
-    pcrypt::EncryptInfo info;
-    saveEncryptInfo(enc, info);
-    std::vector<unsigned char> buf(data.size() + 32);
-    std::memcpy(buf.data(), data.data(), data.size());
+    // The record is made on first use and kept while the fields it was made
+    // from stand as they were; DecryptData needs only the key and the cipher
+    // of it, the rest is compared so that any change of state renews it.
+    CEncrypt::DecryptRecord& slot = enc.decryptRecord;
+    const std::size_t keyBytes = static_cast<std::size_t>(std::clamp(enc.Length / 8, 0, 256));
+    const bool current = slot.decryptor && slot.Length == enc.Length && slot.R == enc.R && slot.V == enc.V &&
+                         slot.cipherMode == enc.cipherMode && slot.passwordState == enc.passwordState &&
+                         slot.decryptor->record().key.size() == keyBytes &&
+                         std::memcmp(slot.decryptor->record().key.data(), enc.fileKey, keyBytes) == 0;
+    if (!current) {
+        pcrypt::EncryptInfo info;
+        saveEncryptInfo(enc, info);
+        slot.decryptor = std::make_unique<pcrypt::ObjectDecryptor>(info);
+        slot.Length = enc.Length;
+        slot.R = enc.R;
+        slot.V = enc.V;
+        slot.cipherMode = enc.cipherMode;
+        slot.passwordState = enc.passwordState;
+    }
+    // In place: AES only ever shortens the data.
     int size = static_cast<int>(data.size());
-    pcrypt::PDFDecryptionManager().DecryptData(info, object ? object->num : 0, object ? object->gen : 0, buf.data(),
-                                               size);
-    data.assign(reinterpret_cast<const char*>(buf.data()), static_cast<std::size_t>(std::max(size, 0)));
+    if (size <= 0) {
+        data.clear();
+        return 0;
+    }
+    slot.decryptor->decrypt(object ? object->num : 0, object ? object->gen : 0,
+                            reinterpret_cast<unsigned char*>(data.data()), size);
+    data.resize(static_cast<std::size_t>(std::max(size, 0)));
     return 0;
 }
 

@@ -8,6 +8,7 @@
 
 #include "PDFKilnPage/crypt/decryptionmanager.h"
 #include "PDFKilnPage/crypt/encryptionmanager.h"
+#include "pfdecrypt.h"
 
 using namespace crypt_test;
 using pcrypt::EncryptInfo;
@@ -263,6 +264,62 @@ TEST(DecryptData, UndecipherableDataStaysAsItIs)
     size = 10;
     m.DecryptData(info, 1, 0, nullptr, size);
     EXPECT_EQ(size, 10);
+}
+
+TEST(DecryptString, KeptRecordGivesWhatDecryptDataGives)
+{
+    // DecryptString keeps one record per CEncrypt and the last object's key.
+    // Here the key, cipher and state change behind its back between strings,
+    // as a caller's key or a new password changes them, and objects repeat;
+    // every result, and the next number rand() gives, must be those of
+    // DecryptData on a record made afresh.
+    Rng rng(0xd5);
+    PDF_KILN::CEncrypt enc;
+    for (int i = 0; i < 3000; ++i) {
+        if (i % 9 == 0) {
+            enc.cipherMode = 1 + (i / 9) % 3;
+            enc.Length = enc.cipherMode == 3 ? 256 : (i / 9) % 2 ? 128 : 40;
+            enc.R = enc.cipherMode == 3 ? 6 : 4;
+            enc.V = enc.cipherMode == 3 ? 5 : 4;
+            enc.passwordState = 2 + (i / 9) % 2;
+            const std::string key = rng.bytes(32);
+            std::memcpy(enc.fileKey, key.data(), key.size());
+        } else if (i % 9 == 5) {
+            enc.fileKey[rng.uniform(0, 31)] ^= 1;
+        }
+        PDF_KILN::SObj object(rng.uniform(1, 4), rng.uniform(0, 1));
+        EncryptInfo info;
+        PDF_KILN::saveEncryptInfo(enc, info);
+
+        std::string data;
+        const int shape = rng.uniform(0, 5);
+        if (enc.cipherMode >= 2 && shape < 3) {
+            // Well-formed AES data under the object's key (when it has one).
+            const std::string k = objectKey(info, object.num, object.gen);
+            const std::string iv = rng.bytes(16);
+            if (k.size() >= (enc.cipherMode == 3 ? 32u : 16u))
+                data = iv + evpCipher(enc.cipherMode == 3 ? EVP_aes_256_cbc() : EVP_aes_128_cbc(),
+                                      k.substr(0, enc.cipherMode == 3 ? 32 : 16), iv,
+                                      rng.bytes(static_cast<size_t>(rng.uniform(0, 300))), true, true);
+        } else {
+            // Anything: empty, the vector alone, whole blocks with bad padding, odd lengths.
+            const int lengths[] = {0, 16, 48, rng.uniform(1, 200)};
+            data = rng.bytes(static_cast<size_t>(lengths[rng.uniform(0, 3)]));
+        }
+
+        std::srand(static_cast<unsigned>(i));
+        std::string expected = data;
+        int size = static_cast<int>(expected.size());
+        PDFDecryptionManager().DecryptData(info, object.num, object.gen, ub(expected), size);
+        expected.resize(static_cast<size_t>(std::max(size, 0)));
+        const int nextExpected = std::rand();
+
+        std::srand(static_cast<unsigned>(i));
+        std::string got = data;
+        EXPECT_EQ(PDF_KILN::DecryptString(enc, &object, got), 0);
+        ASSERT_EQ(toHex(got), toHex(expected)) << i << " mode " << enc.cipherMode << " size " << data.size();
+        ASSERT_EQ(std::rand(), nextExpected) << i;
+    }
 }
 
 TEST(PasswordTrials, FortyBitR3ComparesFiveBytes)

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "PDFKilnPage/PDFKilnPage.h"
+#include "PDFKilnPage/crypt/keycache.h"
 
 using namespace PDF_KILN;
 
@@ -114,6 +115,38 @@ TEST(EmptyUserPassword, OpensWithoutAsking) {
     EXPECT_FALSE(info.passwordNeeded);
     EXPECT_EQ(doc.getPageCount(), 2);
     EXPECT_EQ(content(doc, 1), expected);
+    std::remove(path.c_str());
+}
+
+TEST(KeyDerivation, EachR6HashRunsOncePerDocument) {
+    // Opening runs the trials of the empty password (its key, its /U check,
+    // its /O check); setting a password runs them again and those of the new
+    // one. Each distinct hash is computed once; the rest come from the
+    // document's cache, with the results of every trial as before.
+    if (!haveQpdf()) GTEST_SKIP() << "qpdf is not installed";
+    CPDFKilnPage plain(kSample.c_str(), "");
+    ASSERT_EQ(plain.init(), 0);
+    const std::string expected = content(plain, 1);
+    const std::string path = encrypted("r6count", "user owner 256");
+    using pcrypt::DerivedKeyCache;
+    const struct {
+        const char* password;
+        int state;
+        std::size_t hashes; // after init, 3: the empty password's key, /U and /O checks
+    } cases[] = {{"user", 4, 3 + 3}, {"owner", 7, 3 + 4}, {"nope", 5, 3 + 3}};
+    for (const auto& c : cases) {
+        CPDFKilnPage doc(path.c_str(), "");
+        ASSERT_EQ(doc.init(), 0);
+        const DerivedKeyCache& cache = *doc.getSource()->fileInfo.encrypt.derivedKeys;
+        EXPECT_EQ(cache.computed(DerivedKeyCache::HashR6), 3u);
+        EXPECT_EQ(doc.SetSourcePassword(std::string(c.password)), c.state);
+        EXPECT_EQ(cache.computed(DerivedKeyCache::HashR6), c.hashes) << c.password;
+        PASSWORD_TYPE type = ePasswordNone;
+        int permissions = 0;
+        doc.getSecurity(type, permissions); // the trials once more, all known
+        EXPECT_EQ(cache.computed(DerivedKeyCache::HashR6), c.hashes) << c.password;
+        if (c.state != 5) EXPECT_EQ(content(doc, 1), expected);
+    }
     std::remove(path.c_str());
 }
 

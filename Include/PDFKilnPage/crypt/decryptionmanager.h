@@ -2,6 +2,7 @@
 // documents secured by the standard security handler, revisions 2 to 6.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "encryptionbase.h"
@@ -9,8 +10,17 @@
 
 namespace pcrypt {
 
+class DerivedKeyCache;
+
+// Every derivation from a password (the MD5 key of revisions 2 to 4, the
+// revision 6 hash) is made once: in the cache of the record's document where
+// saveEncryptInfo gave it one, else in the manager's own, which serves every
+// record the manager sees.
 class PDFDecryptionManager : public PDFEncryptionBase {
 public:
+    PDFDecryptionManager();
+    ~PDFDecryptionManager() override;
+
     // Result codes of calPassWordState.
     enum {
         EMPTY_OPENS_GIVEN_IS_OWNER = 2, // the empty password opens the file; the given one is the owner's
@@ -64,6 +74,13 @@ public:
     // that can't be deciphered (bad length or padding, unusable key) is left
     // as it is.
     void DecryptData(const EncryptInfo& info, int object, int generation, unsigned char* data, int& size);
+
+private:
+    DerivedKeyCache& cacheFor(const EncryptInfo& info);
+    // caculateHashR6 through the cache.
+    std::string hashR6(const EncryptInfo& info, const std::string& password, const std::string& hash, bool isUser);
+
+    std::shared_ptr<DerivedKeyCache> m_cache;
 };
 
 } // namespace pcrypt

@@ -3,9 +3,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace pcrypt {
+
+class DerivedKeyCache;
 
 // The 32-byte password padding string of the standard security handler.
 extern const unsigned char ori_key[32];
@@ -31,6 +34,9 @@ struct EncryptInfo {
     std::string ownerPassword;      // the password that matched as the owner's
     std::string userPassword;       // the password that matched as the user's, or was recovered from /O
     bool keyIsObjectKey = false;    // calculateKey then uses `key` as it stands
+    // Derivations already made for this document (keycache.h), shared by the
+    // records made from it; without one the manager keeps its own.
+    std::shared_ptr<DerivedKeyCache> derivedKeys;
 };
 
 // The password as the AES-256 revisions use it: its first 127 bytes. No

@@ -5,7 +5,62 @@
 #include <algorithm>
 #include <cstring>
 
+#include "PDFKilnPage/crypt/keycache.h"
+#include "PDFKilnPage/crypt/md5.h"
+
 namespace pcrypt {
+
+namespace {
+
+// MD5 of `input` cut to n bytes, then, when `rounds`, 50 times MD5 of those n
+// bytes: one buffer, no allocation per round.
+std::string md5Rounds(const std::string& input, int n, bool rounds)
+{
+    PDFEncryptionMD5 md;
+    unsigned char k[16];
+    const int len = std::clamp(n, 0, 16);
+    MD5_CTX ctx;
+    md.MD5Init(&ctx);
+    md.MD5Update(&ctx, reinterpret_cast<const unsigned char*>(input.data()), input.size());
+    md.MD5Final(k, &ctx);
+    if (rounds)
+        for (int i = 0; i < 50; ++i) {
+            md.MD5Init(&ctx);
+            md.MD5Update(&ctx, k, static_cast<size_t>(len));
+            md.MD5Final(k, &ctx);
+        }
+    std::string out(reinterpret_cast<const char*>(k), static_cast<size_t>(len));
+    std::memset(k, 0, sizeof k);
+    return out;
+}
+
+} // namespace
+
+PDFDecryptionManager::PDFDecryptionManager() : m_cache(std::make_shared<DerivedKeyCache>()) {}
+
+PDFDecryptionManager::~PDFDecryptionManager() = default;
+
+DerivedKeyCache& PDFDecryptionManager::cacheFor(const EncryptInfo& info)
+{
+    return info.derivedKeys ? *info.derivedKeys : *m_cache;
+}
+
+std::string PDFDecryptionManager::hashR6(const EncryptInfo& info, const std::string& password,
+                                         const std::string& hash, bool isUser)
+{
+    if (hash.size() < 32)
+        return caculateHashR6(password, hash, info.U, isUser); // refused there
+    // The question as caculateHashR6 sees it: the password cut to 127 bytes,
+    // the 32 bytes of the start value and, for the owner, up to 48 bytes of /U.
+    std::string question(1, DerivedKeyCache::HashR6);
+    question += isUser ? 'u' : 'o';
+    question.append(hash, 0, 32);
+    if (!isUser)
+        question += info.U.substr(0, 48) + std::string(48 - std::min<size_t>(info.U.size(), 48), '\0') +
+                    static_cast<char>(std::min<size_t>(info.U.size(), 48));
+    question += getUTF8Str(password);
+    return cacheFor(info).get(question, [&] { return caculateHashR6(password, hash, info.U, isUser); });
+}
 
 void PDFDecryptionManager::createKey(EncryptInfo& info, std::string& password, bool keepInPassword,
                                      bool ownerOnly)
@@ -27,11 +82,14 @@ void PDFDecryptionManager::createKey(EncryptInfo& info, std::string& password, b
     } else {
         input = password;
     }
-    std::string k = md5(input, n);
-    if (info.R > 2)
-        for (int i = 0; i < 50; ++i)
-            k = md5(k, n);
+    const bool rounds = info.R > 2;
+    std::string question(1, DerivedKeyCache::KeyMD5);
+    question += rounds ? 'r' : '-';
+    question += static_cast<char>(n);
+    question += input;
+    std::string k = cacheFor(info).get(question, [&] { return md5Rounds(input, n, rounds); });
     std::fill(input.begin(), input.end(), '\0');
+    std::fill(question.begin(), question.end(), '\0');
     (keepInPassword ? password : info.key) = k;
 }
 
@@ -55,7 +113,7 @@ void PDFDecryptionManager::createKeyAES256(EncryptInfo& info, std::string& passw
     }
     std::string h = sha256(input);
     if (info.R == 6)
-        h = caculateHashR6(p, h, info.U, !ownerOnly);
+        h = hashR6(info, p, h, !ownerOnly);
 
     // A zero block in front of the wrapped key: its output is dropped, which
     // leaves the wrapped key deciphered with a zero vector.

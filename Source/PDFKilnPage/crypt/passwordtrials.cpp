@@ -79,7 +79,7 @@ bool PDFDecryptionManager::isUserPWDR6(EncryptInfo& info, const std::string& pas
         return false;
     const std::string p = getUTF8Str(password);
     std::string h = sha256(p + info.U.substr(32, 8));
-    h = caculateHashR6(p, h, info.U, true);
+    h = hashR6(info, p, h, true);
     if (h == info.U.substr(0, 32)) {
         info.userPassword = password;
         return true;
@@ -111,7 +111,7 @@ bool PDFDecryptionManager::isOwnerPWD6(EncryptInfo& info, const std::string& pas
         return false;
     const std::string p = getUTF8Str(password);
     std::string h = sha256(p + info.O.substr(32, 8) + info.U.substr(0, 48));
-    h = caculateHashR6(p, h, info.U, false);
+    h = hashR6(info, p, h, false);
     if (h != info.O.substr(0, 32))
         return false;
     info.ownerPassword = password;
