@@ -39,14 +39,13 @@ public:
     }
 };
 
-// Key of the renumbering table: (0, file, old number, old generation).
+// Key of the renumbering table: (0, file, old number, old generation),
+// built as NewObjTable{0, file, num, gen} and compared in that order.
 struct NewObjTable {
-    int reserved = 0;
-    int file = 0;
-    int num = 0;
-    int gen = 0;
-    NewObjTable() = default;
-    NewObjTable(int f, int n, int g) : file(f), num(n), gen(g) {}
+    int reserved;
+    int file;
+    int num;
+    int gen;
     bool operator<(const NewObjTable& o) const {
         if (reserved != o.reserved) return reserved < o.reserved;
         if (file != o.file) return file < o.file;

@@ -148,6 +148,12 @@ public:
     // Locates this object and renders it into `out` through WriteObj.
     bool LocalObj(CDestFile& out, CSourFile& in);
 
+    // How the span copier treats a page's dictionary (see CPage::WriteObj).
+    enum class CopyRules { Object, Page };
+    // The span copier behind WriteObj: copies the body as it stands and
+    // rewrites only references, lengths, strings and streams.
+    bool CopyBody(CDestFile& out, CSourFile& in, CopyRules rules);
+
     static bool IsObjStart(std::istream& in);
     // Positions a stream at the value of object `key`; *view is the stream to
     // read from afterwards (a view over `text` for a compressed object).

@@ -40,6 +40,8 @@ public:
     CCatalog();
     // First call: the catalog's keys; a call with names pending reads /Names.
     bool Read(CSourFile& in) override;
+    // As CObj::fromStream; a failed read leaves the file's stream failed.
+    void fromStream(CSourFile& in) override;
     bool Write(CDestFile& out, CSourFile& in) override;
     void Init();
 
@@ -56,6 +58,7 @@ public:
     std::string type;         // the /Type name as read; empty until a catalog was read
 
 private:
+    bool readOk = true;
     bool readFirstPass(CSourFile& in);
     bool readSecondPass(CSourFile& in);
     bool readVersion(CSourFile& in);

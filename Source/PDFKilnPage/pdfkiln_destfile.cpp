@@ -92,7 +92,7 @@ void CDestFile::insertNewObjTab(const NewObjTable& key, const SObj& value) {
 }
 
 const SObj* CDestFile::newNumber(int num, int gen) const {
-    auto it = newObjTable.find(NewObjTable(curFile, num, gen));
+    auto it = newObjTable.find(NewObjTable{0, curFile, num, gen});
     return it == newObjTable.end() ? nullptr : &it->second;
 }
 
@@ -209,7 +209,7 @@ int CDestFile::TidyObj() {
     for (const auto& s : sources) {
         if (!s.second) continue;
         for (const SObj& o : s.second->fileObjects) {
-            if (newObjTable.insert({NewObjTable(s.first, o.num, o.gen), SObj(nextObjNo, 0, 0)}).second) {
+            if (newObjTable.insert({NewObjTable{0, s.first, o.num, o.gen}, SObj(nextObjNo, 0, 0)}).second) {
                 renumbering = true;
                 ++nextObjNo;
             }

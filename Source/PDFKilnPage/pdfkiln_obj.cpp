@@ -249,16 +249,19 @@ SObjState CFileBlock::GetObjState(CSourFile& in, const SObj& key) {
 bool CFileBlock::isfeq(float a, float b) { return std::fabs(a - b) < 0.00001f; }
 
 void CFileBlock::wrtNumberFtoStr(std::string& out, float value) {
-    char buf[64];
-    if (isfeq(value, std::round(value))) {
-        std::snprintf(buf, sizeof buf, "%d", static_cast<int>(std::lround(value)));
-    } else {
-        std::snprintf(buf, sizeof buf, "%.4f", value);
-        std::size_t n = std::strlen(buf);
-        while (n > 0 && buf[n - 1] == '0') buf[--n] = 0;
-        if (n > 0 && buf[n - 1] == '.') buf[--n] = 0;
+    // Five decimals with the trailing zeros (and a bare point) taken off, so
+    // no value ever takes exponent form; a value that close to zero is 0.
+    if (isfeq(value, 0.0f)) {
+        out += "0 ";
+        return;
     }
-    out += buf;
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%1.*f", 5, static_cast<double>(value));
+    std::size_t n = std::strlen(buf);
+    while (n > 0 && buf[n - 1] == '0') buf[--n] = 0;
+    if (n > 0 && buf[n - 1] == '.') buf[--n] = 0;
+    out.append(buf, n);
+    out += ' ';
 }
 
 // ---------------------------------------------------------------------------

@@ -82,8 +82,16 @@ void CCatalog::Init() {
 }
 
 bool CCatalog::Read(CSourFile& in) {
-    if (namesPending) return readSecondPass(in);
-    return readFirstPass(in);
+    readOk = namesPending ? readSecondPass(in) : readFirstPass(in);
+    return readOk;
+}
+
+// Opening looks at the stream, not at a result: a catalog whose read fails
+// leaves the file's stream failed, wherever the catalog itself was stored.
+void CCatalog::fromStream(CSourFile& in) {
+    readOk = true;
+    CObj::fromStream(in);
+    if (!readOk) in.root().setstate(std::ios::failbit);
 }
 
 // Reads the entry's dictionary: by number when it is a reference (the

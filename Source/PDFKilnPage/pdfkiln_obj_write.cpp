@@ -78,7 +78,16 @@ bool CObj::Write(CDestFile& out, CSourFile& in) {
     return true;
 }
 
-bool CObj::WriteObj(CDestFile& out, CSourFile& in) {
+bool CObj::WriteObj(CDestFile& out, CSourFile& in) { return CopyBody(out, in, CopyRules::Object); }
+
+// Keys that a page's copier leaves out with their values: the embedding
+// program supplies the content, the annotations and the boxes itself.
+static bool droppedPageKey(const std::string& key) {
+    return key == nmAnnots || key == nmContents || key == nmMediaBox || key == nmCropBox;
+}
+
+bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
+    const bool pageRules = rules == CopyRules::Page;
     in.setf(std::ios::skipws);
     const bool keep = out.keepNumbers();
     CObjectPosition positions(&in);
@@ -115,14 +124,19 @@ bool CObj::WriteObj(CDestFile& out, CSourFile& in) {
         if (!in.good()) continue;
         const std::streampos tokStart = in.tellg();
 
-        if (!keep) {
+        // A page's /Contents and /Annots references go whatever the mode.
+        if (!keep || (pageRules && (prev == nmAnnots || prev == nmContents))) {
             CObjRef ref;
             if (ref.Read(in)) {
                 copySpan(in, flushed, tokStart, out);
                 flushed = in.tellg();
-                const SObj* mapped = out.newNumber(ref.num, ref.gen);
-                if (mapped) {
+                if (pageRules && (prev == nmAnnots || prev == nmContents)) {
+                    // nothing stands in for it: the key went before
+                } else if (const SObj* mapped = out.newNumber(ref.num, ref.gen)) {
                     out << ' ' << mapped->num << ' ' << mapped->gen << ' ' << kwR;
+                } else if (pageRules) {
+                    // The page keeps the key; the value it cannot map is null.
+                    out << " null ";
                 } else if (!prev.empty() && prev[0] == '/') {
                     dropTrailingName(out, prev);
                 }
@@ -134,6 +148,47 @@ bool CObj::WriteObj(CDestFile& out, CSourFile& in) {
         readPDFString(in, token);
         std::streampos tokEnd = in.tellg();
         if (tokEnd == std::streampos(-1)) tokEnd = endOf(in);
+
+        if (pageRules && droppedPageKey(token)) {
+            copySpan(in, flushed, tokStart, out);
+            flushed = tokEnd;
+            // An array value goes to its closer, and a string behind
+            // /Contents to its end; anything else is read as usual.
+            in >> std::ws;
+            const std::streampos valueStart = in.tellg();
+            std::string next;
+            readPDFString(in, next);
+            if (next == "[") {
+                int depth = 1;
+                while (depth > 0 && in.good()) {
+                    readPDFString(in, next);
+                    if (next == "[") {
+                        ++depth;
+                    } else if (next == "]") {
+                        --depth;
+                    } else if (next == "(" || next == "<") {
+                        CStringType skipped(self);
+                        skipped.isHex = next == "<";
+                        skipped.Read(in);
+                    } else if (next == kwendobj || next == kwstream || (!in.good() && next.back() == '\0')) {
+                        break;
+                    }
+                }
+                flushed = in.tellg();
+                if (flushed == std::streampos(-1)) flushed = endOf(in);
+            } else if (next == "(" && token == nmContents) {
+                CStringType skipped(self);
+                skipped.Read(in);
+                flushed = in.tellg();
+                if (flushed == std::streampos(-1)) flushed = endOf(in);
+            } else {
+                in.clear();
+                in.seekg(valueStart);
+                flushed = valueStart;
+            }
+            prev = token;
+            continue;
+        }
 
         if (token == nmLength) {
             CLength len(self);

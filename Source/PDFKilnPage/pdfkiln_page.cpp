@@ -346,7 +346,7 @@ void CPDFKilnPage::fillRenumbering(CDestFile& dest) const {
         if (a != old2newMap.end()) target = SObj(a->second.first, a->second.second);
         else if (b != deliveredMap.end()) target = SObj(b->second.first, b->second.second);
         else target = SObj(counter++, 0);
-        dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), target);
+        dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, target);
     }
 }
 
@@ -358,7 +358,7 @@ std::string CPDFKilnPage::getPageRootString(int newNumber) const {
     std::set<SObj> climbed;
     std::string text;
     for (int step = 0; step < kMaxClimb && climbed.insert(cur).second; ++step) {
-        dest.insertNewObjTab(NewObjTable(0, cur.num, cur.gen), SObj(newNumber ? newNumber : cur.num, 0));
+        dest.insertNewObjTab(NewObjTable{0, 0, cur.num, cur.gen}, SObj(newNumber ? newNumber : cur.num, 0));
         dest.clear();
         if (newNumber) {
             dest.curObj = SObj(newNumber, 0);
@@ -368,7 +368,10 @@ std::string CPDFKilnPage::getPageRootString(int newNumber) const {
         obj.flags |= CObj::kIndirect;
         StreamRecover<CSourFile> keep(*source);
         obj.LocalObj(dest, *source);
+        // The caller gets the body: no "n g obj" before it, no "endobj" behind.
         text = dest;
+        cutAtLastEndobj(text);
+        if (!text.empty() && text[0] == '\n') text.erase(0, 1);
         if (!newNumber) break;
         if (text.find(nmResources) != std::string::npos) break;
         auto p = source->parentMap.find(cur);
@@ -383,9 +386,9 @@ std::string CPDFKilnPage::getRootString(int newNumber) const {
     CDestFile dest{std::string()};
     dest.setRenumbering(true);
     for (const auto& m : old2newMap)
-        dest.insertNewObjTab(NewObjTable(0, m.first.first, m.first.second), SObj(m.second.first, m.second.second));
+        dest.insertNewObjTab(NewObjTable{0, 0, m.first.first, m.first.second}, SObj(m.second.first, m.second.second));
     const SObj& cat = source->catalog.self;
-    dest.insertNewObjTab(NewObjTable(0, cat.num, cat.gen), SObj(newNumber ? newNumber : cat.num, 0));
+    dest.insertNewObjTab(NewObjTable{0, 0, cat.num, cat.gen}, SObj(newNumber ? newNumber : cat.num, 0));
     if (newNumber) {
         dest.curObj = SObj(newNumber, 0);
         getEncryptInfo(dest.fileInfo.encrypt);
@@ -592,7 +595,7 @@ int CPDFKilnPage::setStartObjNo(int start) {
             }
             auto hit = digest.empty() ? streamObjMap->end() : streamObjMap->find(digest);
             if (hit != streamObjMap->end()) {
-                dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), SObj(hit->second.first, hit->second.second));
+                dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(hit->second.first, hit->second.second));
                 old2newMap.insert({k, hit->second});
                 deliveredMap.insert({k, hit->second});
                 continue;
@@ -600,14 +603,14 @@ int CPDFKilnPage::setStartObjNo(int start) {
         }
         auto a = old2newMap.find(k);
         auto b = deliveredMap.find(k);
-        if (a != old2newMap.end()) dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), SObj(a->second.first, a->second.second));
+        if (a != old2newMap.end()) dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(a->second.first, a->second.second));
         else if (b != deliveredMap.end())
-            dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), SObj(b->second.first, b->second.second));
-        else dest.insertNewObjTab(NewObjTable(0, o.num, o.gen), SObj(counter++, 0));
+            dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(b->second.first, b->second.second));
+        else dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(counter++, 0));
     }
     for (auto& c : source->createdObjects) {
         c.second = SObj(counter++, 0);
-        dest.insertNewObjTab(NewObjTable(0, c.first.num, c.first.gen), c.second);
+        dest.insertNewObjTab(NewObjTable{0, 0, c.first.num, c.first.gen}, c.second);
     }
 
     // Text: every object not delivered before.
@@ -623,13 +626,21 @@ int CPDFKilnPage::setStartObjNo(int start) {
         if (source->pieceSet.count(o)) {
             dest += kBlankForm;
         } else {
-            // Annotation objects (flags 0x1002) take the plain copier until
-            // the annotation classes render them with the caller's page.
+            // Closure objects go through the page's copier: a reference that
+            // has no new number reads null with its key kept. Annotation
+            // objects (flags 0x1002) take the plain copier until the
+            // annotation classes render them with the caller's page.
             dest.curObj = target;
-            CObj obj(SObj(o.num, o.gen));
-            obj.flags |= CObj::kIndirect;
             StreamRecover<CSourFile> keep(*source);
-            ok = obj.LocalObj(dest, *source);
+            if (o.aux & 4098) {
+                CObj obj(SObj(o.num, o.gen));
+                obj.flags |= CObj::kIndirect;
+                ok = obj.LocalObj(dest, *source);
+            } else {
+                CPage obj{SObj(o.num, o.gen)};
+                obj.flags |= CObj::kIndirect;
+                ok = obj.LocalObj(dest, *source);
+            }
         }
         (*this)[{target.num, target.gen}] = ok ? dest.substr(before) : std::string();
         deliveredMap[k] = {target.num, target.gen};

@@ -145,3 +145,56 @@ TEST(SourceFile, CatalogInsideAnObjectStream) {
     EXPECT_EQ(s.file.catalog.pagesRef, SObj(2, 0));
     EXPECT_EQ(s.file.catalog.versionName, "/1.6");
 }
+
+// What the catalog accepts, and what makes opening fail: the keys the
+// reader needs must be references, /Version is held to its exact form, and
+// an unknown key's value must balance.
+TEST(SourceCatalog, ReadOrFailOpening) {
+    const char* const pages = "<< /Type /Pages /Kids [] /Count 0 >>";
+    const struct {
+        const char* catalog;
+        const char* extra;  // body of object 5, or null
+        int code;
+        int minor;          // /Version read, when the file opens
+        bool compressed;    // catalog stored in an object stream
+    } cases[] = {
+        {"<< /Type /Catalog /Pages 2 0 R /Version /1.7 >>", nullptr, 0, 7, false},
+        {"<< /Type /Catalog /Pages 2 0 R /Version /2.0 >>", nullptr, 0, 10, false},
+        {"<< /Type /Catalog /Pages 2 0 R /Version 5 0 R >>", "/1.6", 0, 6, false},
+        {"<< /Type /Catalog /Version /1.8 /Pages 2 0 R >>", nullptr, 1000, 0, false},
+        {"<< /Type /Catalog /Pages 2 0 R /Version 1.7 >>", nullptr, 1000, 0, false},
+        {"<< /Type /Catalog /Pages 2 0 R /Version /1.7x >>", nullptr, 1000, 0, false},
+        {"<< /Type /Catalog /Pages 2 0 R /Version 9 0 R >>", nullptr, 1000, 0, false},
+        {"<< /Type /Catalog /Pages /Foo >>", nullptr, 1000, 0, false},
+        {"<< /Type /Catalog /Metadata 12 /Pages 2 0 R >>", nullptr, 1000, 0, false},
+        {"<< /Type /Catalog /Pages 2 0 R /Lang ] >>", nullptr, 1000, 0, false},
+        {"<< /Type /Catalog /Pages 2 0 R /Lang >> >>", nullptr, 1000, 0, false},
+        // An escaped "(" counts as nesting: such a string never closes.
+        {"<< /Type /Catalog /Pages 2 0 R /Lang (a\\( b) >>", nullptr, 1000, 0, false},
+        {"<< /Type /Catalog /Pages 2 0 R /Version /1.8 >>", nullptr, 1000, 0, true},
+        // Values that hold the reader's own keys are skipped whole.
+        {"<< /Type /Catalog /Foo [ << /Pages 9 0 R >> (x) ] /Pages 2 0 R /Version /1.4 >>", nullptr, 0, 4, false},
+        {"<< /Type /Catalog /AcroForm << /Fields [] /DA (x) >> /Pages 2 0 R /Version /1.5 >>", nullptr, 0, 5,
+         false},
+    };
+    for (const auto& c : cases) {
+        PdfBuilder b("%PDF-1.5");
+        long x;
+        if (c.compressed) {
+            b.objectStream(3, {{1, c.catalog}, {2, pages}});
+            x = b.xrefStream(4, "/Root 1 0 R");
+        } else {
+            b.object(1, c.catalog);
+            b.object(2, pages);
+            if (c.extra) b.object(5, c.extra);
+            x = b.xrefTable("/Root 1 0 R");
+        }
+        b.startxref(x);
+        Source s(b.str());
+        EXPECT_EQ(s.file.CheckAndInit(), c.code) << c.catalog;
+        if (c.code == 0) {
+            EXPECT_EQ(s.file.catalog.minorVersion, c.minor) << c.catalog;
+            EXPECT_EQ(s.file.catalog.pagesRef, SObj(2, 0)) << c.catalog;
+        }
+    }
+}

@@ -13,7 +13,7 @@ namespace {
 
 // A sink that renumbers through a table: file 0, old -> new.
 void map(CDestFile& sink, int oldNum, int newNum) {
-    sink.insertNewObjTab(NewObjTable(0, oldNum, 0), SObj(newNum, 0, 0));
+    sink.insertNewObjTab(NewObjTable{0, 0, oldNum, 0}, SObj(newNum, 0, 0));
 }
 
 TEST(KeepNumbers, CopiesTheBodyWithItsSpacingAndComments) {
@@ -139,12 +139,23 @@ TEST(Numbers, FacadeStreamFormatsLikeADefaultStream) {
     EXPECT_EQ(std::string(s), "612 0.5 1.25e+06 -3");
 }
 
-TEST(Numbers, WriterNumbersHaveNoExponent) {
-    std::string s;
-    CFileBlock::wrtNumberFtoStr(s, 612.0f);
-    s += ' ';
-    CFileBlock::wrtNumberFtoStr(s, 0.25f);
-    EXPECT_EQ(s, "612 0.25");
+TEST(Numbers, WriterNumbersHaveFiveDecimalsAtMostAndATrailingBlank) {
+    const struct {
+        float value;
+        const char* text;
+    } cases[] = {
+        {612.0f, "612 "},          {0.25f, "0.25 "},       {1.0f / 3.0f, "0.33333 "},
+        {1250000.0f, "1250000 "},  {-72.5f, "-72.5 "},     {0.000004f, "0 "},
+        {-0.000004f, "0 "},        {0.00002f, "0.00002 "}, {0.0f, "0 "},
+        {3.4e38f, nullptr},  // no exponent form even at the top of the range
+    };
+    for (const auto& c : cases) {
+        std::string s;
+        CFileBlock::wrtNumberFtoStr(s, c.value);
+        if (c.text) EXPECT_EQ(s, c.text) << c.value;
+        EXPECT_EQ(s.find_first_of("eE"), std::string::npos) << s;
+        EXPECT_EQ(s.back(), ' ');
+    }
 }
 
 TEST(ObjWrite, RenumberedObjectsAreFramedAndRecorded) {
@@ -153,8 +164,8 @@ TEST(ObjWrite, RenumberedObjectsAreFramedAndRecorded) {
     out.sources[1] = &d.file();
     out.sourceCount = 1;
     out.curFile = 1;
-    out.insertNewObjTab(NewObjTable(1, 5, 0), SObj(3, 0, 0));
-    out.insertNewObjTab(NewObjTable(1, 6, 0), SObj(4, 0, 0));
+    out.insertNewObjTab(NewObjTable{0, 1, 5, 0}, SObj(3, 0, 0));
+    out.insertNewObjTab(NewObjTable{0, 1, 6, 0}, SObj(4, 0, 0));
     CObj five(SObj(5, 0));
     EXPECT_TRUE(five.Write(out, d.file()));
     CObj seven(SObj(7, 0));

@@ -90,9 +90,9 @@ TEST(Renumber, StartObjectTakesEffectAtInitAndRunsFollowFileOrder) {
     e.sources[1]->file.fileObjects = {SObj(8, 0), SObj(3, 0)};
     e.sources[0]->file.fileObjects = {SObj(5, 0)};
     e.out.TidyObj();
-    EXPECT_EQ(e.out.newObjTable.at(NewObjTable(1, 5, 0)).num, 101);
-    EXPECT_EQ(e.out.newObjTable.at(NewObjTable(2, 3, 0)).num, 102);
-    EXPECT_EQ(e.out.newObjTable.at(NewObjTable(2, 8, 0)).num, 103);
+    EXPECT_EQ(e.out.newObjTable.at(NewObjTable{0, 1, 5, 0}).num, 101);
+    EXPECT_EQ(e.out.newObjTable.at(NewObjTable{0, 2, 3, 0}).num, 102);
+    EXPECT_EQ(e.out.newObjTable.at(NewObjTable{0, 2, 8, 0}).num, 103);
     EXPECT_EQ(e.out.nextObjNo, 104);
 }
 

@@ -1,4 +1,5 @@
-// A caller of the installed library: opens a PDF and prints its version.
+// A caller of the installed library: opens a PDF, prints its version, and
+// seeds a merge's renumbering table the way callers spell its key.
 #include <PDFKilnPage/PDFKilnPage.h>
 
 #include <cstdio>
@@ -12,5 +13,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::printf("opened %s: %s\n", argv[1], doc.getVersionText().c_str());
-    return 0;
+    PDF_KILN::CDestFile merge;
+    merge.insertNewObjTab(PDF_KILN::NewObjTable{0, 1, 7, 0}, PDF_KILN::SObj(12, 0));
+    return merge.newObjTable.count(PDF_KILN::NewObjTable{0, 1, 7, 0}) == 1 ? 0 : 1;
 }

@@ -2,7 +2,7 @@
 // object text, hashes and the file key.
 #include <gtest/gtest.h>
 
-#include "pages_test_util.h"
+#include "facade_test_util.h"
 
 using namespace PDF_KILN;
 using pagestest::Doc;

@@ -1,14 +1,14 @@
 // Helpers of the page tests: small documents built in the test, opened
 // through the facade.
-#ifndef PDFKILN_TESTS_PAGES_UTIL_H
-#define PDFKILN_TESTS_PAGES_UTIL_H
+#ifndef PDFKILN_TESTS_FACADE_UTIL_H
+#define PDFKILN_TESTS_FACADE_UTIL_H
 
 #include <map>
 #include <memory>
 #include <sstream>
 #include <string>
 
-#include "../reader/pdf_builder.h"
+#include "pdf_builder.h"
 #include "pdfkiln_page.h"
 #include "pdfkiln_sourfile.h"
 

@@ -1,7 +1,7 @@
 // Page output: the page's own span copier, group nodes and boxes.
 #include <gtest/gtest.h>
 
-#include "pages_test_util.h"
+#include "facade_test_util.h"
 #include "pdfkiln_destfile.h"
 
 using namespace PDF_KILN;
@@ -16,7 +16,7 @@ std::string renderPage(Doc& d, int num, std::initializer_list<int> mapped) {
     CDestFile out{std::string()};
     out.setRenumbering(true);
     int n = 100;
-    for (int m : mapped) out.insertNewObjTab(NewObjTable(0, m, 0), SObj(n++, 0));
+    for (int m : mapped) out.insertNewObjTab(NewObjTable{0, 0, m, 0}, SObj(n++, 0));
     CPage page(SObj(num, 0));
     EXPECT_TRUE(page.LocalObj(out, d.src()));
     return out;
@@ -57,8 +57,8 @@ TEST(PageOutput, GroupNodesCountTheirPages) {
     ASSERT_EQ(d.rc, 0);
     CDestFile out{std::string()};
     out.curFile = 1;
-    out.insertNewObjTab(NewObjTable(1, 3, 0), SObj(20, 0));
-    out.insertNewObjTab(NewObjTable(1, 5, 0), SObj(21, 0));
+    out.insertNewObjTab(NewObjTable{0, 1, 3, 0}, SObj(20, 0));
+    out.insertNewObjTab(NewObjTable{0, 1, 5, 0}, SObj(21, 0));
     for (int n : {3, 4, 5}) {
         CPage p(SObj(n, 0));
         EXPECT_EQ(p.Write(out, d.src()), n != 4) << "a page without a new number is dropped";

@@ -4,7 +4,7 @@
 #include <regex>
 #include <set>
 
-#include "pages_test_util.h"
+#include "facade_test_util.h"
 #include "pdfkiln_destfile.h"
 
 using namespace PDF_KILN;
@@ -178,6 +178,8 @@ TEST(PageRootString, WalksUpOnlyWithANewNumberAndReturnsTheStoppingNode) {
     d.page->setStartObjNo(5);
     const std::string page = d.page->getPageRootString(0);
     EXPECT_NE(page.find("/Rotate 90"), std::string::npos);
+    EXPECT_EQ(page.substr(0, 2), "<<") << "no object frame before the body: " << page;
+    EXPECT_EQ(page.find("obj"), std::string::npos) << page;
     const std::string node = d.page->getPageRootString(77);
     EXPECT_EQ(node.find("/Rotate"), std::string::npos) << "the node where the walk stops comes alone";
     EXPECT_NE(node.find("/F1  5 0 R"), std::string::npos);
@@ -249,6 +251,31 @@ TEST(PageNumbering, TextsLoseEndobjAndLengthsFollowTheMap) {
     EXPECT_EQ(image.substr(0, 2), "<<");
     EXPECT_NE(image.find("/Length 1 "), std::string::npos) << image;
     EXPECT_EQ(d.page->at({2, 0}), "1\n");
+}
+
+TEST(PageNumbering, ClosureObjectsGoThroughThePageCopier) {
+    // A font that points back at a page keeps the key with null; keys that
+    // the embedding program supplies are dropped from every closure object;
+    // a stream keeps its data and length.
+    Doc d(buildPdf({{1, kCatalog},
+                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
+                    {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> /XObject << /X 5 0 R >> >> >>"},
+                    {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Owner 3 0 R /MediaBox [0 0 1 1] "
+                        "/Contents (note) /Encoding /WinAnsiEncoding >>"},
+                    {5, "/Type /XObject /Subtype /Form /BBox [0 0 9 9] /CropBox [0 0 2 2] stream:0 0 m 9 9 l S"}}));
+    ASSERT_EQ(d.page->setPageNo(1), 0);
+    d.page->setStartObjNo(20);
+    ASSERT_EQ(d.page->size(), 2u);
+    const std::string& font = d.page->at({20, 0});
+    EXPECT_NE(font.find("/Owner  null "), std::string::npos) << font;
+    EXPECT_EQ(font.find("/MediaBox"), std::string::npos) << font;
+    EXPECT_EQ(font.find("/Contents"), std::string::npos) << font;
+    EXPECT_NE(font.find("/Encoding /WinAnsiEncoding"), std::string::npos) << font;
+    const std::string& form = d.page->at({21, 0});
+    EXPECT_EQ(form.find("/CropBox"), std::string::npos) << form;
+    EXPECT_NE(form.find("/BBox [0 0 9 9]"), std::string::npos) << form;
+    EXPECT_NE(form.find("/Length 13 "), std::string::npos) << form;
+    EXPECT_NE(form.find("stream\r\n0 0 m 9 9 l S"), std::string::npos) << form;
 }
 
 TEST(PageNumbering, StreamObjectMapHitIsNotDeliveredButReferenced) {

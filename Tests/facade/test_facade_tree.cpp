@@ -2,7 +2,7 @@
 // running slots, rotation, boxes and sizes.
 #include <gtest/gtest.h>
 
-#include "pages_test_util.h"
+#include "facade_test_util.h"
 
 using namespace PDF_KILN;
 using pagestest::Doc;
