@@ -7,6 +7,7 @@
 #include "ZQGraphicService/ZqFilter.h"
 #include "crypt/pcrypt.h"
 #include "jbig2/jbig2.h"
+#include "jbig2/jbig2streamdec.h"
 #include "pdfkiln_cobjectposition.h"
 #include "pdfkiln_destfile.h"
 #include "pdfkiln_fileinfo.h"

@@ -60,11 +60,13 @@ public:
 private:
     void decodeMMR(StepDataReader& reader);
     void decodeArithmetic(ArithmeticDecoderState& state);
-    void decodeTemplate0(ArithmeticDecoderState& state);
-    void decodeTemplate1(ArithmeticDecoderState& state);
-    void decodeTemplate2(ArithmeticDecoderState& state);
-    void decodeTemplate3(ArithmeticDecoderState& state);
-    bool decodeTypicalRow(ArithmeticDecoderState& state, uint32_t y, int& ltp);
+    // Picks the row loop for the template and its AT pixels.
+    template <bool Skip>
+    void decodeWithTemplate(ArithmeticDecoderState& state);
+    // One row loop per template, with the AT pixels at their nominal places
+    // or anywhere, and with or without a skip bitmap.
+    template <int T, bool Nominal, bool Skip>
+    void decodeRows(ArithmeticDecoderState& state);
     void releaseContexts();
 
     GenericRegionSegmentParameter m_param;

@@ -4,32 +4,33 @@
 
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "jbig2/imagedata.h"
 #include "jbig2/jbig2result.h"
 
 namespace jbig2 {
 
-// Table E.1, with Qe in the high half of the 32-bit register.
-const uint32_t ArithmeticDecoder::qeTab[47] = {
-    0x56010000, 0x34010000, 0x18010000, 0x0AC10000, 0x05210000, 0x02210000, 0x56010000, 0x54010000,
-    0x48010000, 0x38010000, 0x30010000, 0x24010000, 0x1C010000, 0x16010000, 0x56010000, 0x54010000,
-    0x51010000, 0x48010000, 0x38010000, 0x34010000, 0x30010000, 0x28010000, 0x24010000, 0x22010000,
-    0x1C010000, 0x18010000, 0x16010000, 0x14010000, 0x12010000, 0x11010000, 0x0AC10000, 0x09C10000,
-    0x08A10000, 0x05210000, 0x04410000, 0x02A10000, 0x02210000, 0x01410000, 0x01110000, 0x00850000,
-    0x00490000, 0x00250000, 0x00150000, 0x00090000, 0x00050000, 0x00010000, 0x56010000};
+namespace {
 
-const unsigned char ArithmeticDecoder::nmpsTab[47] = {
-    1,  2,  3,  4,  5,  38, 7,  8,  9,  10, 11, 12, 13, 29, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24,
-    25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43, 44, 45, 45, 46};
+constexpr ArithmeticDecoder::Transition transition(unsigned int cx) {
+    const unsigned int index = cx >> 1, mps = cx & 1;
+    return ArithmeticDecoder::Transition{
+        ArithmeticDecoder::qeTab[index], static_cast<uint16_t>((ArithmeticDecoder::nmpsTab[index] << 1) | mps),
+        static_cast<uint16_t>((ArithmeticDecoder::nlpsTab[index] << 1) | (ArithmeticDecoder::switchTab[index] ? mps ^ 1 : mps))};
+}
 
-const unsigned char ArithmeticDecoder::nlpsTab[47] = {
-    1,  6,  9,  12, 29, 33, 6,  14, 14, 14, 17, 18, 20, 21, 14, 14, 15, 16, 17, 18, 19, 19, 20, 21,
-    22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43, 46};
+template <std::size_t... I>
+constexpr std::array<ArithmeticDecoder::Transition, sizeof...(I)> transitionTable(std::index_sequence<I...>) {
+    return {{transition(I)...}};
+}
 
-const unsigned char ArithmeticDecoder::switchTab[47] = {
-    1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+}  // namespace
+
+const std::array<ArithmeticDecoder::Transition, 94> ArithmeticDecoder::transitions =
+    transitionTable(std::make_index_sequence<94>());
+
+unsigned int ArithmeticDecoder::lastRow(unsigned int cx) { return 92 | (cx & 1); }
 
 void ArithmeticDecoderState::init() {
     B = reader->getByte();
@@ -39,26 +40,6 @@ void ArithmeticDecoderState::init() {
     C <<= 7;
     CT -= 7;
     A = 0x80000000u;
-}
-
-void ArithmeticDecoderState::bytein() {
-    if (reader->remaining() == 0 || (B == 0xFF && B1 > 0x8F)) ++pastEnd;
-    if (B == 0xFF) {
-        if (B1 > 0x8F) {
-            // A marker: feed 1-bits and never move past it.
-            CT = 8;
-        } else {
-            B = B1;
-            B1 = reader->getByte();
-            C = C + 0xFE00 - (B << 9);
-            CT = 7;
-        }
-    } else {
-        B = B1;
-        B1 = reader->getByte();
-        C = C + 0xFF00 - (B << 8);
-        CT = 8;
-    }
 }
 
 IntArithmeticDecoder::IntArithmeticDecoder() : m_prev(1) { reset(); }

@@ -1,13 +1,21 @@
 // Generic region decoding, ISO/IEC 14492 6.2.
 //
 // Order of the context bits in this decoder (most significant first), by
-// template; "AT" bits are fetched by position, the others come from one
-// register per row that shifts as x moves:
+// template:
 //   0: row y-2 x-1..x+1 (15-13), row y-1 x-2..x+2 (12-8), row y x-4..x-1 (7-4),
 //      A1 A2 A3 A4 (3-0)
 //   1: row y-2 x-1..x+2 (12-9), row y-1 x-2..x+2 (8-4), row y x-3..x-1 (3-1), A1 (0)
 //   2: row y-2 x-1..x+1 (9-7), row y-1 x-2..x+1 (6-3), row y x-2..x-1 (2-1), A1 (0)
 //   3: row y-1 x-3..x+1 (9-5), row y x-4..x-1 (4-1), A1 (0)
+//
+// The context is carried along the row in registers, as the standard's
+// decoders do: one window register for each of the two rows above, which
+// takes in a byte of its row every eight pixels and shifts by one pixel a
+// step, and one register of the pixels decoded so far in the current row.
+// Pixels outside the region read 0: the windows start and end with zero
+// bytes, and the bits past the width inside a row's last byte are never set.
+// AT pixels come out of the same registers wherever those reach, and are
+// fetched by position only when they lie further away.
 #include "jbig2/genericregionsegment.h"
 
 #include <cstring>
@@ -142,174 +150,222 @@ void GenericRegionSegment::decodeMMR(StepDataReader& reader) {
 }
 
 void GenericRegionSegment::decodeArithmetic(ArithmeticDecoderState& state) {
-    switch (m_param.templ) {
-    case 0: decodeTemplate0(state); break;
-    case 1: decodeTemplate1(state); break;
-    case 2: decodeTemplate2(state); break;
-    default: decodeTemplate3(state); break;
-    }
-}
-
-// TPGDON: toggles LTP; with LTP set the row copies the one above (the first
-// row stays zero). Returns true when the row is done.
-bool GenericRegionSegment::decodeTypicalRow(ArithmeticDecoderState& state, uint32_t y, int& ltp) {
-    if (!m_param.tpgdon) return false;
-    ltp ^= ArithmeticDecoder::decodebit(state, m_contexts[kTpgdonContext[m_param.templ]]);
-    if (!ltp) return false;
-    if (y > 0)
-        std::memcpy(m_result->getLine(y), m_result->getLine(y - 1), m_result->getStride());
-    return true;
+    if (m_param.useskip && m_param.skip)
+        decodeWithTemplate<true>(state);
+    else
+        decodeWithTemplate<false>(state);
 }
 
 namespace {
 
-// Pixel x of a row of the region, 0 outside it (or for no row).
-inline uint32_t px(const unsigned char* row, int64_t x, int64_t width) {
-    if (!row || x < 0 || x >= width) return 0;
-    return (row[x >> 3] >> (7 - (x & 7))) & 1;
+// Window registers hold the pixel x+k of their row at bit 15-k, for k from
+// -16 to 8; the current-row register holds the pixel x-k at bit k-1, for k
+// from 1 to 32.
+const int kWindowLeft = -16;
+const int kWindowRight = 8;
+const int kCurrentReach = 32;
+
+// Byte j of a row, 0 past either end or for no row.
+inline uint32_t rowByte(const unsigned char* row, uint32_t j, uint32_t stride) {
+    return (row && j < stride) ? row[j] : 0u;
 }
 
-inline bool skipped(const GenericRegionSegmentParameter& p, int64_t x, int64_t y) {
-    return p.useskip && p.skip && p.skip->getPixel(x, y);
-}
+// The fixed pixels of each template, from the two windows and the
+// current-row register, in the order of the table at the top of this file;
+// and the AT pixels at their nominal places, read from the same registers.
+template <int T>
+struct Template;
+
+template <>
+struct Template<0> {
+    static const int atCount = 4;
+    static uint32_t fixed(uint32_t w2, uint32_t w1, uint32_t cur) {
+        return ((w2 >> 1) & 0xE000) | ((w1 >> 5) & 0x1F00) | ((cur & 0xF) << 4);
+    }
+    // (3,-1) (-3,-1) (2,-2) (-2,-2)
+    static uint32_t nominalAt(uint32_t w2, uint32_t w1) {
+        return ((w1 >> 9) & 8) | ((w1 >> 16) & 4) | ((w2 >> 12) & 2) | ((w2 >> 17) & 1);
+    }
+};
+
+template <>
+struct Template<1> {
+    static const int atCount = 1;
+    static uint32_t fixed(uint32_t w2, uint32_t w1, uint32_t cur) {
+        return ((w2 >> 4) & 0x1E00) | ((w1 >> 9) & 0x1F0) | ((cur & 7) << 1);
+    }
+    // (3,-1)
+    static uint32_t nominalAt(uint32_t, uint32_t w1) { return (w1 >> 12) & 1; }
+};
+
+template <>
+struct Template<2> {
+    static const int atCount = 1;
+    static uint32_t fixed(uint32_t w2, uint32_t w1, uint32_t cur) {
+        return ((w2 >> 7) & 0x380) | ((w1 >> 11) & 0x78) | ((cur & 3) << 1);
+    }
+    // (2,-1)
+    static uint32_t nominalAt(uint32_t, uint32_t w1) { return (w1 >> 13) & 1; }
+};
+
+template <>
+struct Template<3> {
+    static const int atCount = 1;
+    static uint32_t fixed(uint32_t, uint32_t w1, uint32_t cur) { return ((w1 >> 9) & 0x3E0) | ((cur & 0xF) << 1); }
+    // (2,-1)
+    static uint32_t nominalAt(uint32_t, uint32_t w1) { return (w1 >> 13) & 1; }
+};
+
+const signed char kNominalAt[4][8] = {
+    {3, -1, -3, -1, 2, -2, -2, -2}, {3, -1, 0, 0, 0, 0, 0, 0}, {2, -1, 0, 0, 0, 0, 0, 0}, {2, -1, 0, 0, 0, 0, 0, 0}};
+
+// Where one AT pixel comes from.
+struct AtPixel {
+    enum Kind { kZero, kRow1, kRow2, kCurrent, kFar };
+    Kind kind = kZero;
+    unsigned int shift = 0;   // in its register
+    unsigned int bit = 0;     // in the context
+    int dx = 0, dy = 0;
+    const unsigned char* row = nullptr;  // kFar: the row of this line, or none
+
+    void place(int atx, int aty, unsigned int contextBit) {
+        dx = atx;
+        dy = aty;
+        bit = contextBit;
+        if (aty > 0 || (aty == 0 && atx >= 0)) {
+            kind = kZero;  // not decoded yet, so 0
+        } else if (aty == 0 && atx >= -kCurrentReach) {
+            kind = kCurrent;
+            shift = static_cast<unsigned int>(-atx - 1);
+        } else if ((aty == -1 || aty == -2) && atx >= kWindowLeft && atx <= kWindowRight) {
+            kind = aty == -1 ? kRow1 : kRow2;
+            shift = static_cast<unsigned int>(15 - atx);
+        } else {
+            // Further away: the row is complete (a row above, or bytes of
+            // this row already stored), so it is read by position.
+            kind = kFar;
+        }
+    }
+
+    void setLine(const ImageProcessor<ImageDataBits>& img, uint32_t y) {
+        const int64_t ay = static_cast<int64_t>(y) + dy;
+        row = (kind == kFar && ay >= 0 && ay < static_cast<int64_t>(img.getHeight())) ? img.getLine(static_cast<uint32_t>(ay))
+                                                                                       : nullptr;
+    }
+
+    uint32_t read(uint32_t w2, uint32_t w1, uint32_t cur, int64_t x, int64_t width) const {
+        switch (kind) {
+        case kRow1: return ((w1 >> shift) & 1) << bit;
+        case kRow2: return ((w2 >> shift) & 1) << bit;
+        case kCurrent: return ((cur >> shift) & 1) << bit;
+        case kFar: {
+            const int64_t ax = x + dx;
+            if (!row || ax < 0 || ax >= width) return 0;
+            return static_cast<uint32_t>((row[ax >> 3] >> (7 - (ax & 7))) & 1) << bit;
+        }
+        default: return 0;
+        }
+    }
+};
 
 }  // namespace
 
-void GenericRegionSegment::decodeTemplate0(ArithmeticDecoderState& state) {
-    ImageProcessor<ImageDataBits>& img = *m_result;
-    const int64_t W = img.getWidth();
-    const uint32_t H = img.getHeight();
+template <bool Skip>
+void GenericRegionSegment::decodeWithTemplate(ArithmeticDecoderState& state) {
     const signed char* at = m_param.at;
-    static const signed char kNominal[8] = {3, -1, -3, -1, 2, -2, -2, -2};
-    const bool nominal = std::memcmp(at, kNominal, 8) == 0;
+    switch (m_param.templ) {
+    case 0:
+        if (std::memcmp(at, kNominalAt[0], 8) == 0)
+            decodeRows<0, true, Skip>(state);
+        else
+            decodeRows<0, false, Skip>(state);
+        break;
+    case 1:
+        if (std::memcmp(at, kNominalAt[1], 2) == 0)
+            decodeRows<1, true, Skip>(state);
+        else
+            decodeRows<1, false, Skip>(state);
+        break;
+    case 2:
+        if (std::memcmp(at, kNominalAt[2], 2) == 0)
+            decodeRows<2, true, Skip>(state);
+        else
+            decodeRows<2, false, Skip>(state);
+        break;
+    default:
+        if (std::memcmp(at, kNominalAt[3], 2) == 0)
+            decodeRows<3, true, Skip>(state);
+        else
+            decodeRows<3, false, Skip>(state);
+        break;
+    }
+}
+
+template <int T, bool Nominal, bool Skip>
+void GenericRegionSegment::decodeRows(ArithmeticDecoderState& shared) {
+    typedef Template<T> Tmpl;
+    ImageProcessor<ImageDataBits>& img = *m_result;
+    const uint32_t W = img.getWidth();
+    const uint32_t H = img.getHeight();
+    const uint32_t stride = img.getStride();
+    unsigned short* const cx = m_contexts;
+    AtPixel atPixels[Tmpl::atCount];
+    if (!Nominal)
+        for (int i = 0; i < Tmpl::atCount; ++i)
+            atPixels[i].place(m_param.at[2 * i], m_param.at[2 * i + 1], static_cast<unsigned int>(Tmpl::atCount - 1 - i));
+    const ImageProcessor<ImageDataBits>* skip = Skip ? m_param.skip : nullptr;
+    const uint32_t skipWidth = Skip ? skip->getWidth() : 0;
+    const uint32_t ltpContext = kTpgdonContext[T];
+
+    // The registers live in locals for the whole region; see the header.
+    ArithmeticDecoderState s = shared;
     int ltp = 0;
     for (uint32_t y = 0; y < H; ++y) {
-        if (decodeTypicalRow(state, y, ltp)) continue;
         unsigned char* row = img.getLine(y);
+        if (m_param.tpgdon) {
+            // TPGDON: LTP toggles; with it set the row copies the one above
+            // (the first row stays zero).
+            ltp ^= ArithmeticDecoder::decodebit(s, cx[ltpContext]);
+            if (ltp) {
+                if (y > 0) std::memcpy(row, img.getLine(y - 1), stride);
+                continue;
+            }
+        }
         const unsigned char* r1 = y >= 1 ? img.getLine(y - 1) : nullptr;
         const unsigned char* r2 = y >= 2 ? img.getLine(y - 2) : nullptr;
-        if (nominal) {
-            // AT pixels at their nominal places come from wider registers:
-            // row y-1 x-3..x+3, row y-2 x-2..x+2.
-            uint32_t w1 = (px(r1, 0, W) << 3) | (px(r1, 1, W) << 2) | (px(r1, 2, W) << 1) | px(r1, 3, W);
-            uint32_t w2 = (px(r2, 0, W) << 2) | (px(r2, 1, W) << 1) | px(r2, 2, W);
-            uint32_t c0 = 0;
-            for (int64_t x = 0; x < W; ++x) {
+        const unsigned char* skipRow = Skip && y < skip->getHeight() ? skip->getLine(y) : nullptr;
+        if (!Nominal)
+            for (AtPixel& a : atPixels) a.setLine(img, y);
+        uint32_t w1 = (rowByte(r1, 0, stride) << 8) | rowByte(r1, 1, stride);
+        uint32_t w2 = (rowByte(r2, 0, stride) << 8) | rowByte(r2, 1, stride);
+        uint32_t cur = 0;
+        for (uint32_t j = 0; j < stride; ++j) {
+            const uint32_t x0 = j * 8;
+            const uint32_t n = W - x0 < 8 ? W - x0 : 8;
+            uint32_t out = 0;
+            for (uint32_t i = 0; i < n; ++i) {
+                const uint32_t x = x0 + i;
                 uint32_t bit = 0;
-                if (!skipped(m_param, x, y)) {
-                    const uint32_t cx = (((w2 >> 1) & 0x7) << 13) | (((w1 >> 1) & 0x1F) << 8) | (c0 << 4) |
-                                        ((w1 & 1) << 3) | (((w1 >> 6) & 1) << 2) | ((w2 & 1) << 1) | ((w2 >> 4) & 1);
-                    bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(state, m_contexts[cx]));
-                    if (bit) row[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
+                if (!Skip || !skipRow || x >= skipWidth || !((skipRow[x >> 3] >> (7 - (x & 7))) & 1)) {
+                    uint32_t context = Tmpl::fixed(w2, w1, cur);
+                    if (Nominal) {
+                        context |= Tmpl::nominalAt(w2, w1);
+                    } else {
+                        for (const AtPixel& a : atPixels) context |= a.read(w2, w1, cur, x, W);
+                    }
+                    bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(s, cx[context]));
                 }
-                w1 = ((w1 << 1) & 0x7F) | px(r1, x + 4, W);
-                w2 = ((w2 << 1) & 0x1F) | px(r2, x + 3, W);
-                c0 = ((c0 << 1) & 0xF) | bit;
+                out |= bit << (7 - i);
+                cur = (cur << 1) | bit;
+                w1 <<= 1;
+                w2 <<= 1;
             }
-            continue;
-        }
-        uint32_t c2 = (px(r2, 0, W) << 1) | px(r2, 1, W);
-        uint32_t c1 = (px(r1, 0, W) << 2) | (px(r1, 1, W) << 1) | px(r1, 2, W);
-        uint32_t c0 = 0;
-        for (int64_t x = 0; x < W; ++x) {
-            uint32_t bit = 0;
-            if (!skipped(m_param, x, y)) {
-                const uint32_t cx = (c2 << 13) | (c1 << 8) | (c0 << 4) |
-                                    (static_cast<uint32_t>(img.getPixel(x + at[0], y + at[1])) << 3) |
-                                    (static_cast<uint32_t>(img.getPixel(x + at[2], y + at[3])) << 2) |
-                                    (static_cast<uint32_t>(img.getPixel(x + at[4], y + at[5])) << 1) |
-                                    static_cast<uint32_t>(img.getPixel(x + at[6], y + at[7]));
-                bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(state, m_contexts[cx]));
-                if (bit) row[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
-            }
-            c2 = ((c2 << 1) & 0x7) | px(r2, x + 2, W);
-            c1 = ((c1 << 1) & 0x1F) | px(r1, x + 3, W);
-            c0 = ((c0 << 1) & 0xF) | bit;
+            row[j] = static_cast<unsigned char>(out);
+            w1 |= rowByte(r1, j + 2, stride);
+            w2 |= rowByte(r2, j + 2, stride);
         }
     }
-}
-
-void GenericRegionSegment::decodeTemplate1(ArithmeticDecoderState& state) {
-    ImageProcessor<ImageDataBits>& img = *m_result;
-    const int64_t W = img.getWidth();
-    const uint32_t H = img.getHeight();
-    const signed char* at = m_param.at;
-    int ltp = 0;
-    for (uint32_t y = 0; y < H; ++y) {
-        if (decodeTypicalRow(state, y, ltp)) continue;
-        unsigned char* row = img.getLine(y);
-        const unsigned char* r1 = y >= 1 ? img.getLine(y - 1) : nullptr;
-        const unsigned char* r2 = y >= 2 ? img.getLine(y - 2) : nullptr;
-        uint32_t c2 = (px(r2, 0, W) << 2) | (px(r2, 1, W) << 1) | px(r2, 2, W);
-        uint32_t c1 = (px(r1, 0, W) << 2) | (px(r1, 1, W) << 1) | px(r1, 2, W);
-        uint32_t c0 = 0;
-        for (int64_t x = 0; x < W; ++x) {
-            uint32_t bit = 0;
-            if (!skipped(m_param, x, y)) {
-                const uint32_t cx = (c2 << 9) | (c1 << 4) | (c0 << 1) |
-                                    static_cast<uint32_t>(img.getPixel(x + at[0], y + at[1]));
-                bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(state, m_contexts[cx]));
-                if (bit) row[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
-            }
-            c2 = ((c2 << 1) & 0xF) | px(r2, x + 3, W);
-            c1 = ((c1 << 1) & 0x1F) | px(r1, x + 3, W);
-            c0 = ((c0 << 1) & 0x7) | bit;
-        }
-    }
-}
-
-void GenericRegionSegment::decodeTemplate2(ArithmeticDecoderState& state) {
-    ImageProcessor<ImageDataBits>& img = *m_result;
-    const int64_t W = img.getWidth();
-    const uint32_t H = img.getHeight();
-    const signed char* at = m_param.at;
-    int ltp = 0;
-    for (uint32_t y = 0; y < H; ++y) {
-        if (decodeTypicalRow(state, y, ltp)) continue;
-        unsigned char* row = img.getLine(y);
-        const unsigned char* r1 = y >= 1 ? img.getLine(y - 1) : nullptr;
-        const unsigned char* r2 = y >= 2 ? img.getLine(y - 2) : nullptr;
-        uint32_t c2 = (px(r2, 0, W) << 1) | px(r2, 1, W);
-        uint32_t c1 = (px(r1, 0, W) << 1) | px(r1, 1, W);
-        uint32_t c0 = 0;
-        for (int64_t x = 0; x < W; ++x) {
-            uint32_t bit = 0;
-            if (!skipped(m_param, x, y)) {
-                const uint32_t cx = (c2 << 7) | (c1 << 3) | (c0 << 1) |
-                                    static_cast<uint32_t>(img.getPixel(x + at[0], y + at[1]));
-                bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(state, m_contexts[cx]));
-                if (bit) row[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
-            }
-            c2 = ((c2 << 1) & 0x7) | px(r2, x + 2, W);
-            c1 = ((c1 << 1) & 0xF) | px(r1, x + 2, W);
-            c0 = ((c0 << 1) & 0x3) | bit;
-        }
-    }
-}
-
-void GenericRegionSegment::decodeTemplate3(ArithmeticDecoderState& state) {
-    ImageProcessor<ImageDataBits>& img = *m_result;
-    const int64_t W = img.getWidth();
-    const uint32_t H = img.getHeight();
-    const signed char* at = m_param.at;
-    int ltp = 0;
-    for (uint32_t y = 0; y < H; ++y) {
-        if (decodeTypicalRow(state, y, ltp)) continue;
-        unsigned char* row = img.getLine(y);
-        const unsigned char* r1 = y >= 1 ? img.getLine(y - 1) : nullptr;
-        uint32_t c1 = (px(r1, 0, W) << 1) | px(r1, 1, W);
-        uint32_t c0 = 0;
-        for (int64_t x = 0; x < W; ++x) {
-            uint32_t bit = 0;
-            if (!skipped(m_param, x, y)) {
-                const uint32_t cx = (c1 << 5) | (c0 << 1) | static_cast<uint32_t>(img.getPixel(x + at[0], y + at[1]));
-                bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(state, m_contexts[cx]));
-                if (bit) row[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
-            }
-            c1 = ((c1 << 1) & 0x1F) | px(r1, x + 2, W);
-            c0 = ((c0 << 1) & 0xF) | bit;
-        }
-    }
+    shared = s;
 }
 
 }  // namespace jbig2
