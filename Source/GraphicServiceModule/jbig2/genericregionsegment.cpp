@@ -316,6 +316,12 @@ void GenericRegionSegment::decodeRows(ArithmeticDecoderState& shared) {
     const ImageProcessor<ImageDataBits>* skip = Skip ? m_param.skip : nullptr;
     const uint32_t skipWidth = Skip ? skip->getWidth() : 0;
     const uint32_t ltpContext = kTpgdonContext[T];
+    // The context bits that the pixel x-1 sets: its place among the fixed
+    // pixels, and any AT pixel that lands on it.
+    uint32_t lastMask = Tmpl::fixed(0, 0, 1);
+    if (!Nominal)
+        for (const AtPixel& a : atPixels)
+            if (a.kind == AtPixel::kCurrent && a.shift == 0) lastMask |= 1u << a.bit;
 
     // The registers live in locals for the whole region; see the header.
     ArithmeticDecoderState s = shared;
@@ -338,25 +344,33 @@ void GenericRegionSegment::decodeRows(ArithmeticDecoderState& shared) {
             for (AtPixel& a : atPixels) a.setLine(img, y);
         uint32_t w1 = (rowByte(r1, 0, stride) << 8) | rowByte(r1, 1, stride);
         uint32_t w2 = (rowByte(r2, 0, stride) << 8) | rowByte(r2, 1, stride);
-        uint32_t cur = 0;
+        // The current row is `hist | bit`: the pixels before x-1, and x-1.
+        uint32_t hist = 0, bit = 0;
         for (uint32_t j = 0; j < stride; ++j) {
             const uint32_t x0 = j * 8;
             const uint32_t n = W - x0 < 8 ? W - x0 : 8;
             uint32_t out = 0;
             for (uint32_t i = 0; i < n; ++i) {
                 const uint32_t x = x0 + i;
-                uint32_t bit = 0;
+                // The context with x-1 white, and the bits that x-1 sets.
+                uint32_t context = Tmpl::fixed(w2, w1, hist);
+                if (Nominal) {
+                    context |= Tmpl::nominalAt(w2, w1);
+                } else {
+                    for (const AtPixel& a : atPixels) context |= a.read(w2, w1, hist, x, W);
+                }
+                const uint32_t withLast = context | lastMask;
+                const unsigned int white = cx[context], black = cx[withLast];
+                hist = (hist | bit) << 1;
+                const uint32_t last = bit;
+                bit = 0;
                 if (!Skip || !skipRow || x >= skipWidth || !((skipRow[x >> 3] >> (7 - (x & 7))) & 1)) {
-                    uint32_t context = Tmpl::fixed(w2, w1, cur);
-                    if (Nominal) {
-                        context |= Tmpl::nominalAt(w2, w1);
-                    } else {
-                        for (const AtPixel& a : atPixels) context |= a.read(w2, w1, cur, x, W);
-                    }
-                    bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(s, cx[context]));
+                    if (last)
+                        bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(s, cx[withLast], black));
+                    else
+                        bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(s, cx[context], white));
                 }
                 out |= bit << (7 - i);
-                cur = (cur << 1) | bit;
                 w1 <<= 1;
                 w2 <<= 1;
             }

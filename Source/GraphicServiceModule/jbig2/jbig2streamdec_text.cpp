@@ -259,10 +259,13 @@ JBIG2Bitmap* JBIG2Dec::readTextRegion(bool huff, bool refine, int w, int h, uint
             else if (transposed && (refCorner == TOPLEFT || refCorner == TOPRIGHT))
                 curS += hi - 1;
 
+            // The strip ends at an OOB, which follows its last instance too
+            // (the region's last strip included): it is read, so that a
+            // dictionary's aggregate leaves its decoder where it should.
             ++inst;
-            if (inst >= numInstances) break;
             if (huff ? !huffDecoder.decodeInt(&v, huffDSTable) : !arithDecoder.decodeInt(&v, &iadsStats)) break;
             curS += static_cast<int64_t>(sOffset) + v;
+            if (inst >= numInstances) break;
         }
     }
     return bitmap.release();
