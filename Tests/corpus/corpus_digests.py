@@ -5,8 +5,8 @@ recorded once and compared on later builds.
 Per file, the line of corpus_digests (the facade's object map, page content,
 resources and page object over the first 200 pages, one facade per file),
 followed by the exit status of `pdfkiln compose -o OUT FILE` (FILE:1-200 for
-longer files) and a digest of OUT. A file on which corpus_digests crashes or hangs gets "crashed <status>"
-or "hung" in place of its digests.
+longer files) and a digest of OUT. A file on which corpus_digests crashes or
+hangs gets "crashed <status>" or "hung" in place of its digests.
 
 usage: corpus_digests.py DIGESTS_PROGRAM PDFKILN_TOOL CORPUS_DIR --record FILE
        corpus_digests.py DIGESTS_PROGRAM PDFKILN_TOOL CORPUS_DIR --compare FILE
@@ -28,7 +28,6 @@ from corpus_common import SANITIZER_ENV, run
 MAX_PAGES = 200      # as corpus_digests
 FILE_SECONDS = 60    # per file, for corpus_digests and for compose
 SKIPPED = 77
-
 
 
 def _pump(stream, out):
@@ -96,6 +95,28 @@ def collect(program, tool, base):
     return {rel: facade[rel] + " " + c for rel, c in zip(files, composed)}
 
 
+FACADE_FIELDS = ["pages", "objects", "contents", "resources", "root", "exception"]
+
+
+def which_differ(was, got):
+    """The names of the fields in which two lines differ."""
+    if was is None or got is None:
+        return ["file " + ("added" if was is None else "missing")]
+    a, b = was.split(" "), got.split(" ")
+    fa, fb = a[:-3], b[:-3]  # the facade's part; the last three are "compose STATUS DIGEST"
+    names = []
+    if fa != fb:
+        if len(fa) == len(fb) and fa[0].isdigit() and fb[0].isdigit():
+            names += [FACADE_FIELDS[i] for i in range(min(len(fa), len(FACADE_FIELDS))) if fa[i] != fb[i]]
+        else:
+            names.append("outcome")
+    if a[-2] != b[-2]:
+        names.append("compose status")
+    if a[-1] != b[-1]:
+        names.append("composed file")
+    return names
+
+
 def read_list(path):
     table = {}
     with open(path, encoding="utf-8") as f:
@@ -138,13 +159,19 @@ def main():
         return 0
     recorded = read_list(target)
     differ = 0
+    by_field = {}
     for rel in sorted(set(recorded) | set(now)):
         was, got = recorded.get(rel), now.get(rel)
         if was == got:
             continue
         differ += 1
-        print("DIFF %s\n  recorded: %s\n  now:      %s" % (rel, was or "(absent)", got or "(absent)"))
-    print("%d files compared, %d differ" % (len(now), differ))
+        fields = which_differ(was, got)
+        for f in fields:
+            by_field[f] = by_field.get(f, 0) + 1
+        print("DIFF %s (%s)\n  recorded: %s\n  now:      %s" % (rel, ", ".join(fields), was or "(absent)",
+                                                          got or "(absent)"))
+    print("%d files compared, %d differ%s" % (len(now), differ, "".join(
+        "; %s %d" % (f, n) for f, n in sorted(by_field.items()))))
     return 1 if differ else 0
 
 
