@@ -18,11 +18,11 @@ namespace PDF_KILN {
 
 CPDFKilnPage::CPDFKilnPage(std::istream& in, const std::string& pwd) : stream(&in), password(pwd) {}
 
+// The file is mapped once and parsed from memory; the facade's stream reads
+// the same bytes.
 CPDFKilnPage::CPDFKilnPage(const char* name, const std::string& pwd) : fileName(name ? name : ""), password(pwd) {
-    auto* f = new std::ifstream;
-    if (name) f->open(name, std::ios::in | std::ios::binary);
-    if (!name || !f->is_open()) f->setstate(std::ios::failbit);
-    stream = f;
+    const bool loaded = input.loadFile(name);
+    stream = new std::istream(loaded ? input.buffer() : nullptr);
     ownsStream = true;
 }
 
@@ -50,8 +50,12 @@ int CPDFKilnPage::readCatalogText() {
 
 int CPDFKilnPage::init() {
     try {
-        if (!source) source = new CSourFile(*stream);
         if (!stream->good()) return kResultBadFile;
+        if (!source) {
+            // A caller's stream is read once into memory, where seeks are free.
+            if (!ownsStream && !input.loadStream(*stream)) return kResultBadFile;
+            source = new CSourFile(input.buffer());
+        }
         int rc = source->CheckAndInit();
         if (rc != 0) return rc;
         rc = readCatalogText();

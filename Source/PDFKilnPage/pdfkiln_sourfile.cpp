@@ -19,6 +19,8 @@ CSourFile::CSourFile(std::istream& in) : std::istream(nullptr) {
     init(in.rdbuf());
 }
 
+CSourFile::CSourFile(std::streambuf* buf) : std::istream(nullptr) { init(buf); }
+
 CSourFile::~CSourFile() { clearPageTree(); }
 
 void CSourFile::makeView(CSourFile& parent, bool shareTable) {

@@ -18,6 +18,7 @@
 // fetched by position only when they lie further away.
 #include "jbig2/genericregionsegment.h"
 
+#include <array>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -158,9 +159,11 @@ void GenericRegionSegment::decodeArithmetic(ArithmeticDecoderState& state) {
 
 namespace {
 
-// Window registers hold the pixel x+k of their row at bit 15-k, for k from
-// -16 to 8; the current-row register holds the pixel x-k at bit k-1, for k
-// from 1 to 32.
+// Window registers hold the row's bytes around the current group of eight
+// pixels: at the group's start, the pixel x+k (x the group's first pixel) is
+// at bit 15-k, and the i-th pixel of the group sees its window shifted left
+// by i. A window reaches from x-16 to x+8 for every pixel of the group. The
+// current-row register holds the pixel x-k at bit k-1, for k from 1 to 32.
 const int kWindowLeft = -16;
 const int kWindowRight = 8;
 const int kCurrentReach = 32;
@@ -170,50 +173,66 @@ inline uint32_t rowByte(const unsigned char* row, uint32_t j, uint32_t stride) {
     return (row && j < stride) ? row[j] : 0u;
 }
 
-// The fixed pixels of each template, from the two windows and the
-// current-row register, in the order of the table at the top of this file;
-// and the AT pixels at their nominal places, read from the same registers.
+template <std::size_t N, class F>
+constexpr std::array<uint16_t, N> tableOf(F f) {
+    std::array<uint16_t, N> t{};
+    for (std::size_t i = 0; i < N; ++i) t[i] = static_cast<uint16_t>(f(static_cast<uint32_t>(i)));
+    return t;
+}
+
+// Each template's pixels, in the order of the table at the top of this file:
+// `fixed` gives those of the two rows above from the windows, `current`
+// those of the current row. With the AT pixels at their nominal places,
+// `nominal` gives the rows above together with the AT pixels: a run of the
+// window, taken in one piece, indexes a table of its context bits.
 template <int T>
 struct Template;
 
 template <>
 struct Template<0> {
     static const int atCount = 4;
-    static uint32_t fixed(uint32_t w2, uint32_t w1, uint32_t cur) {
-        return ((w2 >> 1) & 0xE000) | ((w1 >> 5) & 0x1F00) | ((cur & 0xF) << 4);
-    }
-    // (3,-1) (-3,-1) (2,-2) (-2,-2)
-    static uint32_t nominalAt(uint32_t w2, uint32_t w1) {
-        return ((w1 >> 9) & 8) | ((w1 >> 16) & 4) | ((w2 >> 12) & 2) | ((w2 >> 17) & 1);
-    }
+    static uint32_t fixed(uint32_t w2, uint32_t w1) { return ((w2 >> 1) & 0xE000) | ((w1 >> 5) & 0x1F00); }
+    static uint32_t current(uint32_t cur) { return (cur & 0xF) << 4; }
+    // Row y-1 x-3..x+3 holds A2 (-3,-1) and A1 (3,-1); row y-2 x-2..x+2
+    // holds A4 (-2,-2) and A3 (2,-2).
+    static constexpr std::array<uint16_t, 128> row1 =
+        tableOf<128>([](uint32_t v) { return (((v >> 1) & 0x1F) << 8) | ((v & 1) << 3) | (((v >> 6) & 1) << 2); });
+    static constexpr std::array<uint16_t, 32> row2 =
+        tableOf<32>([](uint32_t v) { return (((v >> 1) & 7) << 13) | ((v & 1) << 1) | ((v >> 4) & 1); });
+    static uint32_t nominal(uint32_t w2, uint32_t w1) { return row1[(w1 >> 12) & 0x7F] | row2[(w2 >> 13) & 0x1F]; }
 };
 
 template <>
 struct Template<1> {
     static const int atCount = 1;
-    static uint32_t fixed(uint32_t w2, uint32_t w1, uint32_t cur) {
-        return ((w2 >> 4) & 0x1E00) | ((w1 >> 9) & 0x1F0) | ((cur & 7) << 1);
-    }
-    // (3,-1)
-    static uint32_t nominalAt(uint32_t, uint32_t w1) { return (w1 >> 12) & 1; }
+    static uint32_t fixed(uint32_t w2, uint32_t w1) { return ((w2 >> 4) & 0x1E00) | ((w1 >> 9) & 0x1F0); }
+    static uint32_t current(uint32_t cur) { return (cur & 7) << 1; }
+    // Row y-1 x-2..x+3 holds A1 (3,-1).
+    static constexpr std::array<uint16_t, 64> row1 =
+        tableOf<64>([](uint32_t v) { return (((v >> 1) & 0x1F) << 4) | (v & 1); });
+    static uint32_t nominal(uint32_t w2, uint32_t w1) { return ((w2 >> 4) & 0x1E00) | row1[(w1 >> 12) & 0x3F]; }
 };
 
 template <>
 struct Template<2> {
     static const int atCount = 1;
-    static uint32_t fixed(uint32_t w2, uint32_t w1, uint32_t cur) {
-        return ((w2 >> 7) & 0x380) | ((w1 >> 11) & 0x78) | ((cur & 3) << 1);
-    }
-    // (2,-1)
-    static uint32_t nominalAt(uint32_t, uint32_t w1) { return (w1 >> 13) & 1; }
+    static uint32_t fixed(uint32_t w2, uint32_t w1) { return ((w2 >> 7) & 0x380) | ((w1 >> 11) & 0x78); }
+    static uint32_t current(uint32_t cur) { return (cur & 3) << 1; }
+    // Row y-1 x-2..x+2 holds A1 (2,-1).
+    static constexpr std::array<uint16_t, 32> row1 =
+        tableOf<32>([](uint32_t v) { return (((v >> 1) & 0xF) << 3) | (v & 1); });
+    static uint32_t nominal(uint32_t w2, uint32_t w1) { return ((w2 >> 7) & 0x380) | row1[(w1 >> 13) & 0x1F]; }
 };
 
 template <>
 struct Template<3> {
     static const int atCount = 1;
-    static uint32_t fixed(uint32_t, uint32_t w1, uint32_t cur) { return ((w1 >> 9) & 0x3E0) | ((cur & 0xF) << 1); }
-    // (2,-1)
-    static uint32_t nominalAt(uint32_t, uint32_t w1) { return (w1 >> 13) & 1; }
+    static uint32_t fixed(uint32_t, uint32_t w1) { return (w1 >> 9) & 0x3E0; }
+    static uint32_t current(uint32_t cur) { return (cur & 0xF) << 1; }
+    // Row y-1 x-3..x+2 holds A1 (2,-1).
+    static constexpr std::array<uint16_t, 64> row1 =
+        tableOf<64>([](uint32_t v) { return (((v >> 1) & 0x1F) << 5) | (v & 1); });
+    static uint32_t nominal(uint32_t, uint32_t w1) { return row1[(w1 >> 13) & 0x3F]; }
 };
 
 const signed char kNominalAt[4][8] = {
@@ -223,8 +242,8 @@ const signed char kNominalAt[4][8] = {
 struct AtPixel {
     enum Kind { kZero, kRow1, kRow2, kCurrent, kFar };
     Kind kind = kZero;
-    unsigned int shift = 0;   // in its register
-    unsigned int bit = 0;     // in the context
+    unsigned int shift = 0;  // in its register
+    unsigned int bit = 0;    // in the context
     int dx = 0, dy = 0;
     const unsigned char* row = nullptr;  // kFar: the row of this line, or none
 
@@ -249,8 +268,9 @@ struct AtPixel {
 
     void setLine(const ImageProcessor<ImageDataBits>& img, uint32_t y) {
         const int64_t ay = static_cast<int64_t>(y) + dy;
-        row = (kind == kFar && ay >= 0 && ay < static_cast<int64_t>(img.getHeight())) ? img.getLine(static_cast<uint32_t>(ay))
-                                                                                       : nullptr;
+        row = (kind == kFar && ay >= 0 && ay < static_cast<int64_t>(img.getHeight()))
+                  ? img.getLine(static_cast<uint32_t>(ay))
+                  : nullptr;
     }
 
     uint32_t read(uint32_t w2, uint32_t w1, uint32_t cur, int64_t x, int64_t width) const {
@@ -265,6 +285,49 @@ struct AtPixel {
         }
         default: return 0;
         }
+    }
+};
+
+// The registers of one region's row loop. It lives as a local of the loop,
+// so that all of it stays in machine registers.
+template <int T, bool Nominal, bool Skip>
+struct RowRegisters {
+    typedef Template<T> Tmpl;
+
+    explicit RowRegisters(const ArithmeticDecoderState& state) : s(state) {}
+
+    ArithmeticDecoderState s;
+    unsigned short* cx;
+    // The context bits that the pixel x-1 sets: its place among the
+    // current-row pixels, and any AT pixel that lands on it.
+    uint32_t lastMask;
+    const AtPixel* at;
+    int64_t width;
+    const unsigned char* skipRow;
+    uint32_t skipWidth;
+    uint32_t w1, w2;   // windows of rows y-1 and y-2
+    uint32_t hist;     // current row before x-1, x-2 at bit 1
+    uint32_t bit;      // pixel x-1
+
+    // Decodes the i-th pixel of the group, at x.
+    JBIG2_INLINE void pixel(uint32_t i, uint32_t x) {
+        const uint32_t a1 = w1 << i, a2 = w2 << i;
+        uint32_t context = Tmpl::current(hist);
+        if (Nominal) {
+            context |= Tmpl::nominal(a2, a1);
+        } else {
+            context |= Tmpl::fixed(a2, a1);
+            for (int k = 0; k < Tmpl::atCount; ++k) context |= at[k].read(a2, a1, hist, x, width);
+        }
+        // Both contexts that x-1 allows are read before x-1 is known.
+        const uint32_t withLast = context | lastMask;
+        const unsigned int white = cx[context], black = cx[withLast];
+        const uint32_t last = bit;
+        hist = (hist | last) << 1;
+        bit = 0;
+        if (!Skip || !skipRow || x >= skipWidth || !((skipRow[x >> 3] >> (7 - (x & 7))) & 1))
+            bit = static_cast<uint32_t>(
+                ArithmeticDecoder::decodebit(s, cx[last ? withLast : context], last ? black : white));
     }
 };
 
@@ -308,30 +371,31 @@ void GenericRegionSegment::decodeRows(ArithmeticDecoderState& shared) {
     const uint32_t W = img.getWidth();
     const uint32_t H = img.getHeight();
     const uint32_t stride = img.getStride();
-    unsigned short* const cx = m_contexts;
     AtPixel atPixels[Tmpl::atCount];
+    RowRegisters<T, Nominal, Skip> r(shared);
+    r.cx = m_contexts;
+    r.lastMask = Tmpl::current(1);
     if (!Nominal)
-        for (int i = 0; i < Tmpl::atCount; ++i)
-            atPixels[i].place(m_param.at[2 * i], m_param.at[2 * i + 1], static_cast<unsigned int>(Tmpl::atCount - 1 - i));
+        for (int i = 0; i < Tmpl::atCount; ++i) {
+            AtPixel& a = atPixels[i];
+            a.place(m_param.at[2 * i], m_param.at[2 * i + 1], static_cast<unsigned int>(Tmpl::atCount - 1 - i));
+            if (a.kind == AtPixel::kCurrent && a.shift == 0) r.lastMask |= 1u << a.bit;
+        }
+    r.at = atPixels;
+    r.width = W;
     const ImageProcessor<ImageDataBits>* skip = Skip ? m_param.skip : nullptr;
-    const uint32_t skipWidth = Skip ? skip->getWidth() : 0;
+    r.skipWidth = Skip ? skip->getWidth() : 0;
+    r.skipRow = nullptr;
     const uint32_t ltpContext = kTpgdonContext[T];
-    // The context bits that the pixel x-1 sets: its place among the fixed
-    // pixels, and any AT pixel that lands on it.
-    uint32_t lastMask = Tmpl::fixed(0, 0, 1);
-    if (!Nominal)
-        for (const AtPixel& a : atPixels)
-            if (a.kind == AtPixel::kCurrent && a.shift == 0) lastMask |= 1u << a.bit;
+    const uint32_t fullGroups = W / 8;
 
-    // The registers live in locals for the whole region; see the header.
-    ArithmeticDecoderState s = shared;
     int ltp = 0;
     for (uint32_t y = 0; y < H; ++y) {
         unsigned char* row = img.getLine(y);
         if (m_param.tpgdon) {
             // TPGDON: LTP toggles; with it set the row copies the one above
             // (the first row stays zero).
-            ltp ^= ArithmeticDecoder::decodebit(s, cx[ltpContext]);
+            ltp ^= ArithmeticDecoder::decodebit(r.s, r.cx[ltpContext]);
             if (ltp) {
                 if (y > 0) std::memcpy(row, img.getLine(y - 1), stride);
                 continue;
@@ -339,47 +403,37 @@ void GenericRegionSegment::decodeRows(ArithmeticDecoderState& shared) {
         }
         const unsigned char* r1 = y >= 1 ? img.getLine(y - 1) : nullptr;
         const unsigned char* r2 = y >= 2 ? img.getLine(y - 2) : nullptr;
-        const unsigned char* skipRow = Skip && y < skip->getHeight() ? skip->getLine(y) : nullptr;
+        if (Skip) r.skipRow = y < skip->getHeight() ? skip->getLine(y) : nullptr;
         if (!Nominal)
             for (AtPixel& a : atPixels) a.setLine(img, y);
-        uint32_t w1 = (rowByte(r1, 0, stride) << 8) | rowByte(r1, 1, stride);
-        uint32_t w2 = (rowByte(r2, 0, stride) << 8) | rowByte(r2, 1, stride);
-        // The current row is `hist | bit`: the pixels before x-1, and x-1.
-        uint32_t hist = 0, bit = 0;
-        for (uint32_t j = 0; j < stride; ++j) {
-            const uint32_t x0 = j * 8;
-            const uint32_t n = W - x0 < 8 ? W - x0 : 8;
-            uint32_t out = 0;
-            for (uint32_t i = 0; i < n; ++i) {
-                const uint32_t x = x0 + i;
-                // The context with x-1 white, and the bits that x-1 sets.
-                uint32_t context = Tmpl::fixed(w2, w1, hist);
-                if (Nominal) {
-                    context |= Tmpl::nominalAt(w2, w1);
-                } else {
-                    for (const AtPixel& a : atPixels) context |= a.read(w2, w1, hist, x, W);
-                }
-                const uint32_t withLast = context | lastMask;
-                const unsigned int white = cx[context], black = cx[withLast];
-                hist = (hist | bit) << 1;
-                const uint32_t last = bit;
-                bit = 0;
-                if (!Skip || !skipRow || x >= skipWidth || !((skipRow[x >> 3] >> (7 - (x & 7))) & 1)) {
-                    if (last)
-                        bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(s, cx[withLast], black));
-                    else
-                        bit = static_cast<uint32_t>(ArithmeticDecoder::decodebit(s, cx[context], white));
-                }
-                out |= bit << (7 - i);
-                w1 <<= 1;
-                w2 <<= 1;
-            }
-            row[j] = static_cast<unsigned char>(out);
-            w1 |= rowByte(r1, j + 2, stride);
-            w2 |= rowByte(r2, j + 2, stride);
+        r.w1 = (rowByte(r1, 0, stride) << 8) | rowByte(r1, 1, stride);
+        r.w2 = (rowByte(r2, 0, stride) << 8) | rowByte(r2, 1, stride);
+        r.hist = 0;
+        r.bit = 0;
+        uint32_t j = 0;
+        for (; j < fullGroups; ++j) {
+            const uint32_t x = j * 8;
+            // Unrolled, so that each pixel's window shifts are constants.
+            r.pixel(0, x);
+            r.pixel(1, x + 1);
+            r.pixel(2, x + 2);
+            r.pixel(3, x + 3);
+            r.pixel(4, x + 4);
+            r.pixel(5, x + 5);
+            r.pixel(6, x + 6);
+            r.pixel(7, x + 7);
+            // The group's pixels are the low bits of the current row.
+            row[j] = static_cast<unsigned char>(r.hist | r.bit);
+            r.w1 = (r.w1 << 8) | rowByte(r1, j + 2, stride);
+            r.w2 = (r.w2 << 8) | rowByte(r2, j + 2, stride);
+        }
+        if (j < stride) {
+            const uint32_t n = W - j * 8;
+            for (uint32_t i = 0; i < n; ++i) r.pixel(i, j * 8 + i);
+            row[j] = static_cast<unsigned char>((r.hist | r.bit) << (8 - n));
         }
     }
-    shared = s;
+    shared = r.s;
 }
 
 }  // namespace jbig2

@@ -151,6 +151,8 @@ void JBIG2Dec::readSegments() {
             nRefSegs = ((static_cast<uint32_t>(refFlags) << 24) | (static_cast<uint32_t>(more[0]) << 16) |
                         (static_cast<uint32_t>(more[1]) << 8) | more[2]) &
                        0x1fffffff;
+            lastRefCount = nRefSegs;
+            // As Part 8.6 counts them: (count+9)/8 bytes.
             const uint32_t retentionBytes = (nRefSegs + 9) >> 3;
             if (!curStr->ignore(retentionBytes) || static_cast<uint32_t>(curStr->gcount()) != retentionBytes) break;
         }
