@@ -97,7 +97,15 @@ public:
 
     // Inline: it is the inner step of every region decoder.
     static JBIG2_INLINE int decodebit(ArithmeticDecoderState& state, unsigned short& context) {
-        unsigned int cx = context;
+        return decodebit(state, context, context);
+    }
+
+    // The same with the context's value already read: the region decoders
+    // read the two contexts that the next pixel can have before the pixel
+    // in front of it is known, which takes the memory read off the path
+    // from one decoded bit to the next.
+    static JBIG2_INLINE int decodebit(ArithmeticDecoderState& state, unsigned short& context, unsigned int value) {
+        unsigned int cx = value;
         // Only tables of this decoder fill contexts; an index past the table
         // reads as its last row.
         if (cx >= 94) cx = lastRow(cx);
