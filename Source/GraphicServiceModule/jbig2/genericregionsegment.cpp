@@ -8,14 +8,12 @@
 //   2: row y-2 x-1..x+1 (9-7), row y-1 x-2..x+1 (6-3), row y x-2..x-1 (2-1), A1 (0)
 //   3: row y-1 x-3..x+1 (9-5), row y x-4..x-1 (4-1), A1 (0)
 //
-// The context is carried along the row in registers, as the standard's
-// decoders do: one window register for each of the two rows above, which
-// takes in a byte of its row every eight pixels and shifts by one pixel a
-// step, and one register of the pixels decoded so far in the current row.
-// Pixels outside the region read 0: the windows start and end with zero
-// bytes, and the bits past the width inside a row's last byte are never set.
-// AT pixels come out of the same registers wherever those reach, and are
-// fetched by position only when they lie further away.
+// The context is carried along the row in registers (rowwindows.h): one
+// window for each of the two rows above and one register of the pixels
+// decoded so far in the current row. Pixels outside the region read 0: the
+// windows start and end with zero bytes, and the bits past the width inside
+// a row's last byte are never set. AT pixels come out of the same registers
+// wherever those reach, and are fetched by position only further away.
 #include "jbig2/genericregionsegment.h"
 
 #include <array>
@@ -25,6 +23,7 @@
 
 #include "jbig2/jbig2result.h"
 #include "jbig2/mmrdecoder.h"
+#include "rowwindows.h"
 
 namespace jbig2 {
 
@@ -159,19 +158,8 @@ void GenericRegionSegment::decodeArithmetic(ArithmeticDecoderState& state) {
 
 namespace {
 
-// Window registers hold the row's bytes around the current group of eight
-// pixels: at the group's start, the pixel x+k (x the group's first pixel) is
-// at bit 15-k, and the i-th pixel of the group sees its window shifted left
-// by i. A window reaches from x-16 to x+8 for every pixel of the group. The
-// current-row register holds the pixel x-k at bit k-1, for k from 1 to 32.
-const int kWindowLeft = -16;
-const int kWindowRight = 8;
-const int kCurrentReach = 32;
-
-// Byte j of a row, 0 past either end or for no row.
-inline uint32_t rowByte(const unsigned char* row, uint32_t j, uint32_t stride) {
-    return (row && j < stride) ? row[j] : 0u;
-}
+using rows::AtPixel;
+using rows::rowByte;
 
 template <std::size_t N, class F>
 constexpr std::array<uint16_t, N> tableOf(F f) {
@@ -238,56 +226,6 @@ struct Template<3> {
 const signed char kNominalAt[4][8] = {
     {3, -1, -3, -1, 2, -2, -2, -2}, {3, -1, 0, 0, 0, 0, 0, 0}, {2, -1, 0, 0, 0, 0, 0, 0}, {2, -1, 0, 0, 0, 0, 0, 0}};
 
-// Where one AT pixel comes from.
-struct AtPixel {
-    enum Kind { kZero, kRow1, kRow2, kCurrent, kFar };
-    Kind kind = kZero;
-    unsigned int shift = 0;  // in its register
-    unsigned int bit = 0;    // in the context
-    int dx = 0, dy = 0;
-    const unsigned char* row = nullptr;  // kFar: the row of this line, or none
-
-    void place(int atx, int aty, unsigned int contextBit) {
-        dx = atx;
-        dy = aty;
-        bit = contextBit;
-        if (aty > 0 || (aty == 0 && atx >= 0)) {
-            kind = kZero;  // not decoded yet, so 0
-        } else if (aty == 0 && atx >= -kCurrentReach) {
-            kind = kCurrent;
-            shift = static_cast<unsigned int>(-atx - 1);
-        } else if ((aty == -1 || aty == -2) && atx >= kWindowLeft && atx <= kWindowRight) {
-            kind = aty == -1 ? kRow1 : kRow2;
-            shift = static_cast<unsigned int>(15 - atx);
-        } else {
-            // Further away: the row is complete (a row above, or bytes of
-            // this row already stored), so it is read by position.
-            kind = kFar;
-        }
-    }
-
-    void setLine(const ImageProcessor<ImageDataBits>& img, uint32_t y) {
-        const int64_t ay = static_cast<int64_t>(y) + dy;
-        row = (kind == kFar && ay >= 0 && ay < static_cast<int64_t>(img.getHeight()))
-                  ? img.getLine(static_cast<uint32_t>(ay))
-                  : nullptr;
-    }
-
-    uint32_t read(uint32_t w2, uint32_t w1, uint32_t cur, int64_t x, int64_t width) const {
-        switch (kind) {
-        case kRow1: return ((w1 >> shift) & 1) << bit;
-        case kRow2: return ((w2 >> shift) & 1) << bit;
-        case kCurrent: return ((cur >> shift) & 1) << bit;
-        case kFar: {
-            const int64_t ax = x + dx;
-            if (!row || ax < 0 || ax >= width) return 0;
-            return static_cast<uint32_t>((row[ax >> 3] >> (7 - (ax & 7))) & 1) << bit;
-        }
-        default: return 0;
-        }
-    }
-};
-
 // The registers of one region's row loop. It lives as a local of the loop,
 // so that all of it stays in machine registers.
 template <int T, bool Nominal, bool Skip>
@@ -317,7 +255,7 @@ struct RowRegisters {
             context |= Tmpl::nominal(a2, a1);
         } else {
             context |= Tmpl::fixed(a2, a1);
-            for (int k = 0; k < Tmpl::atCount; ++k) context |= at[k].read(a2, a1, hist, x, width);
+            for (int k = 0; k < Tmpl::atCount; ++k) context |= at[k].read(a1, a2, hist, x, width);
         }
         // Both contexts that x-1 allows are read before x-1 is known.
         const uint32_t withLast = context | lastMask;
@@ -378,8 +316,8 @@ void GenericRegionSegment::decodeRows(ArithmeticDecoderState& shared) {
     if (!Nominal)
         for (int i = 0; i < Tmpl::atCount; ++i) {
             AtPixel& a = atPixels[i];
-            a.place(m_param.at[2 * i], m_param.at[2 * i + 1], static_cast<unsigned int>(Tmpl::atCount - 1 - i));
-            if (a.kind == AtPixel::kCurrent && a.shift == 0) r.lastMask |= 1u << a.bit;
+            a.place(m_param.at[2 * i], m_param.at[2 * i + 1], static_cast<unsigned int>(Tmpl::atCount - 1 - i), 2);
+            if (a.isLast()) r.lastMask |= 1u << a.bit;
         }
     r.at = atPixels;
     r.width = W;
