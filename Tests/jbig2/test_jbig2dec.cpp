@@ -611,32 +611,32 @@ TEST(Jbig2DecHuffman, StandardTablesDecodeTheStandardsValues) {
 }
 
 TEST(Jbig2DecHuffman, ACodeTableSegmentReadsAllItsLines) {
-    // A user table of 12 lines, 60 bits of line data (more than nine bytes),
-    // as a symbol dictionary's height table (SDHUFF, SDHUFFDH 3): the last
-    // line (value 11, code 1011) must decode. Lines: values 0..11, prefix
-    // length 4, range length 0; lower and upper range lines of prefix length 5.
+    // A user table of 20 lines, 17 bytes of line data (the jbig2:: decoder
+    // sees nine), as a symbol dictionary's height table (SDHUFF, SDHUFFDH
+    // 3). Lines: values 0..19, prefix length 5 (codes 00000..10011), range
+    // length 0; lower and upper range lines of prefix length 6.
     Bytes table;
-    table.push_back(static_cast<unsigned char>(3 << 1));  // HTPS 4, HTRS 1, no OOB
+    table.push_back(static_cast<unsigned char>(4 << 1));  // HTPS 5, HTRS 1, no OOB
     put32(table, 0);
-    put32(table, 12);
+    put32(table, 20);
     BitWriter lines;
-    for (int i = 0; i < 12; ++i) {
-        lines.value(4, 4);
+    for (int i = 0; i < 20; ++i) {
+        lines.value(5, 5);
         lines.value(0, 1);
     }
-    lines.value(5, 4);
-    lines.value(5, 4);
+    lines.value(6, 5);
+    lines.value(6, 5);
     lines.align();
     table.insert(table.end(), lines.bytes().begin(), lines.bytes().end());
-    // The dictionary: one symbol of height 11 (code 1011), width 3 (B.2:
-    // 1110 + 000), OOB (111111), BMSIZE 0 (B.1: 0 + 0000), the stored row
-    // bitmap, then the export run 0, 1 (B.1).
+    // The dictionary: one symbol of height 11 (01011, a line past the ninth
+    // byte), width 3 (B.2: 1110 + 000), OOB (111111), BMSIZE 0 (B.1: 0 +
+    // 0000), the stored rows (the last one 111), the export runs 0, 1 (B.1).
     Bytes dict;
     put16(dict, 0x000D);  // SDHUFF, SDHUFFDH user
     put32(dict, 1);
     put32(dict, 1);
     BitWriter bw;
-    bw.bits("1011");
+    bw.bits("01011");
     bw.bits("1110000");
     bw.bits("111111");
     bw.bits("00000");
@@ -648,25 +648,29 @@ TEST(Jbig2DecHuffman, ACodeTableSegmentReadsAllItsLines) {
     ex.bits("00001");
     ex.align();
     dict.insert(dict.end(), ex.bytes().begin(), ex.bytes().end());
-    // A text region placing symbol 0 at (0, 0): Huffman, strips 1, top left.
+    // A text region placing symbol 0 at (0, 0): Huffman with tables F, H,
+    // K; one strip; top-left reference corner.
     Bytes text = regionInfo(8, 11, 0, 0, 0);
     put16(text, 0x0011);  // SBHUFF, REFCORNER top left
-    put16(text, 0x0000);  // tables F, H, K
+    put16(text, 0x0000);
     put32(text, 1);
     BitWriter tw;
-    for (int i = 0; i < 35; ++i) tw.value(i == 1 ? 1 : 0, 4);  // run code 1 has length 1: code "0"
-    tw.bits("0");          // symbol 0: code length 1
+    for (int i = 0; i < 35; ++i) tw.value(i == 1 ? 1 : 0, 4);  // only run code 1 ("0"): length 1
+    tw.bits("0");  // symbol 0 has code length 1: its code is "0"
     tw.align();
-    tw.bits("00");         // B.11: STRIPT 1
-    tw.bits("0");          // ... hmm: DT 1 again is "0"
-    tw.bits("00000000");   // wait
+    tw.bits("0");          // B.11: initial STRIPT 1, so STRIPT -1
+    tw.bits("0");          // B.11: the strip's DT 1, so STRIPT 0
+    tw.bits("000000000");  // B.6: FS 0
+    tw.bits("0");          // symbol 0
+    tw.bits("01");         // B.8: OOB ends the strip
     tw.align();
-    (void)text;
-    const Bytes seg = cat({segment(1, 53, {}, table), segment(2, 0, {1}, dict)});
-    const std::string s(seg.begin(), seg.end());
-    JBIG2Dec dec(&s, nullptr);
-    dec.decode();
-    EXPECT_EQ(dec.getPageSegmentCount(), 2);
+    text.insert(text.end(), tw.bytes().begin(), tw.bytes().end());
+    const Bytes data = cat({segment(1, 53, {}, table), segment(2, 0, {1}, dict), segment(3, 48, {}, pageInfo(8, 11)),
+                            segment(4, 6, {2}, text)});
+    const Decoded r = decodeDec(data);
+    ASSERT_EQ(r.height, 11);
+    EXPECT_EQ(r.rows[10], "11100000");
+    EXPECT_EQ(r.rows[9], "00000000");
 }
 
 TEST(Jbig2DecArithmetic, IaidWithCodeLengthZeroIsZeroAndOobIsReported) {

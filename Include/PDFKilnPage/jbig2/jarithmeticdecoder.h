@@ -33,6 +33,13 @@ private:
     friend class JArithmeticDecoder;
 };
 
+// One line of Table E.1 of ISO/IEC 14492, Qe shifted into the high half.
+struct JArithmeticQe {
+    uint32_t qe;
+    unsigned char nmps, nlps, switchFlag;
+};
+extern const JArithmeticQe jArithmeticQeTable[47];
+
 class JArithmeticDecoder {
 public:
     JArithmeticDecoder();
@@ -42,8 +49,9 @@ public:
     void setInput(JBIG2ByteInput* in) { input = in; }
     // INITDEC.
     void start();
-    // DECODE, for the context cx (masked to the size of stats).
-    int decodeBit(uint32_t cx, JArithmeticDecoderStats* stats);
+    // DECODE, for the context cx (masked to the size of stats). Inline: the
+    // region decoders call it once a pixel.
+    inline int decodeBit(uint32_t cx, JArithmeticDecoderStats* stats);
     // The integer procedure of Annex A.2: false for OOB, when *x is not set.
     // Values beyond the int range are clamped to it.
     bool decodeInt(int* x, JArithmeticDecoderStats* stats);
@@ -65,5 +73,50 @@ private:
     uint32_t prev;
     uint32_t nBytesRead;
 };
+
+inline int JArithmeticDecoder::decodeBit(uint32_t context, JArithmeticDecoderStats* stats) {
+    if (context >= static_cast<uint32_t>(stats->contextSize)) {
+        context &= static_cast<uint32_t>(stats->contextSize - 1);
+        if (context >= static_cast<uint32_t>(stats->contextSize)) context = 0;
+    }
+    unsigned char& cx = stats->cxTab[context];
+    int iCX = cx >> 1;
+    if (iCX > 46) iCX = 46;
+    const int mpsCX = cx & 1;
+    const JArithmeticQe& e = jArithmeticQeTable[iCX];
+    const uint32_t qe = e.qe;
+    int bit;
+    a -= qe;
+    if (c < a) {
+        if (a & 0x80000000u) return mpsCX;
+        // MPS_EXCHANGE
+        if (a < qe) {
+            bit = 1 - mpsCX;
+            cx = static_cast<unsigned char>((e.nlps << 1) | (e.switchFlag ? 1 - mpsCX : mpsCX));
+        } else {
+            bit = mpsCX;
+            cx = static_cast<unsigned char>((e.nmps << 1) | mpsCX);
+        }
+    } else {
+        c -= a;
+        // LPS_EXCHANGE
+        if (a < qe) {
+            bit = mpsCX;
+            cx = static_cast<unsigned char>((e.nmps << 1) | mpsCX);
+        } else {
+            bit = 1 - mpsCX;
+            cx = static_cast<unsigned char>((e.nlps << 1) | (e.switchFlag ? 1 - mpsCX : mpsCX));
+        }
+        a = qe;
+    }
+    // RENORMD
+    do {
+        if (ct == 0) byteIn();
+        a <<= 1;
+        c <<= 1;
+        --ct;
+    } while (!(a & 0x80000000u));
+    return bit;
+}
 
 #endif

@@ -10,15 +10,8 @@
 #include "jbig2/jbig2decinput.h"
 #include "jbig2/jbig2decsegments.h"
 
-namespace {
-
-struct JQeEntry {
-    uint32_t qe;
-    unsigned char nmps, nlps, switchFlag;
-};
-
 // Table E.1 of ISO/IEC 14492: Qe (shifted into the high half), NMPS, NLPS, SWITCH.
-const JQeEntry jQeTable[47] = {
+const JArithmeticQe jArithmeticQeTable[47] = {
     {0x56010000u, 1, 1, 1},   {0x34010000u, 2, 6, 0},   {0x18010000u, 3, 9, 0},   {0x0AC10000u, 4, 12, 0},
     {0x05210000u, 5, 29, 0},  {0x02210000u, 38, 33, 0}, {0x56010000u, 7, 6, 1},   {0x54010000u, 8, 14, 0},
     {0x48010000u, 9, 14, 0},  {0x38010000u, 10, 14, 0}, {0x30010000u, 11, 17, 0}, {0x24010000u, 12, 18, 0},
@@ -32,7 +25,6 @@ const JQeEntry jQeTable[47] = {
     {0x00490000u, 41, 38, 0}, {0x00250000u, 42, 39, 0}, {0x00150000u, 43, 40, 0}, {0x00090000u, 44, 41, 0},
     {0x00050000u, 45, 42, 0}, {0x00010000u, 45, 43, 0}, {0x56010000u, 46, 46, 0}};
 
-}  // namespace
 
 JArithmeticDecoderStats::JArithmeticDecoderStats(int contextSizeA) : cxTab(nullptr), contextSize(0) {
     resizeAndReset(contextSizeA);
@@ -105,49 +97,6 @@ void JArithmeticDecoder::byteIn() {
         c = c + 0xff00 - (buf0 << 8);
         ct = 8;
     }
-}
-
-int JArithmeticDecoder::decodeBit(uint32_t context, JArithmeticDecoderStats* stats) {
-    if (context >= static_cast<uint32_t>(stats->contextSize)) context &= static_cast<uint32_t>(stats->contextSize - 1);
-    if (context >= static_cast<uint32_t>(stats->contextSize)) context = 0;
-    unsigned char& cx = stats->cxTab[context];
-    int iCX = cx >> 1;
-    if (iCX > 46) iCX = 46;
-    const int mpsCX = cx & 1;
-    const JQeEntry& e = jQeTable[iCX];
-    const uint32_t qe = e.qe;
-    int bit;
-    a -= qe;
-    if (c < a) {
-        if (a & 0x80000000u) return mpsCX;
-        // MPS_EXCHANGE
-        if (a < qe) {
-            bit = 1 - mpsCX;
-            cx = static_cast<unsigned char>((e.nlps << 1) | (e.switchFlag ? 1 - mpsCX : mpsCX));
-        } else {
-            bit = mpsCX;
-            cx = static_cast<unsigned char>((e.nmps << 1) | mpsCX);
-        }
-    } else {
-        c -= a;
-        // LPS_EXCHANGE
-        if (a < qe) {
-            bit = mpsCX;
-            cx = static_cast<unsigned char>((e.nmps << 1) | mpsCX);
-        } else {
-            bit = 1 - mpsCX;
-            cx = static_cast<unsigned char>((e.nlps << 1) | (e.switchFlag ? 1 - mpsCX : mpsCX));
-        }
-        a = qe;
-    }
-    // RENORMD
-    do {
-        if (ct == 0) byteIn();
-        a <<= 1;
-        c <<= 1;
-        --ct;
-    } while (!(a & 0x80000000u));
-    return bit;
 }
 
 int JArithmeticDecoder::decodeIntBit(JArithmeticDecoderStats* stats) {

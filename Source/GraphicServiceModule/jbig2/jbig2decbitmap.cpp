@@ -12,6 +12,13 @@
 #ifndef JBIG2DEC_BUDGET_PER_BYTE
 #define JBIG2DEC_BUDGET_PER_BYTE 4096ull
 #endif
+// The budget of the smallest inputs, and the most any input gets (0: no cap).
+#ifndef JBIG2DEC_BUDGET_FLOOR
+#define JBIG2DEC_BUDGET_FLOOR (16ull << 20)
+#endif
+#ifndef JBIG2DEC_BUDGET_CAP
+#define JBIG2DEC_BUDGET_CAP 0ull
+#endif
 
 namespace {
 // The budget of the decode running on this thread (see JBIG2DecBudget).
@@ -21,12 +28,16 @@ const uint64_t kBitmapOverhead = 64;
 }  // namespace
 
 JBIG2DecBudget::JBIG2DecBudget(uint64_t inputBytes) : m_outer(t_jbig2DecBudget) {
-    // A floor that any real page fits in (a 600 dpi letter page and a region
-    // as large), and more for larger inputs; builds with a small image limit
-    // (fuzzing) get a proportionally small floor.
-    const uint64_t floor = std::min<uint64_t>(uint64_t(32) << 20, uint64_t(16) * maxBitmapBytes());
+    // Units are raster bytes: allocating a raster costs its bytes, decoding
+    // it costs a unit per 8 pixels (per 4 for refinement), placing a symbol
+    // or a pattern its bytes. The floor takes a 600 dpi letter page with a
+    // generic region as large (about 13 MB of units), and larger inputs get
+    // more. Fuzzing builds use a small floor and a cap, so that no unit runs
+    // for long under the sanitizers.
+    const uint64_t floor = JBIG2DEC_BUDGET_FLOOR;
     const uint64_t perByte = JBIG2DEC_BUDGET_PER_BYTE;
     m_left = inputBytes > floor / perByte ? inputBytes * perByte : floor;
+    if (JBIG2DEC_BUDGET_CAP && m_left > JBIG2DEC_BUDGET_CAP) m_left = JBIG2DEC_BUDGET_CAP;
     t_jbig2DecBudget = &m_left;
 }
 

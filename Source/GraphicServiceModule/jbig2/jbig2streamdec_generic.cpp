@@ -64,11 +64,15 @@ void JBIG2Dec::readGenericRegionSeg(uint32_t segNum, bool imm, bool unknownLengt
 JBIG2Bitmap* JBIG2Dec::readGenericBitmap(bool mmr, int w, int h, int templ, bool tpgdOn, bool useSkip,
                                          const JBIG2Bitmap* skip, const int* atx, const int* aty,
                                          int64_t mmrDataLength) {
+    // Decoding costs its pixels (a unit per 8) beyond the raster itself.
+    JBIG2DecBudget::charge((static_cast<uint64_t>(w) * static_cast<uint64_t>(h) >> 3) + 1);
     if (mmr) return readMMRBitmap(w, h, mmrDataLength);
     std::unique_ptr<JBIG2Bitmap> bitmap(new JBIG2Bitmap(0, w, h));
     JBIG2Bitmap* bm = bitmap.get();
     JArithmeticDecoderStats* stats = &genericRegionStats;
     templ &= 3;
+    const bool nominalAT = templ == 0 && atx[0] == 3 && aty[0] == -1 && atx[1] == -3 && aty[1] == -1 &&
+                           atx[2] == 2 && aty[2] == -2 && atx[3] == -2 && aty[3] == -2;
     int ltp = 0;
     for (int y = 0; y < h; ++y) {
         if (tpgdOn) {
@@ -84,6 +88,26 @@ JBIG2Bitmap* JBIG2Dec::readGenericBitmap(bool mmr, int w, int h, int templ, bool
         uint32_t c2, c1, c0 = 0;
         switch (templ) {
         case 0:
+            if (nominalAT) {
+                // The AT pixels at their nominal places come from wider row
+                // registers: row y-2 from x-2 to x+2, row y-1 from x-3 to x+3.
+                uint32_t w2 = static_cast<uint32_t>((px(r2, 0, w) << 1) | px(r2, 1, w));
+                uint32_t w1 = static_cast<uint32_t>((px(r1, 0, w) << 2) | (px(r1, 1, w) << 1) | px(r1, 2, w));
+                for (int x = 0; x < w; ++x) {
+                    w2 = ((w2 << 1) | static_cast<uint32_t>(px(r2, x + 2, w))) & 0x1f;
+                    w1 = ((w1 << 1) | static_cast<uint32_t>(px(r1, x + 3, w))) & 0x7f;
+                    int bit = 0;
+                    if (!(useSkip && skip->getPixel(x, y))) {
+                        const uint32_t cx = (((w2 >> 1) & 7) << 13) | (((w1 >> 1) & 0x1f) << 8) | (c0 << 4) |
+                                            ((w1 & 1) << 3) | (((w1 >> 6) & 1) << 2) | ((w2 & 1) << 1) |
+                                            ((w2 >> 4) & 1);
+                        bit = arithDecoder.decodeBit(cx, stats);
+                        if (bit) r0[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
+                    }
+                    c0 = ((c0 << 1) | static_cast<uint32_t>(bit)) & 0xf;
+                }
+                break;
+            }
             c2 = static_cast<uint32_t>(px(r2, 0, w));
             c1 = static_cast<uint32_t>((px(r1, 0, w) << 1) | px(r1, 1, w));
             for (int x = 0; x < w; ++x) {
