@@ -4,6 +4,7 @@
 #define PDFKILN_JBIG2_HUFFMAN_H
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "datareader.h"
@@ -61,15 +62,18 @@ public:
     virtual ~HuffmanTable() {}
     HuffmanTable* clone() const;
 
-    // Throws JBIG2_INVALID_DATA for a table that can't be represented.
+    // Throws JBIG2_INVALID_DATA for a table that can't be represented. The
+    // fifteen standard tables are built once and then shared.
     void build(const HuffmanParams& params);
     unsigned int getWidth() const { return m_width; }
-    const HuffmanTableItem& getTableItem(uint32_t index) const { return m_items[index]; }
-    std::size_t getItemCount() const { return m_items.size(); }
+    const HuffmanTableItem& getTableItem(uint32_t index) const { return (*m_items)[index]; }
+    std::size_t getItemCount() const { return m_items ? m_items->size() : 0; }
 
 private:
     unsigned int m_width;
-    std::vector<HuffmanTableItem> m_items;
+    // Never changed once built, so copies (a table per segment that selects
+    // it) share the items.
+    std::shared_ptr<const std::vector<HuffmanTableItem>> m_items;
 };
 
 class HuffmanDaraReader : public DataReader {

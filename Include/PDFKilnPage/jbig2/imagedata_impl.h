@@ -2,6 +2,7 @@
 #ifndef PDFKILN_JBIG2_IMAGEDATA_IMPL_H
 #define PDFKILN_JBIG2_IMAGEDATA_IMPL_H
 
+#include <cstdint>
 #include <cstring>
 
 namespace jbig2 {
@@ -24,6 +25,90 @@ void ImageProcessor<T>::fill(unsigned char value) {
         std::memset(m_data->data, value, static_cast<std::size_t>(m_stride) * m_data->height);
 }
 
+namespace composing {
+
+// One operator on destination and source bits, a byte or eight at a time.
+template <int Op, class U>
+inline U combine(U d, U s) {
+    switch (Op) {
+    case 0: return d | s;
+    case 1: return d & s;
+    case 2: return d ^ s;
+    case 3: return static_cast<U>(~(d ^ s));
+    default: return s;
+    }
+}
+
+inline uint64_t loadBigEndian(const unsigned char* p) {
+    uint64_t v;
+    std::memcpy(&v, p, 8);
+    return __builtin_bswap64(v);
+}
+
+inline void storeBigEndian(unsigned char* p, uint64_t v) {
+    v = __builtin_bswap64(v);
+    std::memcpy(p, &v, 8);
+}
+
+// Destination bytes first..last of one row; source byte k+(b-first) holds,
+// from bit `shift` on, the eight source pixels that land on byte b. Only the
+// end bytes can reach past the source row (their masks drop those bits), so
+// only they are read with bounds.
+template <int Op>
+inline void composeRow(unsigned char* drow, const unsigned char* srow, int64_t sstride, int64_t first, int64_t last,
+                       int64_t k, unsigned int shift, unsigned int firstMask, unsigned int lastMask) {
+    auto fetch = [&](int64_t at) -> unsigned int {
+        const unsigned int hi = (at >= 0 && at < sstride) ? srow[at] : 0u;
+        const unsigned int lo = (shift && at + 1 >= 0 && at + 1 < sstride) ? srow[at + 1] : 0u;
+        return ((hi << 8 | lo) << shift) >> 8;
+    };
+    auto put = [&](int64_t b, unsigned int s, unsigned int mask) {
+        const unsigned int d = drow[b];
+        drow[b] = static_cast<unsigned char>((d & ~mask) | (combine<Op, unsigned int>(d, s) & mask));
+    };
+    if (first == last) {
+        put(first, fetch(k), firstMask & lastMask);
+        return;
+    }
+    put(first, fetch(k), firstMask);
+    const int64_t inner = last - first - 1;
+    const unsigned char* src = srow + k + 1;
+    unsigned char* dst = drow + first + 1;
+    int64_t i = 0;
+    if (shift == 0) {
+        for (; i + 8 <= inner; i += 8)
+            storeBigEndian(dst + i, combine<Op, uint64_t>(loadBigEndian(dst + i), loadBigEndian(src + i)));
+        for (; i < inner; ++i) dst[i] = static_cast<unsigned char>(combine<Op, unsigned int>(dst[i], src[i]));
+    } else {
+        // The source byte after a chunk lends the chunk's last bits.
+        for (; i + 8 <= inner; i += 8) {
+            const uint64_t v = (loadBigEndian(src + i) << shift) | (src[i + 8] >> (8 - shift));
+            storeBigEndian(dst + i, combine<Op, uint64_t>(loadBigEndian(dst + i), v));
+        }
+        for (; i < inner; ++i)
+            dst[i] = static_cast<unsigned char>(
+                combine<Op, unsigned int>(dst[i], static_cast<unsigned int>((src[i] << shift) | (src[i + 1] >> (8 - shift)))));
+    }
+    put(last, fetch(k + last - first), lastMask);
+}
+
+template <int Op>
+void composeRows(unsigned char* dst, int64_t dstride, const unsigned char* src, int64_t sstride, int64_t x, int64_t y,
+                 int64_t sx0, int64_t sy0, int64_t w, int64_t h) {
+    const int64_t first = x >> 3, last = (x + w - 1) >> 3;
+    // Source bit that lands on bit 0 (the leftmost) of the first byte.
+    const int64_t sbit = first * 8 - x + sx0;
+    const int64_t k = sbit >> 3;  // rounds down
+    const unsigned int shift = static_cast<unsigned int>(sbit & 7);
+    const unsigned int firstMask = 0xFFu >> (x & 7);
+    const unsigned int lastMask = (0xFFu << (7 - ((x + w - 1) & 7))) & 0xFFu;
+    for (int64_t r = 0; r < h; ++r)
+        composeRow<Op>(dst + (y + r) * dstride, src + (sy0 + r) * sstride, sstride, first, last, k, shift, firstMask,
+                       lastMask);
+}
+
+}  // namespace composing
+
 template <class T>
 void ImageProcessor<T>::compose(int64_t x, int64_t y, const ImageProcessor& source, int op) {
     if (op > 4 || op < 0 || !m_data || !source.m_data) return;
@@ -37,35 +122,15 @@ void ImageProcessor<T>::compose(int64_t x, int64_t y, const ImageProcessor& sour
     if (w <= 0 || h <= 0) return;
     // Byte by byte: for each destination byte, the eight source bits that
     // fall on it, and a mask of the bits inside the rectangle.
-    const int64_t firstByte = x >> 3, lastByte = (x + w - 1) >> 3;
-    const int64_t srcBits = static_cast<int64_t>(source.m_stride) * 8;
-    for (int64_t r = 0; r < h; ++r) {
-        const unsigned char* srow = source.getLine(static_cast<uint32_t>(sy0 + r));
-        unsigned char* drow = getLine(static_cast<uint32_t>(y + r));
-        for (int64_t b = firstByte; b <= lastByte; ++b) {
-            // Source bit that lands on bit 0 (the leftmost) of byte b.
-            const int64_t sbit = b * 8 - x + sx0;
-            unsigned int s16 = 0;
-            for (int k = 0; k < 2; ++k) {
-                const int64_t byteIndex = (sbit >> 3) + k;  // floor division
-                s16 = (s16 << 8) | ((byteIndex >= 0 && byteIndex * 8 < srcBits) ? srow[byteIndex] : 0u);
-            }
-            const unsigned int shift = static_cast<unsigned int>(sbit & 7);
-            const unsigned char s = static_cast<unsigned char>((s16 << shift) >> 8);
-            unsigned int mask = 0xFF;
-            if (b == firstByte) mask &= 0xFFu >> (x & 7);
-            if (b == lastByte) mask &= 0xFFu << (7 - ((x + w - 1) & 7));
-            const unsigned char d = drow[b];
-            unsigned char v;
-            switch (op) {
-            case 0: v = static_cast<unsigned char>(d | s); break;
-            case 1: v = static_cast<unsigned char>(d & s); break;
-            case 2: v = static_cast<unsigned char>(d ^ s); break;
-            case 3: v = static_cast<unsigned char>(~(d ^ s)); break;
-            default: v = s; break;
-            }
-            drow[b] = static_cast<unsigned char>((d & ~mask) | (v & mask));
-        }
+    unsigned char* dst = m_data->data;
+    const unsigned char* src = source.m_data->data;
+    const int64_t ds = m_stride, ss = source.m_stride;
+    switch (op) {
+    case 0: composing::composeRows<0>(dst, ds, src, ss, x, y, sx0, sy0, w, h); break;
+    case 1: composing::composeRows<1>(dst, ds, src, ss, x, y, sx0, sy0, w, h); break;
+    case 2: composing::composeRows<2>(dst, ds, src, ss, x, y, sx0, sy0, w, h); break;
+    case 3: composing::composeRows<3>(dst, ds, src, ss, x, y, sx0, sy0, w, h); break;
+    default: composing::composeRows<4>(dst, ds, src, ss, x, y, sx0, sy0, w, h); break;
     }
 }
 

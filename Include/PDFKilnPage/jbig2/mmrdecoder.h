@@ -2,7 +2,9 @@
 #ifndef PDFKILN_JBIG2_MMRDECODER_H
 #define PDFKILN_JBIG2_MMRDECODER_H
 
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "datareader.h"
 #include "imagedata.h"
@@ -46,13 +48,18 @@ public:
 private:
     int getWhileCodeRun();
     int getBlackCodeRun();
-    int findPixelColor(const unsigned char* line, int start, int color) const;
+    void collectChanges(const unsigned char* line);
+    int findPixelColor(const unsigned char* line, int start, int color);
     void fillbits(unsigned char* line, int from, int to);
 
     ImageProcessor<ImageDataBits>& m_image;
     DataReader m_reader;
     int m_width;
     int m_height;
+    // Changing elements of the reference line, and where the last search
+    // for one stopped.
+    std::vector<int> m_changes;
+    std::size_t m_cursor = 0;
 };
 
 }  // namespace jbig2

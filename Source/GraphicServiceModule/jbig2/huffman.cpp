@@ -13,7 +13,60 @@ HuffmanTable* HuffmanTable::clone() const {
     return t;
 }
 
+namespace {
+
+void buildItems(const HuffmanParams& params, unsigned int& outWidth, std::vector<HuffmanTableItem>& out);
+
+const HuffmanParams* const kStandardParams[15] = {
+    &huffman_params_A, &huffman_params_B, &huffman_params_C, &huffman_params_D, &huffman_params_E,
+    &huffman_params_F, &huffman_params_G, &huffman_params_H, &huffman_params_I, &huffman_params_J,
+    &huffman_params_K, &huffman_params_L, &huffman_params_M, &huffman_params_N, &huffman_params_O};
+
+struct StandardTable {
+    unsigned int width = 0;
+    std::shared_ptr<const std::vector<HuffmanTableItem>> items;
+};
+
+// The standard tables, built on first use (some have 65536 items, too many
+// to build for every segment that selects them).
+const StandardTable& standardTable(std::size_t index) {
+    static const std::vector<StandardTable> tables = [] {
+        std::vector<StandardTable> out(15);
+        for (std::size_t i = 0; i < 15; ++i) {
+            std::vector<HuffmanTableItem> items;
+            buildItems(*kStandardParams[i], out[i].width, items);
+            out[i].items = std::make_shared<const std::vector<HuffmanTableItem>>(std::move(items));
+        }
+        return out;
+    }();
+    return tables[index];
+}
+
+}  // namespace
+
 void HuffmanTable::build(const HuffmanParams& params) {
+    for (std::size_t i = 0; i < 15; ++i)
+        if (&params == kStandardParams[i]) {
+            const StandardTable& t = standardTable(i);
+            m_width = t.width;
+            m_items = t.items;
+            return;
+        }
+    std::vector<HuffmanTableItem> items;
+    unsigned int width = 0;
+    buildItems(params, width, items);
+    try {
+        m_items = std::make_shared<const std::vector<HuffmanTableItem>>(std::move(items));
+    } catch (const std::bad_alloc&) {
+        throw JBIG2_OUT_OF_MEMORY;
+    }
+    m_width = width;
+}
+
+namespace {
+
+void buildItems(const HuffmanParams& params, unsigned int& outWidth, std::vector<HuffmanTableItem>& out) {
+    enum { FLAG_OOB = HuffmanTable::FLAG_OOB, FLAG_LOWER = HuffmanTable::FLAG_LOWER, FLAG_INVALID = HuffmanTable::FLAG_INVALID };
     const int n = params.lineCount;
     if (n <= 0 || !params.lines) throw JBIG2_INVALID_DATA;
     const int lowerLine = params.HTOOB ? n - 3 : n - 2;
@@ -88,9 +141,11 @@ void HuffmanTable::build(const HuffmanParams& params) {
             ++code;
         }
     }
-    m_width = width;
-    m_items.swap(items);
+    outWidth = width;
+    out.swap(items);
 }
+
+}  // namespace
 
 HuffmanDaraReader::HuffmanDaraReader(const unsigned char* data, uint32_t size)
     : DataReader(data, size), m_current(0), m_next(0), m_bitOffset(0), m_byteOffset(0) {

@@ -175,27 +175,71 @@ int MMRDecoder::getBlackCodeRun() {
     return static_cast<int>(total);
 }
 
-// The first changing element of `color` on the line to the right of `start`
-// (b1 of T.6 when color is opposite to a0's); the width when there is none or
-// no line.
-int MMRDecoder::findPixelColor(const unsigned char* line, int start, int color) const {
-    if (!line) return m_width;
-    int p = start < 0 ? 0 : start + 1;
-    for (; p < m_width; ++p) {
-        const int cur = DataReader::getBits(line, static_cast<uint32_t>(p));
-        const int prev = p == 0 ? 0 : DataReader::getBits(line, static_cast<uint32_t>(p - 1));
-        if (cur == color && prev != color) return p;
+void MMRDecoder::collectChanges(const unsigned char* line) {
+    // The reference line as its changing elements: positions where a pixel
+    // differs from the one before it (pixel -1 is white), so that changes to
+    // black stand at even places and changes to white at odd ones. Eight
+    // bytes are looked at a time, and a run of one colour costs nothing.
+    m_changes.clear();
+    m_cursor = 0;
+    if (!line || m_width <= 0) return;
+    const uint32_t width = static_cast<uint32_t>(m_width);
+    const uint32_t bytes = (width + 7) / 8;
+    uint64_t before = 0;  // colour of the pixel in front of the word
+    for (uint32_t k = 0; k < bytes; k += 8) {
+        uint64_t word = 0;
+        if (bytes - k >= 8) {
+            std::memcpy(&word, line + k, 8);
+            word = __builtin_bswap64(word);  // the first pixel to the top
+        } else {
+            for (uint32_t i = 0; k + i < bytes; ++i) word |= static_cast<uint64_t>(line[k + i]) << (56 - 8 * i);
+        }
+        uint64_t changed = word ^ ((word >> 1) | (before << 63));
+        before = word & 1;
+        while (changed) {
+            const uint32_t bit = static_cast<uint32_t>(__builtin_clzll(changed));
+            const uint32_t p = k * 8 + bit;
+            if (p >= width) return;  // past the row's pixels
+            m_changes.push_back(static_cast<int>(p));
+            changed &= ~(0x8000000000000000ull >> bit);
+        }
     }
-    return m_width;
+}
+
+// The first changing element of `color` on the reference line to the right
+// of `start` (b1 of T.6 when color is opposite to a0's); the width when there
+// is none or no line. `start` is -1 or more.
+int MMRDecoder::findPixelColor(const unsigned char* line, int start, int color) {
+    if (!line) return m_width;
+    const std::size_t n = m_changes.size();
+    std::size_t i = m_cursor;
+    // a0 moves mostly to the right; a vertical left code can step back a little.
+    while (i > 0 && m_changes[i - 1] > start) --i;
+    while (i < n && m_changes[i] <= start) ++i;
+    m_cursor = i;
+    // Changes alternate in colour: the one wanted is this one or the next.
+    if (i < n && static_cast<int>(i & 1) == color) ++i;
+    return i < n ? m_changes[i] : m_width;
 }
 
 void MMRDecoder::fillbits(unsigned char* line, int from, int to) {
     if (from < 0) from = 0;
     if (to > m_width) to = m_width;
-    for (int x = from; x < to; ++x) line[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
+    if (from >= to) return;
+    const int first = from >> 3, last = (to - 1) >> 3;
+    const unsigned int head = 0xFFu >> (from & 7);
+    const unsigned int tail = (0xFFu << (7 - ((to - 1) & 7))) & 0xFFu;
+    if (first == last) {
+        line[first] = static_cast<unsigned char>(line[first] | (head & tail));
+        return;
+    }
+    line[first] = static_cast<unsigned char>(line[first] | head);
+    if (last - first > 1) std::memset(line + first + 1, 0xFF, static_cast<std::size_t>(last - first - 1));
+    line[last] = static_cast<unsigned char>(line[last] | tail);
 }
 
 void MMRDecoder::decodeline(const unsigned char* reference, unsigned char* current) {
+    collectChanges(reference);
     int a0 = -1;
     int color = 0;  // white
     while (a0 < m_width) {
