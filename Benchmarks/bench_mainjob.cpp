@@ -151,10 +151,10 @@ void mainJob(const Options& o, const Peers& peers, const std::string& dir, bench
         bench::DocOptions d;
         d.pages = pages;
         d.shape = shape;
-        const std::string data = bench::makeDocument(d);
         const std::string in = dir + "/in.pdf", ours = dir + "/ours.pdf", qout = dir + "/qpdf.pdf",
                           mout = dir + "/mutool.pdf";
-        if (!bench::writeFile(in, data)) {
+        const std::size_t size = bench::writeDocument(d, in);
+        if (size == 0) {
             std::printf("cannot write %s\n", in.c_str());
             return;
         }
@@ -163,7 +163,7 @@ void mainJob(const Options& o, const Peers& peers, const std::string& dir, bench
         bench::Measured q, m;
         if (peers.qpdf) q = median({"qpdf", "--empty", "--pages", in, "1-z", "--", qout}, runs);
         if (peers.mutool) m = median({"mutool", "merge", "-o", mout, in}, runs);
-        std::printf("%7d %8.1f %9s %9s %10s %10s %10s %5d %8s %8s %10s %9s", pages, data.size() / 1e6, ms(a).c_str(),
+        std::printf("%7d %8.1f %9s %9s %10s %10s %10s %5d %8s %8s %10s %9s", pages, size / 1e6, ms(a).c_str(),
                     ms(q).c_str(), ms(m).c_str(), ratio(a.seconds, q.seconds, a.ok && q.ok).c_str(),
                     ratio(a.seconds, m.seconds, a.ok && m.ok).c_str(), runs, mib(a).c_str(), mib(q).c_str(),
                     mib(m).c_str(), ratio(a.peakMiB, q.peakMiB, a.ok && q.ok).c_str());
@@ -205,14 +205,10 @@ void opening(const Options& o, const Peers& peers, const std::string& dir) {
     for (const Case& c : {Case{"20,000 pages, shared (two-level tree)", many},
                           Case{"48 pages with a 2 MB image each", big}}) {
         const std::string in = dir + "/open.pdf";
-        std::size_t size = 0;
-        {
-            const std::string data = bench::makeDocument(c.doc);
-            size = data.size();
-            if (!bench::writeFile(in, data)) {
-                std::printf("cannot write %s\n", in.c_str());
-                return;
-            }
+        const std::size_t size = bench::writeDocument(c.doc, in);
+        if (size == 0) {
+            std::printf("cannot write %s\n", in.c_str());
+            return;
         }
         const bench::Measured a = median({o.tool, "info", in}, o.runs);
         bench::Measured q;

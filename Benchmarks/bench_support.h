@@ -7,7 +7,9 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -174,8 +176,24 @@ inline bool writeFile(const std::string& path, const std::string& data) {
     return std::fclose(f) == 0 && ok;
 }
 
+// Writes the document of `o` to `path` from a forked child and returns its
+// size (0 on failure). The calling process never holds the document: the
+// peak resident set that wait4 reports for a child spawned later includes
+// the parent's own peak (vfork and exec carry it over), so a benchmark that
+// measures children's memory must stay small itself.
+inline std::size_t writeDocument(const DocOptions& o, const std::string& path) {
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid < 0) return 0;
+    if (pid == 0) _exit(writeFile(path, makeDocument(o)) ? 0 : 1);
+    int status = 0;
+    if (waitpid(pid, &status, 0) < 0 || !WIFEXITED(status) || WEXITSTATUS(status) != 0) return 0;
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 ? static_cast<std::size_t>(st.st_size) : 0;
+}
+
 // One child process: wall seconds from spawn to exit, and its peak resident
-// set from wait4's rusage.
+// set from wait4's rusage (see writeDocument on what that peak includes).
 struct Measured {
     bool ok = false;  // started and exited with status 0
     int status = -1;  // exit status, 128 + signal when killed, -1 when not started
