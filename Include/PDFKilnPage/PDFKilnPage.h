@@ -13,6 +13,7 @@
 #include "pdfkiln_fileinfo.h"
 #include "pdfkiln_filter.h"
 #include "pdfkiln_findingvalue.h"
+#include "pdfkiln_memsource.h"
 #include "pdfkiln_obj.h"
 #include "pdfkiln_obj_catalog.h"
 #include "pdfkiln_obj_names.h"

@@ -100,8 +100,10 @@ public:
     // A sink whose table the caller fills rewrites references through it
     // (and drops what it cannot map) even while the table is still empty.
     void setRenumbering(bool on) { renumbering = on; }
-    // Looks a source object up in the renumbering table of the current file.
+    // Looks a source object up in the renumbering table of the current file,
+    // then (for the facade's own sinks) in the numbers source, if one is set.
     const SObj* newNumber(int num, int gen) const;
+    const CNumberSource* moreNumbers = nullptr;
 
     std::string versionText;
     int nextObjNo = 1;
@@ -136,6 +138,7 @@ public:
 
 private:
     bool renumbering = false;
+    mutable SObj foundNumber;  // what moreNumbers gave last
 };
 
 }  // namespace PDF_KILN

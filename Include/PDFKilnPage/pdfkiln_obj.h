@@ -8,6 +8,7 @@
 #include <ios>
 #include <istream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -95,9 +96,20 @@ class CFileError : public std::exception {};
 std::istream& readPDFString(std::istream& in, std::string& token);
 std::istream& operator>>(std::istream& in, std::string& token);
 std::istream& operator>>(CSourFile& in, std::string& token);
+// The same reader on a source: straight from its bytes when it reads memory.
+std::istream& readPDFString(CSourFile& in, std::string& token);
 
 // Reads `width` bytes at `position` as a big-endian unsigned number.
 void ExtStr2Int(const char* buffer, int& position, int width, int& value);
+
+// Numbers a sink may take from beyond its own table: the facade's mappings,
+// which last across the pages of a run.
+class CNumberSource {
+public:
+    virtual ~CNumberSource() = default;
+    // True with the new identifier of source object (num, gen).
+    virtual bool findNumber(int num, int gen, SObj& out) const = 0;
+};
 
 class CFileBlock {
 public:
@@ -124,6 +136,32 @@ public:
 
 protected:
     int blockState = 0;
+};
+
+// An object's own text stream, made on first use: most objects never need
+// one, and a stream is costly to build.
+class CObjText {
+public:
+    CObjText() = default;
+    explicit CObjText(const std::string& s) {
+        if (!s.empty()) stream().str(s);
+    }
+    CObjText(const CObjText& o) : CObjText(o.str()) {}
+    CObjText& operator=(const CObjText& o) {
+        if (this != &o) str(o.str());
+        return *this;
+    }
+    std::stringstream& stream() {
+        if (!s_) s_.reset(new std::stringstream);
+        return *s_;
+    }
+    std::string str() const { return s_ ? s_->str() : std::string(); }
+    void str(const std::string& v) {
+        if (s_ || !v.empty()) stream().str(v);
+    }
+
+private:
+    std::unique_ptr<std::stringstream> s_;
 };
 
 class CObj : public CFileBlock {
@@ -168,7 +206,7 @@ public:
     std::map<int, ZQGraphicService_NS::FilterPropTD> filterProps;
     SObj self;
     std::string outputName;
-    std::stringstream text;
+    CObjText text;
 
 private:
     static bool readIntObj(CSourFile& in, int& value, int depth);

@@ -2,8 +2,8 @@
 #ifndef PDFKILN_PAGE_H
 #define PDFKILN_PAGE_H
 
-#include <istream>
 #include <cstdint>
+#include <istream>
 #include <map>
 #include <set>
 #include <string>
@@ -12,6 +12,7 @@
 
 #include <unicode/unistr.h>
 
+#include "pdfkiln_memsource.h"
 #include "pdfkiln_obj.h"
 #include "pdfkiln_obj_page.h"
 
@@ -174,6 +175,7 @@ protected:
     std::string fileName;
     std::istream* stream = nullptr;
     bool ownsStream = false;
+    CMemSource input;  // the document's bytes, parsed from memory
     int startObjNo = 0;
     int curPage = 0;
     CSourFile* source = nullptr;
@@ -203,6 +205,21 @@ protected:
     // The renumbering of getPageRootString and its kin: known mappings
     // first, then numbers counted up from the start number.
     void fillRenumbering(CDestFile& dest) const;
+    // Closure entries in neither map, in key order: the objects of the
+    // pages read since the last numbering.
+    std::vector<SObj> unnumberedObjects() const;
+
+    // The mappings of the old-to-new and delivered maps, for closure entries
+    // that are not left out: what every sink of this facade consults.
+    class KnownNumbers : public CNumberSource {
+    public:
+        explicit KnownNumbers(const CPDFKilnPage& f) : facade(f) {}
+        bool findNumber(int num, int gen, SObj& out) const override;
+
+    private:
+        const CPDFKilnPage& facade;
+    };
+    KnownNumbers knownNumbers{*this};
     std::string decryptObject(const std::string& text, int number, int generation) const;
 };
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "pdfkiln_memsource.h"
 #include "pdfkiln_fileinfo.h"
 #include "pdfkiln_obj.h"
 #include "pdfkiln_obj_catalog.h"
@@ -20,6 +21,11 @@ class CSourFile : public std::istream {
 public:
     // Binds to the buffer of `in`, which must outlive this object. Reads nothing.
     explicit CSourFile(std::istream& in);
+    // Reads from `buf` (a memory source), which must outlive this object.
+    explicit CSourFile(std::streambuf* buf);
+    // The memory buffer read from, when it is one: the token reader then
+    // works on its bytes directly.
+    CMemoryBuf* memory() const { return memory_; }
     ~CSourFile() override;
     CSourFile(const CSourFile&) = delete;
     CSourFile& operator=(const CSourFile&) = delete;
@@ -62,6 +68,9 @@ public:
     CCatalog catalog;
     CFileInfo fileInfo;
     std::set<SObj> fileObjects;
+    // Entries of fileObjects added or changed since the facade last numbered
+    // them: a page's numbering works on these, not on the whole closure.
+    std::vector<SObj> freshObjects;
     std::set<SObj> writtenObjects;
     std::set<SObj> formObjects;
     std::string version;
@@ -88,6 +97,14 @@ public:
     int inheritedRotate = 0;
     SObj inheritedResources, inheritedFont, inheritedXObject;
 
+    // What a tree node says about resources, learnt once per opening.
+    struct NodeResources {
+        SObj resources;             // its /Resources reference, if any
+        std::vector<SObj> direct;   // references inside a direct /Resources
+        SObj parent;                // its /Parent
+    };
+    std::map<SObj, NodeResources> nodeResources;
+
     // The current page's lists (CPage::Read starts them empty).
     std::set<SObj> contentsSet;
     std::vector<SObj> contentsVector;
@@ -106,6 +123,9 @@ public:
 
 private:
     std::map<int, DecodedObjStm> objStmCache;
+
+private:
+    CMemoryBuf* memory_ = nullptr;
 };
 
 }  // namespace PDF_KILN

@@ -93,7 +93,9 @@ void CDestFile::insertNewObjTab(const NewObjTable& key, const SObj& value) {
 
 const SObj* CDestFile::newNumber(int num, int gen) const {
     auto it = newObjTable.find(NewObjTable{0, curFile, num, gen});
-    return it == newObjTable.end() ? nullptr : &it->second;
+    if (it != newObjTable.end()) return &it->second;
+    if (moreNumbers && curFile == 0 && moreNumbers->findNumber(num, gen, foundNumber)) return &foundNumber;
+    return nullptr;
 }
 
 // The selection text: items "file:page", "file:page,page", "file:page~page",

@@ -2,6 +2,7 @@
 #include "pdfkiln_obj.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -92,6 +93,53 @@ std::istream& readPDFString(std::istream& in, std::string& token) {
         }
         token.push_back(c);
         got = static_cast<bool>(in.get(c));
+    }
+    return in;
+}
+
+// The reader above, on the bytes of a memory source: the same token, the same
+// read position and the same stream state, without a stream call per byte.
+std::istream& readPDFString(CSourFile& in, std::string& token) {
+    CMemoryBuf* m = in.memory();
+    if (!m || !in.good()) return readPDFString(static_cast<std::istream&>(in), token);
+    const char* p = m->cursor();
+    const char* const e = m->limit();
+    bool ended = false;  // a read met the end: the stream fails as get() would make it
+    char first = 0;
+    for (;;) {
+        if (p == e) {
+            first = 0;
+            ended = true;
+            break;
+        }
+        first = *p++;
+        if (charClass(first) != 1) break;
+    }
+    if (charClass(first) != 0) {
+        // A delimiter (or the end): "<<" and ">>" are two bytes, "/" starts a
+        // name, any other is a token of its own.
+        if (!ended && p != e && *p == first && (first == '<' || first == '>')) {
+            token.assign(p - 1, 2);
+            m->moveTo(p + 1);
+            return in;
+        }
+        if (first != '/') {
+            // The byte behind it was looked at: at the end that look fails.
+            token.assign(1, first);
+            m->moveTo(p);
+            if (p == e) in.setstate(std::ios::eofbit | std::ios::failbit);
+            return in;
+        }
+    }
+    // A regular run, or '/' and a regular run.
+    const char* const start = p - 1;
+    const char* q = p;
+    while (q != e && charClass(*q) == 0) ++q;
+    token.assign(start, static_cast<std::size_t>(q - start));
+    m->moveTo(q);
+    if (q == e) {
+        token.push_back('\0');
+        in.setstate(std::ios::eofbit | std::ios::failbit);
     }
     return in;
 }
@@ -690,7 +738,61 @@ bool CStringType::RedHexString(std::istream& in) {
     return true;
 }
 
+namespace {
+
+// What `in >> value` for an int does on the bytes [p, e): 0 failed with the
+// value untouched (nothing left to read), 1 failed with the value assigned,
+// 2 read, 3 read with the digits running to the end (the stream then stands
+// at its end, so the next extraction fails).
+int scanInt(const char*& p, const char* e, bool skipws, int& value) {
+    if (skipws)
+        while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+    if (p == e) return 0;
+    const char* q = p;
+    const bool negative = *q == '-';
+    if (*q == '+' || *q == '-') ++q;
+    const char* const digits = q;
+    long long magnitude = 0;
+    bool huge = false;
+    for (; q != e && *q >= '0' && *q <= '9'; ++q) {
+        if (!huge) {
+            magnitude = magnitude * 10 + (*q - '0');
+            huge = magnitude > (1LL << 40);
+        }
+    }
+    if (q == digits) {
+        value = 0;
+        return 1;
+    }
+    const long long v = negative ? -magnitude : magnitude;
+    if (huge || v > INT_MAX || v < INT_MIN) {
+        value = negative ? INT_MIN : INT_MAX;
+        return 1;
+    }
+    value = static_cast<int>(v);
+    p = q;
+    return q == e ? 3 : 2;
+}
+
+}  // namespace
+
 bool CObjRef::Read(CSourFile& in) {
+    if (CMemoryBuf* m = in.memory(); m && in.good()) {
+        // "num gen R" straight from the bytes; on failure the stream stays
+        // as it was, with the values that the extractions would have left.
+        isRef = false;
+        const bool skipws = (in.flags() & std::ios::skipws) != 0;
+        const char* p = m->cursor();
+        const char* const e = m->limit();
+        if (scanInt(p, e, skipws, num) != 2) return false;
+        if (scanInt(p, e, skipws, gen) != 2) return false;
+        if (skipws)
+            while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+        if (p == e || *p != 'R') return false;
+        m->moveTo(p + 1);
+        isRef = true;
+        return true;
+    }
     std::streampos start = in.tellg();
     isRef = false;
     char c = 0;

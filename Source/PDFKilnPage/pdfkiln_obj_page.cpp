@@ -597,18 +597,29 @@ bool CPage::getParentResource(CSourFile& in, SObj& start, SObj& found, std::vect
     found = SObj();
     direct.clear();
     while (at.num > 0 && seen.insert(at).second && static_cast<int>(seen.size()) <= kMaxChain) {
-        StreamRecover<CSourFile> keep(owner);
-        CPages node(SObj(at.num, at.gen));
-        node.fromStream(owner);
-        if (node.resourcesRef.num) {
-            found = SObj(node.resourcesRef.num, node.resourcesRef.gen);
+        // Each tree node is read once per opening: what it says about
+        // resources and its parent is kept for every later page under it.
+        auto known = owner.nodeResources.find(SObj(at.num, at.gen));
+        if (known == owner.nodeResources.end()) {
+            StreamRecover<CSourFile> keep(owner);
+            CPages node(SObj(at.num, at.gen));
+            node.fromStream(owner);
+            CSourFile::NodeResources learnt;
+            learnt.resources = SObj(node.resourcesRef.num, node.resourcesRef.gen);
+            learnt.direct = node.directResources;
+            learnt.parent = node.parentRef;
+            known = owner.nodeResources.emplace(SObj(at.num, at.gen), std::move(learnt)).first;
+        }
+        const CSourFile::NodeResources& node = known->second;
+        if (node.resources.num) {
+            found = node.resources;
             return true;
         }
-        if (!node.directResources.empty()) {
-            direct = node.directResources;
+        if (!node.direct.empty()) {
+            direct = node.direct;
             return true;
         }
-        at = node.parentRef;
+        at = node.parent;
     }
     return false;
 }
@@ -677,6 +688,7 @@ bool CPage::ReadObjs(CSourFile* owner, CSourFile& in, std::list<SObj>& work) {
                     copy.aux &= ~(kClassContents | kClassResources);
                     own.fileObjects.erase(it);
                     own.fileObjects.insert(copy);
+                    own.freshObjects.push_back(copy);
                 }
                 continue;
             }
@@ -776,6 +788,7 @@ void CSourFile::clearPageTree() {
     for (RectTD& r : inheritedBox) r = RectTD();
     inheritedRotate = 0;
     inheritedResources = inheritedFont = inheritedXObject = SObj();
+    nodeResources.clear();
 }
 
 int CSourFile::readPageTree() {
@@ -807,19 +820,11 @@ int CSourFile::readPageTree() {
     return kResultOk;
 }
 
+// The digest of a stream object (its text) is what a caller's stream map is
+// matched against; the numbering computes it when a map is set, so the
+// closure is not rendered twice here.
 void CSourFile::insertFileObject(SObj& o) {
-    if (o.text.empty() && !(o.aux & (kClassContents | kClassResources))) {
-        CSourFile& owner = root();
-        StreamRecover<CSourFile> keep(owner);
-        CDestFile sink{std::string()};
-        CObj obj(SObj(o.num, o.gen));
-        obj.flags |= CObj::kIndirect;
-        if (obj.LocalObj(sink, owner) && !sink.empty()) {
-            std::string digest;
-            if (CPDFKilnPage::isStreamObj(sink, digest)) o.text = digest;
-        }
-    }
-    fileObjects.insert(o);
+    if (fileObjects.insert(o).second) freshObjects.push_back(o);
 }
 
 void CSourFile::readPageClosure(const SObj& page) {

@@ -339,19 +339,49 @@ void CPDFKilnPage::setCurPageObj(int number, int generation) {
 // ---------------------------------------------------------------------------
 // Content and resources
 
+bool CPDFKilnPage::KnownNumbers::findNumber(int num, int gen, SObj& out) const {
+    const CSourFile* src = facade.source;
+    if (!src) return false;
+    auto entry = src->fileObjects.find(SObj(num, gen));
+    if (entry == src->fileObjects.end() || (entry->aux & 48)) return false;
+    const std::pair<int, int> k{num, gen};
+    auto a = facade.old2newMap.find(k);
+    if (a != facade.old2newMap.end()) {
+        out = SObj(a->second.first, a->second.second);
+        return true;
+    }
+    auto b = facade.deliveredMap.find(k);
+    if (b != facade.deliveredMap.end()) {
+        out = SObj(b->second.first, b->second.second);
+        return true;
+    }
+    return false;
+}
+
+std::vector<SObj> CPDFKilnPage::unnumberedObjects() const {
+    std::vector<SObj> fresh;
+    fresh.reserve(source->freshObjects.size());
+    for (const SObj& f : source->freshObjects) {
+        auto entry = source->fileObjects.find(f);
+        if (entry == source->fileObjects.end() || (entry->aux & 48)) continue;
+        const auto k = key(*entry);
+        if (old2newMap.count(k) || deliveredMap.count(k)) continue;
+        fresh.push_back(*entry);
+    }
+    std::sort(fresh.begin(), fresh.end());
+    fresh.erase(std::unique(fresh.begin(), fresh.end(),
+                            [](const SObj& a, const SObj& b) { return a.num == b.num && a.gen == b.gen; }),
+                fresh.end());
+    return fresh;
+}
+
+// Mapped entries come from the facade's maps through the sink's numbers
+// source; the others count up from the start number, in key order.
 void CPDFKilnPage::fillRenumbering(CDestFile& dest) const {
     dest.setRenumbering(true);
+    dest.moreNumbers = &knownNumbers;
     int counter = startObjNo;
-    for (const SObj& o : source->fileObjects) {
-        if (o.aux & 48) continue;
-        SObj target;
-        auto a = old2newMap.find(key(o));
-        auto b = deliveredMap.find(key(o));
-        if (a != old2newMap.end()) target = SObj(a->second.first, a->second.second);
-        else if (b != deliveredMap.end()) target = SObj(b->second.first, b->second.second);
-        else target = SObj(counter++, 0);
-        dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, target);
-    }
+    for (const SObj& o : unnumberedObjects()) dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(counter++, 0));
 }
 
 std::string CPDFKilnPage::getPageRootString(int newNumber) const {
@@ -362,7 +392,9 @@ std::string CPDFKilnPage::getPageRootString(int newNumber) const {
     std::set<SObj> climbed;
     std::string text;
     for (int step = 0; step < kMaxClimb && climbed.insert(cur).second; ++step) {
-        dest.insertNewObjTab(NewObjTable{0, 0, cur.num, cur.gen}, SObj(newNumber ? newNumber : cur.num, 0));
+        // A mapping the table has already stands.
+        if (!dest.newNumber(cur.num, cur.gen))
+            dest.insertNewObjTab(NewObjTable{0, 0, cur.num, cur.gen}, SObj(newNumber ? newNumber : cur.num, 0));
         dest.clear();
         if (newNumber) {
             dest.curObj = SObj(newNumber, 0);
@@ -583,12 +615,16 @@ int CPDFKilnPage::setStartObjNo(int start) {
     getEncryptInfo(dest.fileInfo.encrypt);
 
     // Numbering: known mappings first, then streams the caller already has,
-    // then the next free number.
+    // then the next free number. Mapped entries are consulted where they
+    // stand, in the facade's maps; only a stream map makes every entry of
+    // the closure be looked at again.
+    dest.moreNumbers = &knownNumbers;
     int counter = start;
-    for (const SObj& o : source->fileObjects) {
-        if (o.aux & 48) continue;
-        const auto k = key(o);
-        if (streamObjMap) {
+    std::vector<SObj> fresh;
+    if (streamObjMap) {
+        for (const SObj& o : source->fileObjects) {
+            if (o.aux & 48) continue;
+            const auto k = key(o);
             std::string digest = o.text;
             if (digest.empty()) {
                 CDestFile look{std::string()};
@@ -604,14 +640,15 @@ int CPDFKilnPage::setStartObjNo(int start) {
                 deliveredMap.insert({k, hit->second});
                 continue;
             }
+            if (old2newMap.count(k) || deliveredMap.count(k)) continue;
+            dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(counter++, 0));
+            fresh.push_back(o);
         }
-        auto a = old2newMap.find(k);
-        auto b = deliveredMap.find(k);
-        if (a != old2newMap.end()) dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(a->second.first, a->second.second));
-        else if (b != deliveredMap.end())
-            dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(b->second.first, b->second.second));
-        else dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(counter++, 0));
+    } else {
+        fresh = unnumberedObjects();
+        for (const SObj& o : fresh) dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(counter++, 0));
     }
+    source->freshObjects.clear();
     for (auto& c : source->createdObjects) {
         c.second = SObj(counter++, 0);
         dest.insertNewObjTab(NewObjTable{0, 0, c.first.num, c.first.gen}, c.second);
@@ -619,10 +656,8 @@ int CPDFKilnPage::setStartObjNo(int start) {
 
     // Text: every object not delivered before.
     int local = start;
-    for (const SObj& o : source->fileObjects) {
-        if (o.aux & 48) continue;
+    for (const SObj& o : fresh) {
         const auto k = key(o);
-        if (old2newMap.count(k) || deliveredMap.count(k)) continue;
         const SObj* mapped = dest.newNumber(o.num, o.gen);
         const SObj target = mapped ? SObj(mapped->num, mapped->gen) : SObj(local, 0);
         const std::size_t before = dest.size();

@@ -17,9 +17,13 @@ const char* const kVersions[] = {"%PDF-1.0", "%PDF-1.1", "%PDF-1.2", "%PDF-1.3",
 
 CSourFile::CSourFile(std::istream& in) : std::istream(nullptr) {
     init(in.rdbuf());
+    memory_ = dynamic_cast<CMemoryBuf*>(in.rdbuf());
 }
 
-CSourFile::CSourFile(std::streambuf* buf) : std::istream(nullptr) { init(buf); }
+CSourFile::CSourFile(std::streambuf* buf) : std::istream(nullptr) {
+    init(buf);
+    memory_ = dynamic_cast<CMemoryBuf*>(buf);
+}
 
 CSourFile::~CSourFile() { clearPageTree(); }
 

@@ -131,14 +131,37 @@ bool selectPages(const std::string& text, int count, std::vector<int>& out) {
     return true;
 }
 
+// One deflate state for the whole run, reset between streams: setting a
+// state up costs more than compressing a page's content.
+class Deflater {
+public:
+    Deflater() { ok_ = deflateInit(&z_, 6) == Z_OK; }
+    ~Deflater() {
+        if (ok_) deflateEnd(&z_);
+    }
+    Deflater(const Deflater&) = delete;
+    Deflater& operator=(const Deflater&) = delete;
+
+    std::string run(const std::string& data) {
+        if (!ok_ || deflateReset(&z_) != Z_OK) return std::string();
+        std::string out(deflateBound(&z_, static_cast<uLong>(data.size())), '\0');
+        z_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
+        z_.avail_in = static_cast<uInt>(data.size());
+        z_.next_out = reinterpret_cast<Bytef*>(&out[0]);
+        z_.avail_out = static_cast<uInt>(out.size());
+        if (::deflate(&z_, Z_FINISH) != Z_STREAM_END) return std::string();
+        out.resize(out.size() - z_.avail_out);
+        return out;
+    }
+
+private:
+    z_stream z_{};
+    bool ok_ = false;
+};
+
 std::string deflate(const std::string& data) {
-    uLongf size = compressBound(static_cast<uLong>(data.size()));
-    std::string out(size, '\0');
-    if (compress2(reinterpret_cast<Bytef*>(&out[0]), &size, reinterpret_cast<const Bytef*>(data.data()),
-                  static_cast<uLong>(data.size()), 6) != Z_OK)
-        return std::string();
-    out.resize(size);
-    return out;
+    static Deflater state;
+    return state.run(data);
 }
 
 std::string num(double v) {
