@@ -24,8 +24,12 @@ void usage(FILE* out) {
         "                                      the page's decoded content streams, joined\n"
         "  find FILE /Key[:type]...            deep search from the catalog; type is one of boolean number\n"
         "                                      string name array dictionary null stream reference none\n"
-        "  jbig2 IN -o OUT.png|OUT.pbm [--embedded]\n"
-        "                                      decode a JBIG2 file or embedded stream to an image\n",
+        "  jbig2 IN -o OUT.png|OUT.pbm [--embedded [--globals G]]\n"
+        "                                      decode a JBIG2 file or embedded stream to an image;\n"
+        "                                      with --globals G, by JBIG2Dec with /JBIG2Globals G\n"
+        "  jbig2 FILE.pdf (--object N | --all) -o OUT.png|OUT.pbm\n"
+        "                                      image object N (or every JBIG2 image, OUT-N.png or\n"
+        "                                      OUT with N for %d) through Jbig2ToRGB_New\n",
         out);
 }
 

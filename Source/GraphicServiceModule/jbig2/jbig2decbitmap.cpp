@@ -61,7 +61,8 @@ JBIG2Bitmap::JBIG2Bitmap(uint32_t segNumA, int wA, int hA) : JBIG2Segment(segNum
     const uint64_t lineBytes = (static_cast<uint64_t>(wA) + 7) >> 3;
     const uint64_t bytes = lineBytes * static_cast<uint64_t>(hA);
     if (bytes >= 0x7FFFFFFEull || bytes > JBIG2DecBudget::maxBitmapBytes()) throw JBIG2DecStop();
-    JBIG2DecBudget::charge(bytes + kBitmapOverhead);
+    // Rows cost a unit each too, so that rasters of width 0 are not free.
+    JBIG2DecBudget::charge(bytes + static_cast<uint64_t>(hA) + kBitmapOverhead);
     // One byte more than the rows, always 0: reads one byte past a row stay inside.
     data = static_cast<unsigned char*>(std::calloc(static_cast<std::size_t>(bytes) + 1, 1));
     if (!data) throw JBIG2DecStop();

@@ -65,7 +65,7 @@ JBIG2Bitmap* JBIG2Dec::readGenericBitmap(bool mmr, int w, int h, int templ, bool
                                          const JBIG2Bitmap* skip, const int* atx, const int* aty,
                                          int64_t mmrDataLength) {
     // Decoding costs its pixels (a unit per 8) beyond the raster itself.
-    JBIG2DecBudget::charge((static_cast<uint64_t>(w) * static_cast<uint64_t>(h) >> 3) + 1);
+    JBIG2DecBudget::charge((static_cast<uint64_t>(w) * static_cast<uint64_t>(h) >> 3) + static_cast<uint64_t>(h) + 1);
     if (mmr) return readMMRBitmap(w, h, mmrDataLength);
     std::unique_ptr<JBIG2Bitmap> bitmap(new JBIG2Bitmap(0, w, h));
     JBIG2Bitmap* bm = bitmap.get();

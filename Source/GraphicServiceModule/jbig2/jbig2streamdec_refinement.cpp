@@ -50,7 +50,7 @@ void JBIG2Dec::readGenericRefinementRegionSeg(uint32_t segNum, bool imm, const u
 JBIG2Bitmap* JBIG2Dec::readGenericRefinementRegion(int w, int h, int templ, bool tpgrOn, const JBIG2Bitmap* ref,
                                                    int refDX, int refDY, const int* atx, const int* aty) {
     // Refining costs its pixels (a unit per 4: each reads thirteen) beyond the raster.
-    JBIG2DecBudget::charge((static_cast<uint64_t>(w) * static_cast<uint64_t>(h) >> 2) + 1);
+    JBIG2DecBudget::charge((static_cast<uint64_t>(w) * static_cast<uint64_t>(h) >> 2) + static_cast<uint64_t>(h) + 1);
     std::unique_ptr<JBIG2Bitmap> bitmap(new JBIG2Bitmap(0, w, h));
     JBIG2Bitmap* bm = bitmap.get();
     JArithmeticDecoderStats* stats = &refinementRegionStats;
