@@ -4,7 +4,9 @@
 #define PDFKILN_JBIG2_ARITHMETICDECODER_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 
 #include "datareader.h"
 
@@ -164,6 +166,29 @@ protected:
     }
 };
 
+// A zeroed table of contexts. It comes from calloc, which hands over fresh
+// pages for a large table without writing them: a 65536-entry table of
+// generic template 0 costs only the pages its contexts touch. Throws
+// JBIG2_OUT_OF_MEMORY when the table can't be had.
+class ContextTable {
+public:
+    ContextTable() = default;
+    explicit ContextTable(std::size_t count) { assign(count); }
+    ~ContextTable() { std::free(m_data); }
+    ContextTable(const ContextTable&) = delete;
+    ContextTable& operator=(const ContextTable&) = delete;
+
+    void assign(std::size_t count);
+    // Gives the memory back: a kept segment needs no contexts once decoded.
+    void release();
+    unsigned short* data() const { return m_data; }
+    std::size_t size() const { return m_size; }
+
+private:
+    unsigned short* m_data = nullptr;
+    std::size_t m_size = 0;
+};
+
 // Integer decoding procedure of Annex A.2 with its own 512 contexts.
 class IntArithmeticDecoder : public ArithmeticDecoder {
 public:
@@ -191,7 +216,7 @@ public:
 
 private:
     unsigned int m_codeLength;
-    unsigned short* m_idContexts;
+    ContextTable m_idContexts;
 };
 
 }  // namespace jbig2

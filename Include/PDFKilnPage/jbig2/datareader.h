@@ -84,11 +84,32 @@ public:
     // The big-endian word at the byte position, which then moves by 4.
     uint32_t getNextDWord();
     // The big-endian word at a byte offset; zero bytes past the size.
-    uint32_t getNextDWord(uint32_t offset) const;
+    uint32_t getNextDWord(uint32_t offset) const {
+        if (offset < m_size && m_size - offset > 4) {
+            const unsigned char* p = m_data + offset;
+            return (static_cast<uint32_t>(p[0]) << 24) | (static_cast<uint32_t>(p[1]) << 16) |
+                   (static_cast<uint32_t>(p[2]) << 8) | p[3];
+        }
+        return getNextDWordAtEnd(offset);
+    }
     // The next 32 bits from the bit position, without moving.
-    uint32_t peekNextDWord() const;
+    uint32_t peekNextDWord() const {
+        if (m_bitsUsed == 0) return m_word;
+        return (m_word << m_bitsUsed) | (getNextDWord(m_pos + 4) >> (32 - m_bitsUsed));
+    }
     // Advances the bit position by n bits.
-    void getNBitsMore(uint32_t n);
+    void getNBitsMore(uint32_t n) {
+        uint64_t bit = static_cast<uint64_t>(m_pos) * 8 + m_bitsUsed + n;
+        // Positions far past the end all read zero; keep the counters bounded.
+        const uint64_t limit = (static_cast<uint64_t>(m_size) + 8) * 8;
+        if (bit > limit) bit = limit;
+        const uint32_t pos = static_cast<uint32_t>(bit >> 3);
+        m_bitsUsed = static_cast<uint32_t>(bit & 7);
+        if (pos != m_pos) {
+            m_pos = pos;
+            m_word = getNextDWord(m_pos);
+        }
+    }
     // The word that holds the bits ready for examining.
     uint32_t getWord() const { return m_word; }
     // One bit of a packed row, most significant first.
@@ -102,6 +123,9 @@ public:
     uint32_t getSize() const { return m_size; }
 
 protected:
+    // getNextDWord near and past the end, a byte at a time.
+    uint32_t getNextDWordAtEnd(uint32_t offset) const;
+
     const unsigned char* m_data;
     uint32_t m_size;
     uint32_t m_pos;       // byte position of m_word

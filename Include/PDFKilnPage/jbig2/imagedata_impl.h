@@ -53,11 +53,16 @@ inline void storeBigEndian(unsigned char* p, uint64_t v) {
 // Destination bytes first..last of one row; source byte k+(b-first) holds,
 // from bit `shift` on, the eight source pixels that land on byte b. Only the
 // end bytes can reach past the source row (their masks drop those bits), so
-// only they are read with bounds.
-template <int Op>
+// only they are read with bounds, and not even they when the rectangle
+// keeps clear of the row's ends (Inside).
+template <int Op, bool Inside>
+#if defined(__GNUC__)
+__attribute__((always_inline))
+#endif
 inline void composeRow(unsigned char* drow, const unsigned char* srow, int64_t sstride, int64_t first, int64_t last,
                        int64_t k, unsigned int shift, unsigned int firstMask, unsigned int lastMask) {
     auto fetch = [&](int64_t at) -> unsigned int {
+        if (Inside) return ((static_cast<unsigned int>(srow[at]) << 8 | (shift ? srow[at + 1] : 0u)) << shift) >> 8;
         const unsigned int hi = (at >= 0 && at < sstride) ? srow[at] : 0u;
         const unsigned int lo = (shift && at + 1 >= 0 && at + 1 < sstride) ? srow[at + 1] : 0u;
         return ((hi << 8 | lo) << shift) >> 8;
@@ -102,9 +107,24 @@ void composeRows(unsigned char* dst, int64_t dstride, const unsigned char* src, 
     const unsigned int shift = static_cast<unsigned int>(sbit & 7);
     const unsigned int firstMask = 0xFFu >> (x & 7);
     const unsigned int lastMask = (0xFFu << (7 - ((x + w - 1) & 7))) & 0xFFu;
-    for (int64_t r = 0; r < h; ++r)
-        composeRow<Op>(dst + (y + r) * dstride, src + (sy0 + r) * sstride, sstride, first, last, k, shift, firstMask,
-                       lastMask);
+    const bool inside = k >= 0 && k + (last - first) + (shift ? 1 : 0) < sstride;
+    if (inside && shift == 0 && firstMask == 0xFF && lastMask == 0xFF) {
+        // Whole bytes onto whole bytes, as patterns and most symbols go.
+        const int64_t n = last - first + 1;
+        for (int64_t r = 0; r < h; ++r) {
+            unsigned char* d = dst + (y + r) * dstride + first;
+            const unsigned char* s = src + (sy0 + r) * sstride + k;
+            for (int64_t i = 0; i < n; ++i) d[i] = static_cast<unsigned char>(combine<Op, unsigned int>(d[i], s[i]));
+        }
+    } else if (inside) {
+        for (int64_t r = 0; r < h; ++r)
+            composeRow<Op, true>(dst + (y + r) * dstride, src + (sy0 + r) * sstride, sstride, first, last, k, shift,
+                                 firstMask, lastMask);
+    } else {
+        for (int64_t r = 0; r < h; ++r)
+            composeRow<Op, false>(dst + (y + r) * dstride, src + (sy0 + r) * sstride, sstride, first, last, k, shift,
+                                  firstMask, lastMask);
+    }
 }
 
 }  // namespace composing

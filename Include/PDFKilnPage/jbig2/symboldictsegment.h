@@ -44,7 +44,7 @@ struct SymbolDictDecodeVar {
     HuffmanTable tableA;  // export runs and refinement sizes of Huffman mode
     unsigned int codeLength = 0;
     // Generic region contexts, running on across all symbols.
-    std::vector<unsigned short> genericContexts;
+    ContextTable genericContexts;
     // The decoders of refinement and aggregate coding: IAID, IARDX, IARDY and
     // the rest of the text region set, shared with asTextRegion.
     TextRegionDecodeVar text;

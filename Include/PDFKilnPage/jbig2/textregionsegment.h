@@ -65,7 +65,7 @@ struct TextRegionDecodeVar {
     std::unique_ptr<HuffmanTable> symbolIdTable;
     unsigned int codeLength = 0;
     // Refinement contexts, shared by every refined instance.
-    std::vector<unsigned short> refinementContexts;
+    ContextTable refinementContexts;
 
     // Builds this region's own decoders on the rest of the view: one
     // arithmetic state, or the Huffman reader with the symbol ID table read

@@ -95,21 +95,31 @@ int IntArithmeticDecoder::decode(ArithmeticDecoderState& s, bool& oob) {
     return value;
 }
 
-IAIDArithmeticDecoder::IAIDArithmeticDecoder(unsigned int codeLength)
-    : m_codeLength(codeLength), m_idContexts(nullptr) {
+void ContextTable::release() {
+    std::free(m_data);
+    m_data = nullptr;
+    m_size = 0;
+}
+
+void ContextTable::assign(std::size_t count) {
+    release();
+    m_data = static_cast<unsigned short*>(std::calloc(count ? count : 1, sizeof(unsigned short)));
+    if (!m_data) throw JBIG2_OUT_OF_MEMORY;
+    m_size = count;
+}
+
+IAIDArithmeticDecoder::IAIDArithmeticDecoder(unsigned int codeLength) : m_codeLength(codeLength) {
     if (codeLength > 30) throw JBIG2_OUT_OF_MEMORY;
     const std::size_t count = static_cast<std::size_t>(1) << codeLength;
     checkAllocation(static_cast<uint64_t>(count) * sizeof(unsigned short));
-    m_idContexts = new (std::nothrow) unsigned short[count];
-    if (!m_idContexts) throw JBIG2_OUT_OF_MEMORY;
-    std::memset(m_idContexts, 0, count * sizeof(unsigned short));
+    m_idContexts.assign(count);
 }
 
-IAIDArithmeticDecoder::~IAIDArithmeticDecoder() { delete[] m_idContexts; }
+IAIDArithmeticDecoder::~IAIDArithmeticDecoder() {}
 
 void IAIDArithmeticDecoder::decode(ArithmeticDecoderState& s, unsigned int& value) {
     uint32_t prev = 1;
-    for (unsigned int i = 0; i < m_codeLength; ++i) prev = (prev << 1) | static_cast<uint32_t>(decodebit(s, m_idContexts[prev]));
+    for (unsigned int i = 0; i < m_codeLength; ++i) prev = (prev << 1) | static_cast<uint32_t>(decodebit(s, m_idContexts.data()[prev]));
     value = prev - (static_cast<uint32_t>(1) << m_codeLength);
 }
 

@@ -65,12 +65,7 @@ DataReader::DataReader(const unsigned char* data, uint32_t size)
 
 DataReader::~DataReader() {}
 
-uint32_t DataReader::getNextDWord(uint32_t offset) const {
-    if (offset < m_size && m_size - offset > 4) {
-        const unsigned char* p = m_data + offset;
-        return (static_cast<uint32_t>(p[0]) << 24) | (static_cast<uint32_t>(p[1]) << 16) |
-               (static_cast<uint32_t>(p[2]) << 8) | p[3];
-    }
+uint32_t DataReader::getNextDWordAtEnd(uint32_t offset) const {
     uint32_t v = 0;
     for (uint32_t i = 0; i < 4; ++i) {
         v <<= 8;
@@ -84,21 +79,6 @@ uint32_t DataReader::getNextDWord() {
     const uint32_t v = getNextDWord(m_pos);
     getNBitsMore(32);
     return v;
-}
-
-uint32_t DataReader::peekNextDWord() const {
-    if (m_bitsUsed == 0) return m_word;
-    return (m_word << m_bitsUsed) | (getNextDWord(m_pos + 4) >> (32 - m_bitsUsed));
-}
-
-void DataReader::getNBitsMore(uint32_t n) {
-    uint64_t bit = static_cast<uint64_t>(m_pos) * 8 + m_bitsUsed + n;
-    // Positions far past the end all read zero; keep the counters bounded.
-    const uint64_t limit = (static_cast<uint64_t>(m_size) + 8) * 8;
-    if (bit > limit) bit = limit;
-    m_pos = static_cast<uint32_t>(bit >> 3);
-    m_bitsUsed = static_cast<uint32_t>(bit & 7);
-    m_word = getNextDWord(m_pos);
 }
 
 uint32_t DataReader::bytesConsumed() const {

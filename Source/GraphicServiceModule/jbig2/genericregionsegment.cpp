@@ -17,6 +17,7 @@
 #include "jbig2/genericregionsegment.h"
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -48,7 +49,7 @@ unsigned int GenericRegionSegment::contextSize(int templ) {
 }
 
 void GenericRegionSegment::releaseContexts() {
-    if (!m_externalContexts) delete[] m_contexts;
+    if (!m_externalContexts) std::free(m_contexts);
     m_contexts = nullptr;
     m_externalContexts = false;
 }
@@ -68,9 +69,9 @@ void GenericRegionSegment::createContentTable() {
     if (m_externalContexts && m_contexts) return;  // supplied from outside
     releaseContexts();
     const std::size_t n = static_cast<std::size_t>(1) << contextSize(m_param.templ);
-    m_contexts = new (std::nothrow) unsigned short[n];
+    // calloc: a large table costs only the pages its contexts touch.
+    m_contexts = static_cast<unsigned short*>(std::calloc(n, sizeof(unsigned short)));
     if (!m_contexts) throw JBIG2_OUT_OF_MEMORY;
-    std::memset(m_contexts, 0, n * sizeof(unsigned short));
 }
 
 ImageProcessor<ImageDataBits>* GenericRegionSegment::takeImage() {

@@ -44,23 +44,26 @@ void checkAllocation(uint64_t bytes) {
 ImageDataBits* ImageDataBits::create(uint32_t stride, uint32_t height) {
     const uint64_t bytes = static_cast<uint64_t>(stride) * height;
     checkAllocation(bytes);
-    ImageDataBits* d = new (std::nothrow) ImageDataBits;
-    if (!d) throw JBIG2_OUT_OF_MEMORY;
-    // Never a null buffer, so empty images need no special cases.
-    d->data = new (std::nothrow) unsigned char[bytes ? static_cast<std::size_t>(bytes) : 1];
-    if (!d->data) {
-        delete d;
-        throw JBIG2_OUT_OF_MEMORY;
-    }
+    // The record and its pixels in one block: rasters are made by the
+    // thousand (symbols, patterns), and each allocation counts. Never a
+    // null buffer, so empty images need no special cases.
+    const std::size_t total = sizeof(ImageDataBits) + static_cast<std::size_t>(bytes ? bytes : 1);
+    void* block = ::operator new(total, std::nothrow);
+    if (!block) throw JBIG2_OUT_OF_MEMORY;
+    ImageDataBits* d = new (block) ImageDataBits;
+    d->data = static_cast<unsigned char*>(block) + sizeof(ImageDataBits);
     d->stride = stride;
     d->height = height;
     return d;
 }
 
-ImageDataBits::~ImageDataBits() { delete[] data; }
+ImageDataBits::~ImageDataBits() {}
 
 void ImageDataBits::release() {
-    if (--refcount <= 0) delete this;
+    if (--refcount <= 0) {
+        this->~ImageDataBits();
+        ::operator delete(this);
+    }
 }
 
 }  // namespace jbig2

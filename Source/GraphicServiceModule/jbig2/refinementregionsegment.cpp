@@ -8,6 +8,7 @@
 // (dx,dy), (dx-1,dy), (dx,dy-1).
 #include "jbig2/refinementregionsegment.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -35,7 +36,7 @@ GenericRefinementRegionSegment::~GenericRefinementRegionSegment() {
 }
 
 void GenericRefinementRegionSegment::releaseContexts() {
-    if (!m_externalContexts) delete[] m_contexts;
+    if (!m_externalContexts) std::free(m_contexts);
     m_contexts = nullptr;
     m_externalContexts = false;
 }
@@ -50,9 +51,9 @@ void GenericRefinementRegionSegment::createReferenceContext() {
     if (m_externalContexts && m_contexts) return;
     releaseContexts();
     const std::size_t n = static_cast<std::size_t>(1) << referenceContextSize(m_param.templ);
-    m_contexts = new (std::nothrow) unsigned short[n];
+    // calloc: a large table costs only the pages its contexts touch.
+    m_contexts = static_cast<unsigned short*>(std::calloc(n, sizeof(unsigned short)));
     if (!m_contexts) throw JBIG2_OUT_OF_MEMORY;
-    std::memset(m_contexts, 0, n * sizeof(unsigned short));
 }
 
 ImageProcessor<ImageDataBits>* GenericRefinementRegionSegment::takeImage() {

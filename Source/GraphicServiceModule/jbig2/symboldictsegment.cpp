@@ -86,13 +86,12 @@ void SymbolDictDecodeVar::parse(StepDataReader& reader, const SymbolDictParams& 
         ownState->init();
         state = ownState.get();
         text.state = state;
-        genericContexts.assign(static_cast<std::size_t>(1) << GenericRegionSegment::contextSize(params.SDTEMPLATE),
-                               0);
+        genericContexts.assign(static_cast<std::size_t>(1) << GenericRegionSegment::contextSize(params.SDTEMPLATE));
     }
     if (params.SDREFAGG) {
         text.codeLength = codeLength;
         if (!params.SDHUFF) text.IAID.reset(new IAIDArithmeticDecoder(codeLength));
-        text.refinementContexts.assign(static_cast<std::size_t>(1) << 13, 0);
+        text.refinementContexts.assign(static_cast<std::size_t>(1) << 13);
     }
 }
 
@@ -367,6 +366,10 @@ void SymbolDictSegment::decode(StepDataReader& reader) {
         }
     }
     decodeExports(all, inputCount, newSymbols);
+    // The dictionary stays for the segments that refer to it, but its
+    // contexts are done with: their memory goes to the next segment.
+    v.genericContexts.release();
+    v.text.refinementContexts.release();
 }
 
 }  // namespace jbig2

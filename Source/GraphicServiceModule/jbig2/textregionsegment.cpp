@@ -100,7 +100,8 @@ void TextRegionParams::setAggregateTables() {
 }
 
 void TextRegionDecodeVar::parse(StepDataReader& reader, TextRegionParams& params, unsigned int symbolCount) {
-    refinementContexts.assign(static_cast<std::size_t>(1) << 13, 0);
+    // Only refined instances use them.
+    if (params.SBREFINE) refinementContexts.assign(static_cast<std::size_t>(1) << 13);
     const std::size_t rest = reader.remaining();
     if (!params.SBHUFF) {
         codeLength = symbolCodeLength(symbolCount);
@@ -173,6 +174,7 @@ void TextRegionSegment::decode(StepDataReader& reader, const std::vector<const S
     image->create(m_params.region.width, m_params.region.height);
     if (m_params.SBDEFPIXEL) image->fill(0xFF);
     decodeInstances(m_params, m_var, symbols, *image);
+    m_var.refinementContexts.release();  // a kept region needs them no more
     delete m_result;
     m_result = image.release();
 }
