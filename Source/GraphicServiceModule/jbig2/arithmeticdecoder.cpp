@@ -49,17 +49,17 @@ void IntArithmeticDecoder::reset() {
     m_prev = 1;
 }
 
-bool IntArithmeticDecoder::decode(ArithmeticDecoderState& s, int& value) {
-    m_prev = 1;
+bool IntArithmeticDecoder::decode(ArithmeticDecoderState& shared, int& value) {
+    // The registers and PREV in locals for the whole integer, as in the
+    // region decoders.
+    ArithmeticDecoderState s = shared;
+    uint32_t prev = 1;
     auto bit = [&]() {
-        const int b = decodebit(s, m_contexts[m_prev]);
-        if (m_prev < 256)
-            m_prev = (m_prev << 1) | b;
-        else
-            m_prev = (((m_prev << 1) | b) & 0x1FF) | 0x100;
+        const uint32_t b = static_cast<uint32_t>(decodebit(s, m_contexts[prev]));
+        prev = prev < 256 ? (prev << 1) | b : (((prev << 1) | b) & 0x1FF) | 0x100;
         return b;
     };
-    const int sign = bit();
+    const uint32_t sign = bit();
     int bits, offset;
     if (!bit()) {
         bits = 2;
@@ -81,7 +81,9 @@ bool IntArithmeticDecoder::decode(ArithmeticDecoderState& s, int& value) {
         offset = 4436;
     }
     uint32_t v = 0;
-    for (int i = 0; i < bits; ++i) v = (v << 1) | static_cast<uint32_t>(bit());
+    for (int i = 0; i < bits; ++i) v = (v << 1) | bit();
+    shared = s;
+    m_prev = static_cast<int>(prev);
     // Wrap-around arithmetic for the 32-bit case keeps hostile values defined.
     const uint32_t magnitude = v + static_cast<uint32_t>(offset);
     if (sign && magnitude == 0) return true;
@@ -117,9 +119,12 @@ IAIDArithmeticDecoder::IAIDArithmeticDecoder(unsigned int codeLength) : m_codeLe
 
 IAIDArithmeticDecoder::~IAIDArithmeticDecoder() {}
 
-void IAIDArithmeticDecoder::decode(ArithmeticDecoderState& s, unsigned int& value) {
+void IAIDArithmeticDecoder::decode(ArithmeticDecoderState& shared, unsigned int& value) {
+    ArithmeticDecoderState s = shared;
+    unsigned short* const cx = m_idContexts.data();
     uint32_t prev = 1;
-    for (unsigned int i = 0; i < m_codeLength; ++i) prev = (prev << 1) | static_cast<uint32_t>(decodebit(s, m_idContexts.data()[prev]));
+    for (unsigned int i = 0; i < m_codeLength; ++i) prev = (prev << 1) | static_cast<uint32_t>(decodebit(s, cx[prev]));
+    shared = s;
     value = prev - (static_cast<uint32_t>(1) << m_codeLength);
 }
 

@@ -114,8 +114,17 @@ class ReferenceRows {
 public:
     ReferenceRows(const ImageProcessor<ImageDataBits>* ref, int64_t dx, uint32_t regionStride)
         : m_ref(ref), m_dx(dx), m_bytes(static_cast<std::size_t>(regionStride) + 4) {
-        m_buffer.assign(3 * m_bytes, 0);
+        // Symbols are refined by the thousand, mostly narrow: their rows
+        // fit in the object itself.
+        if (3 * m_bytes > sizeof(m_inline)) {
+            m_buffer.assign(3 * m_bytes, 0);
+            m_base = m_buffer.data();
+        } else {
+            m_base = m_inline;
+        }
     }
+    ReferenceRows(const ReferenceRows&) = delete;
+    ReferenceRows& operator=(const ReferenceRows&) = delete;
 
     // Rows ry-1, ry and ry+1 of the reference; `ry` moves down one row a call
     // after the first.
@@ -143,7 +152,7 @@ public:
 
 private:
     unsigned char* line(int k) {
-        m_lines[k] = m_buffer.data() + static_cast<std::size_t>(k) * m_bytes;
+        m_lines[k] = m_base + static_cast<std::size_t>(k) * m_bytes;
         return m_lines[k];
     }
 
@@ -176,7 +185,9 @@ private:
     const ImageProcessor<ImageDataBits>* m_ref;
     int64_t m_dx;
     std::size_t m_bytes;
+    unsigned char m_inline[3 * 68];
     std::vector<unsigned char> m_buffer;
+    unsigned char* m_base;
     unsigned char* m_lines[3] = {nullptr, nullptr, nullptr};
 };
 
