@@ -584,8 +584,10 @@ Bytes fromHex(const char* hex) {
 
 // Inputs of fuzz_jbig2_globals's form (a length byte L, then the globals,
 // R*L/255 bytes, then the data) that once ran for seconds: a symbol
-// dictionary of ever wider symbols (decoding was not charged per pixel), and
-// a generic region of width 0 and 2^31-1 rows (rows cost nothing).
+// dictionary of ever wider symbols (decoding was not charged per pixel), a
+// generic region of width 0 and 2^31-1 rows (rows cost nothing), and an MMR
+// region of 0 rows and a width near 2^31 (whose working rows were reserved by
+// the width: 8 GB).
 const char* const kSlowInputs[] = {
         "c3000000010001010000016800150000000500000005f25dfbf7fa16f240ca81c20c20e1061074d3a69fe9a7fa69ffff"
         "ffff69afda6bf69ab4d430830a18418511e0f75f800000067e9240f94a2841c20e9d3f4fd3f5ad775ad7d69d69f84eb0"
@@ -601,9 +603,13 @@ const char* const kSlowInputs[] = {
         "cf76c5a8e78d06ed574c5bf2a9a09e6ba12d5447eff03719254c2af63bff0000018f000001900000000000000000000a"
         "11feb6c164a66a68066bc68da504cd4867940d6bcc4b48fcfba8032d4c6e850b0be0077d110bf010abd852c9e0e95457"
         "0d9df42030b93cb09c36cd4251edbae81c766450f8e1961bb8c864d73ea299f98c39ce0ef6ce40094d96dab175963af6"
-        "b02c42ec0809ffac0000000231000100000000"};
+        "b02c42ec0809ffac0000000231000100000000",
+        "0000000000300001000000130000018f0000019000000000000000000100000000000127000100007cd67ef171a00000"
+        "0000000001dab4c6b792880d836d0968212632e7d05f6e94eff6279d83b6a049ff3713885b4887e5bdb45e8a1ae1ee46"
+        "0d0714905fffac0000000231000100000000"
+};
 
-TEST(Jbig2DecBounds, InputsTheFuzzerFoundEndQuickly) {
+TEST(Jbig2DecBounds, InputsTheFuzzerFoundEndQuicklyAndSmall) {
     for (const char* hex : kSlowInputs) {
         const Bytes in = fromHex(hex);
         const std::size_t rest = in.size() - 1, split = rest * in[0] / 255;

@@ -64,6 +64,8 @@ public:
 private:
     void readStream(const std::string& bytes);
     void readSegments();
+    // Bytes left in the stream being read.
+    uint64_t streamLeft();
     bool streamRead(unsigned char* buf, std::size_t n);
     bool streamReadUByte(unsigned* x);
     bool streamReadUWord(unsigned* x);

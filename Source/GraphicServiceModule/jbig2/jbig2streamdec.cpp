@@ -3,6 +3,7 @@
 // and the exported C entry Jbig2ToRGB_New.
 #include "jbig2/jbig2streamdec.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <istream>
@@ -83,6 +84,16 @@ int JBIG2Dec::getBlock(char* blk, int size) {
     return n;
 }
 
+uint64_t JBIG2Dec::streamLeft() {
+    if (!curStr) return 0;
+    const std::istream::pos_type here = curStr->tellg();
+    if (here == std::istream::pos_type(-1)) return 0;
+    curStr->seekg(0, std::ios::end);
+    const std::istream::pos_type end = curStr->tellg();
+    curStr->seekg(here);
+    return end == std::istream::pos_type(-1) || end < here ? 0 : static_cast<uint64_t>(end - here);
+}
+
 bool JBIG2Dec::streamRead(unsigned char* buf, std::size_t n) {
     if (!curStr || n == 0) return n == 0;
     curStr->read(reinterpret_cast<char*>(buf), static_cast<std::streamsize>(n));
@@ -160,15 +171,7 @@ void JBIG2Dec::readSegments() {
         const unsigned refSize = segNum <= 256 ? 1 : segNum <= 65536 ? 2 : 4;
         // Every referred number takes at least a byte, so the count is
         // bounded by what is left before it becomes an allocation.
-        {
-            const std::istream::pos_type here = curStr->tellg();
-            curStr->seekg(0, std::ios::end);
-            const std::istream::pos_type end = curStr->tellg();
-            curStr->seekg(here);
-            if (here == std::istream::pos_type(-1) || end == std::istream::pos_type(-1) ||
-                static_cast<uint64_t>(nRefSegs) * refSize > static_cast<uint64_t>(end - here))
-                break;
-        }
+        if (static_cast<uint64_t>(nRefSegs) * refSize > streamLeft()) break;
         uint32_t* refSegs = static_cast<uint32_t*>(std::malloc((nRefSegs ? nRefSegs : 1) * sizeof(uint32_t)));
         if (!refSegs) break;
         std::unique_ptr<uint32_t, decltype(&std::free)> refHolder(refSegs, &std::free);
@@ -210,24 +213,13 @@ void JBIG2Dec::readSegments() {
         }
 
         // The segment's data, as much of it as the input holds: every read of
-        // the handlers is bounded by this view.
-        segData.resize(segLength <= (64u << 20) ? segLength : 0);
+        // the handlers is bounded by this view, and the length read from the
+        // header never becomes an allocation larger than the input.
+        const uint64_t want = std::min<uint64_t>(segLength, streamLeft());
+        segData.resize(static_cast<std::size_t>(want));
         std::size_t got = 0;
-        if (segLength > (64u << 20)) {
-            // Large data: read what is there in chunks rather than trust the length.
-            char chunk[65536];
-            std::size_t left = segLength;
-            while (left > 0) {
-                const std::size_t want = left < sizeof chunk ? left : sizeof chunk;
-                curStr->read(chunk, static_cast<std::streamsize>(want));
-                const std::size_t n = static_cast<std::size_t>(curStr->gcount());
-                segData.append(chunk, n);
-                left -= n;
-                if (n < want) break;
-            }
-            got = segData.size();
-        } else if (segLength > 0) {
-            curStr->read(&segData[0], static_cast<std::streamsize>(segLength));
+        if (want > 0) {
+            curStr->read(&segData[0], static_cast<std::streamsize>(want));
             got = static_cast<std::size_t>(curStr->gcount());
             segData.resize(got);
         }

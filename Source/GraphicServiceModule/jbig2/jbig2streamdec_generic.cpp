@@ -188,10 +188,9 @@ JBIG2Bitmap* JBIG2Dec::readMMRBitmap(int w, int h, int64_t mmrDataLength) {
                                        ? static_cast<std::size_t>(mmrDataLength)
                                        : avail);
     // Changing elements of the row above (ref) and of this row (cur), each
-    // closed by two entries of w.
+    // closed by two entries of w. They grow with the codes read, so the data
+    // bounds them, not the width.
     std::vector<int> ref(2, w), cur;
-    ref.reserve(static_cast<std::size_t>(w) + 3);
-    cur.reserve(static_cast<std::size_t>(w) + 3);
     for (int y = 0; y < h; ++y) {
         unsigned char* row = bitmap->getRow(y);
         cur.clear();
