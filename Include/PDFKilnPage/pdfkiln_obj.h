@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "pdfkiln_filter.h"
+#include "pdfkiln_memsource.h"
 #include "pdfkiln_obj_names.h"
 
 namespace PDF_KILN {
@@ -198,6 +199,7 @@ public:
     static bool ParseObj(CSourFile& in, CSourFile*& view, std::stringstream& text, const SObj& key);
     // Writes the text of `self` out of its object stream into `out`.
     bool ReadObjStream(CSourFile& in, std::stringstream& out, SObjState state);
+    bool ReadObjStream(CSourFile& in, std::string& out, SObjState state);
     static bool ReadIntObj(CSourFile& in, int& value);
     static bool ReadNumArrayObj(CSourFile& in, std::vector<float>& out);
 
@@ -212,6 +214,25 @@ private:
     static bool readIntObj(CSourFile& in, int& value, int depth);
     static bool readNumArrayObj(CSourFile& in, std::vector<float>& out, int depth);
 };
+// Where one object's text is read: the file itself, positioned behind the
+// object's "n g obj", or, for an object kept in an object stream, a view over
+// its text made only then. Nothing is built to read an object of the file.
+class CObjReader {
+public:
+    CObjReader(CSourFile& in, const SObj& key);
+    ~CObjReader();
+    CObjReader(const CObjReader&) = delete;
+    CObjReader& operator=(const CObjReader&) = delete;
+    explicit operator bool() const { return at_ != nullptr; }
+    CSourFile& stream() const { return *at_; }
+
+private:
+    std::string text_;
+    CMemoryBuf buf_;
+    std::unique_ptr<CSourFile> view_;
+    CSourFile* at_ = nullptr;
+};
+
 
 // A literal or hexadecimal string, decoded and (where the file is encrypted) decrypted.
 class CStringType : public CObj {

@@ -59,8 +59,13 @@ public:
         std::string data;
         int first = 0;
         int count = 0;
+        // The (number, offset) pairs of its head, read once on first use up
+        // to the first pair that does not read.
+        std::vector<std::pair<int, int>> index;
+        bool indexed = false;
     };
     const DecodedObjStm* decodedObjStm(int container) const;
+    DecodedObjStm* decodedObjStm(int container);
     // Containers being decoded right now, so that a container whose /Length
     // is stored inside itself fails instead of recursing without end.
     std::set<int> objStmDecoding;
@@ -123,8 +128,6 @@ public:
 
 private:
     std::map<int, DecodedObjStm> objStmCache;
-
-private:
     CMemoryBuf* memory_ = nullptr;
 };
 

@@ -588,14 +588,13 @@ bool CFileInfo::CInfo::readInfo(CSourFile& in, const std::string& key, int depth
     CObjRef ref;
     if (ref.Read(in)) {
         if (depth >= 16) return false;
-        std::stringstream text;
-        CSourFile* owned = new CSourFile(text);
-        CSourFile* view = owned;
         CSourFile& root = in.root();
         std::streampos back = root.tellg();
         bool ok = false;
-        if (ParseObj(in, view, text, SObj(ref.num, ref.gen))) ok = readInfo(*view, key, depth + 1);
-        delete owned;
+        {
+            CObjReader at(in, SObj(ref.num, ref.gen));
+            if (at) ok = readInfo(at.stream(), key, depth + 1);
+        }
         if (ok && root.good()) root.seekg(back);
         else {
             root.clear();

@@ -434,25 +434,27 @@ bool decodeObjectStream(CSourFile& in, const SObj& container, const SObj& wanted
 
 }  // namespace
 
-bool CObj::ReadObjStream(CSourFile& in, std::stringstream& out, SObjState state) {
+bool CObj::ReadObjStream(CSourFile& in, std::string& out, SObjState state) {
     const SObj container(state.pos, 0);
     if (!decodeObjectStream(in, container, self)) return false;
-    const CSourFile::DecodedObjStm* d = in.root().decodedObjStm(container.num);
+    CSourFile::DecodedObjStm* d = in.root().decodedObjStm(container.num);
     if (!d || d->first < 0 || d->count < 0) return false;
     if (state.index < 0 || state.index >= d->count) return false;
-
-    std::istringstream idx(d->data);
-    int num = 0, off = 0;
-    for (int i = 0; i < state.index; ++i) {
-        if (!(idx >> num >> off)) return false;
+    if (!d->indexed) {
+        // The head is read as numbers from the start of the data, pair by
+        // pair, until a pair does not read or the count is reached.
+        std::istringstream idx(d->data);
+        int num = 0, off = 0;
+        while (static_cast<int>(d->index.size()) < d->count && (idx >> num >> off)) d->index.emplace_back(num, off);
+        d->indexed = true;
     }
-    if (!(idx >> num) || num != self.num) return false;
-    if (!(idx >> off)) return false;
+    const std::size_t at = static_cast<std::size_t>(state.index);
+    if (d->index.size() <= at || d->index[at].first != self.num) return false;
+    const int off = d->index[at].second;
     long long endOff;
     if (state.index != d->count - 1) {
-        int nextNum = 0, nextOff = 0;
-        if (!(idx >> nextNum >> nextOff)) return false;
-        endOff = nextOff;
+        if (d->index.size() <= at + 1) return false;
+        endOff = d->index[at + 1].second;
     } else {
         endOff = static_cast<long long>(d->data.size()) - d->first;
     }
@@ -462,12 +464,66 @@ bool CObj::ReadObjStream(CSourFile& in, std::stringstream& out, SObjState state)
     from = std::clamp(from, 0LL, total);
     to = std::clamp(to, from, total);
 
-    out << self.num << ' ' << self.gen << ' ' << kwobj << '\n';
-    out.write(d->data.data() + from, to - from);
-    out << '\n' << kwendobj << kw_r_n;
+    out += std::to_string(self.num);
+    out += ' ';
+    out += std::to_string(self.gen);
+    out += ' ';
+    out += kwobj;
+    out += '\n';
+    out.append(d->data, static_cast<std::size_t>(from), static_cast<std::size_t>(to - from));
+    out += '\n';
+    out += kwendobj;
+    out += kw_r_n;
     parentStream = &in;
     return true;
 }
+
+bool CObj::ReadObjStream(CSourFile& in, std::stringstream& out, SObjState state) {
+    std::string text;
+    if (!ReadObjStream(in, text, state)) return false;
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+    return true;
+}
+
+CObjReader::CObjReader(CSourFile& in, const SObj& key) {
+    // Lookups and positions always refer to the file itself: inside a view
+    // the parent is where the object table and the offsets belong.
+    CSourFile& root = in.root();
+    const SObjState st = CObj::GetObjState(root, key);
+    if (st.kind == 2) {
+        CObj tmp(key);
+        tmp.flags |= CObj::kFromObjectStream;
+        root.clear();
+        const SObjState container = CObj::GetObjState(root, st.pos, 0);
+        root.seekg(container.pos);
+        if (!root.good() || !CObj::IsObjStart(root) || !CObj::isDictStart(root) ||
+            !tmp.ReadObjStream(root, text_, st)) {
+            root.clear();
+            return;
+        }
+        buf_.reset(text_.data(), text_.size());
+        view_.reset(new CSourFile(&buf_));
+        view_->makeView(root, true);
+        if (!CObj::IsObjStart(*view_)) {
+            view_->clear();
+            root.clear();
+            return;
+        }
+        at_ = view_.get();
+        return;
+    }
+    if (st.pos > 0) {
+        root.clear();
+        root.seekg(st.pos);
+        if (!root.good() || !CObj::IsObjStart(root)) {
+            root.clear();
+            return;
+        }
+        at_ = &root;
+    }
+}
+
+CObjReader::~CObjReader() = default;
 
 void CObj::fromStream(CSourFile& in) {
     if (!(flags & kIndirect)) {
@@ -584,16 +640,13 @@ bool CObj::readIntObj(CSourFile& in, int& value, int depth) {
         return true;
     }
     if (depth >= kMaxRefDepth) return false;
-    std::stringstream text;
-    CSourFile* view = new CSourFile(text);
-    CSourFile* owned = view;
     CSourFile& root = in.root();
     std::streampos back = root.tellg();
     bool ok = false;
-    if (ParseObj(in, view, text, SObj(ref.num, ref.gen))) {
-        ok = readIntObj(*view, value, depth + 1) && !view->bad() && !root.bad();
+    {
+        CObjReader at(in, SObj(ref.num, ref.gen));
+        if (at) ok = readIntObj(at.stream(), value, depth + 1) && !at.stream().bad() && !root.bad();
     }
-    delete owned;
     root.clear();
     root.seekg(back);
     if (&in != &root) in.clear();
@@ -613,12 +666,12 @@ bool CObj::readNumArrayObj(CSourFile& in, std::vector<float>& out, int depth) {
     CObjRef ref;
     if (ref.Read(in)) {
         if (depth >= kMaxRefDepth) return failBack();
-        std::stringstream text;
-        CSourFile* owned = new CSourFile(text);
-        CSourFile* view = owned;
         std::streampos back = root.tellg();
-        bool ok = ParseObj(in, view, text, SObj(ref.num, ref.gen)) && readNumArrayObj(*view, out, depth + 1);
-        delete owned;
+        bool ok;
+        {
+            CObjReader at(in, SObj(ref.num, ref.gen));
+            ok = at && readNumArrayObj(at.stream(), out, depth + 1);
+        }
         root.clear();
         root.seekg(back);
         if (&in != &root) {
@@ -635,13 +688,13 @@ bool CObj::readNumArrayObj(CSourFile& in, std::vector<float>& out, int depth) {
         CObjRef elem;
         if (elem.Read(in)) {
             if (depth >= kMaxRefDepth) return failBack();
-            std::stringstream text;
-            CSourFile* owned = new CSourFile(text);
-            CSourFile* view = owned;
             std::streampos back = in.tellg();
             float v = 0;
-            bool ok = ParseObj(in, view, text, SObj(elem.num, elem.gen)) && static_cast<bool>(*view >> v);
-            delete owned;
+            bool ok;
+            {
+                CObjReader at(in, SObj(elem.num, elem.gen));
+                ok = at && static_cast<bool>(at.stream() >> v);
+            }
             root.clear();
             if (&in != &root) in.clear();
             in.seekg(back);

@@ -123,10 +123,8 @@ bool CPages::readKids(CSourFile& in, std::vector<SObj>& out, int depth) {
         if (depth >= kMaxChain) return false;
         CSourFile& root = in.root();
         const std::streampos back = in.tellg();
-        std::stringstream text;
-        auto owned = std::make_unique<CSourFile>(text);
-        CSourFile* view = owned.get();
-        bool ok = ParseObj(in, view, text, SObj(ref.num, ref.gen)) && readKids(*view, out, depth + 1);
+        CObjReader at(in, SObj(ref.num, ref.gen));
+        bool ok = at && readKids(at.stream(), out, depth + 1);
         root.clear();
         in.clear();
         in.seekg(back);
@@ -324,15 +322,13 @@ int CPages::WriteOther(CDestFile& out) {
         pending.pop_front();
         CSourFile* src = out.GetSourFile(sourceNo);
         if (!src) break;
-        std::stringstream text;
-        auto owned = std::make_unique<CSourFile>(text);
-        CSourFile* view = owned.get();
         const std::streampos back = src->tellg();
         CPages tmp(node);
         tmp.flags |= kIndirect;
         tmp.sourceNo = sourceNo;
         tmp.writtenBoxes = writtenBoxes;
-        bool ok = ParseObj(*src, view, text, node) && tmp.WriteOtherInfo(out, *view);
+        CObjReader at(*src, node);
+        bool ok = at && tmp.WriteOtherInfo(out, at.stream());
         writtenBoxes = tmp.writtenBoxes;
         for (const SObj& p : tmp.pending) pending.push_back(p);
         src->clear();
@@ -631,14 +627,12 @@ int CPage::ReadTree(CSourFile& in, SObj start, std::set<SObj>& seen, std::vector
     while (!work.empty()) {
         const SObj entry = work.front();
         work.pop_front();
-        std::stringstream text;
-        auto owned = std::make_unique<CSourFile>(text);
-        CSourFile* view = owned.get();
-        if (!ParseObj(root, view, text, SObj(entry.num, entry.gen))) {
+        CObjReader reader(root, SObj(entry.num, entry.gen));
+        if (!reader) {
             root.clear();
             continue;
         }
-        CSourFile& s = *view;
+        CSourFile& s = reader.stream();
         s >> std::ws;
         const int first = s.peek();
         CObjRef probe;
@@ -712,11 +706,9 @@ bool CPage::ReadOthers(CSourFile& in, std::list<SObj>& work) {
         work.pop_front();
         self = entry;
         const SObjState st = GetObjState(root, entry);
-        std::stringstream text;
-        auto owned = std::make_unique<CSourFile>(text);
-        CSourFile* view = owned.get();
         if (st.kind == 2 || st.pos > 0) {
-            if (ParseObj(root, view, text, SObj(entry.num, entry.gen))) ReadObjs(&root, *view, work);
+            CObjReader at(root, SObj(entry.num, entry.gen));
+            if (at) ReadObjs(&root, at.stream(), work);
             else if (!(entry.aux & (kClassAnnots | kClassAnnotArray))) ok = false;
         } else if (!(entry.aux & (kClassAnnots | kClassAnnotArray))) {
             ok = false;

@@ -51,6 +51,11 @@ const CSourFile::DecodedObjStm* CSourFile::decodedObjStm(int container) const {
     return it == objStmCache.end() ? nullptr : &it->second;
 }
 
+CSourFile::DecodedObjStm* CSourFile::decodedObjStm(int container) {
+    auto it = objStmCache.find(container);
+    return it == objStmCache.end() ? nullptr : &it->second;
+}
+
 bool CSourFile::FindStr(const std::string& what) {
     std::string token;
     while (good()) {
