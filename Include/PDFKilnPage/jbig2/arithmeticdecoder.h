@@ -141,6 +141,23 @@ public:
         return bit;
     }
 
+    // Decodes n bits in one context together when every one of them takes
+    // the quick MPS path of decodebit (A stays at 0x80000000 or above, C
+    // below A): each is then the MPS and neither the context nor anything
+    // but A changes, so the n steps come down to one subtraction. Returns
+    // false, changing nothing, when that isn't so. `value` is the context.
+    static JBIG2_INLINE bool decodeMpsRun(ArithmeticDecoderState& state, unsigned int value, unsigned int n) {
+        unsigned int cx = value;
+        if (cx >= 94) cx = lastRow(cx);
+        const uint64_t total = static_cast<uint64_t>(transitions[cx].qe) * n;
+        // A is 0x80000000 or more between decisions.
+        if (total > state.A - 0x80000000u) return false;
+        const uint32_t after = state.A - static_cast<uint32_t>(total);
+        if (state.C >= after) return false;
+        state.A = after;
+        return true;
+    }
+
 protected:
     // Out of line, so that the test stays a branch that is predicted and
     // not a data dependency on the path from one bit to the next.

@@ -170,6 +170,11 @@ constexpr std::array<uint16_t, N> tableOf(F f) {
 }
 
 // Each template's pixels, in the order of the table at the top of this file:
+// `groupRow1`, `groupRow2` and `groupHistory` are the bits of the windows
+// (at a group's start) and of the pixels before x-1 that a group of eight
+// pixels reads with the AT pixels nominal: when all are white, and the
+// group's own pixels turn out white, every pixel of the group has context 0.
+//
 // `fixed` gives those of the two rows above from the windows, `current`
 // those of the current row. With the AT pixels at their nominal places,
 // `nominal` gives the rows above together with the AT pixels: a run of the
@@ -180,6 +185,7 @@ struct Template;
 template <>
 struct Template<0> {
     static const int atCount = 4;
+    static const uint32_t groupRow1 = 0x7FFE0, groupRow2 = 0x3FFC0, groupHistory = 0xE;
     static uint32_t fixed(uint32_t w2, uint32_t w1) { return ((w2 >> 1) & 0xE000) | ((w1 >> 5) & 0x1F00); }
     static uint32_t current(uint32_t cur) { return (cur & 0xF) << 4; }
     // Row y-1 x-3..x+3 holds A2 (-3,-1) and A1 (3,-1); row y-2 x-2..x+2
@@ -194,6 +200,7 @@ struct Template<0> {
 template <>
 struct Template<1> {
     static const int atCount = 1;
+    static const uint32_t groupRow1 = 0x3FFE0, groupRow2 = 0x1FFC0, groupHistory = 0x6;
     static uint32_t fixed(uint32_t w2, uint32_t w1) { return ((w2 >> 4) & 0x1E00) | ((w1 >> 9) & 0x1F0); }
     static uint32_t current(uint32_t cur) { return (cur & 7) << 1; }
     // Row y-1 x-2..x+3 holds A1 (3,-1).
@@ -205,6 +212,7 @@ struct Template<1> {
 template <>
 struct Template<2> {
     static const int atCount = 1;
+    static const uint32_t groupRow1 = 0x3FFC0, groupRow2 = 0x1FF80, groupHistory = 0x2;
     static uint32_t fixed(uint32_t w2, uint32_t w1) { return ((w2 >> 7) & 0x380) | ((w1 >> 11) & 0x78); }
     static uint32_t current(uint32_t cur) { return (cur & 3) << 1; }
     // Row y-1 x-2..x+2 holds A1 (2,-1).
@@ -216,6 +224,7 @@ struct Template<2> {
 template <>
 struct Template<3> {
     static const int atCount = 1;
+    static const uint32_t groupRow1 = 0x7FFC0, groupRow2 = 0, groupHistory = 0xE;
     static uint32_t fixed(uint32_t, uint32_t w1) { return (w1 >> 9) & 0x3E0; }
     static uint32_t current(uint32_t cur) { return (cur & 0xF) << 1; }
     // Row y-1 x-3..x+2 holds A1 (2,-1).
@@ -247,6 +256,17 @@ struct RowRegisters {
     uint32_t w1, w2;   // windows of rows y-1 and y-2
     uint32_t hist;     // current row before x-1, x-2 at bit 1
     uint32_t bit;      // pixel x-1
+
+    // A group of eight pixels whose context is 0 throughout while they
+    // decode white, and that does decode white on the quick path: done at
+    // once. White areas, most of a page, go a group at a time.
+    JBIG2_INLINE bool whiteGroup() {
+        if (((w1 & Tmpl::groupRow1) | (w2 & Tmpl::groupRow2) | (hist & Tmpl::groupHistory) | bit) != 0) return false;
+        const unsigned int value = cx[0];
+        if ((value & 1) || !ArithmeticDecoder::decodeMpsRun(s, value, 8)) return false;
+        hist <<= 8;
+        return true;
+    }
 
     // Decodes the i-th pixel of the group, at x.
     JBIG2_INLINE void pixel(uint32_t i, uint32_t x) {
@@ -352,17 +372,21 @@ void GenericRegionSegment::decodeRows(ArithmeticDecoderState& shared) {
         uint32_t j = 0;
         for (; j < fullGroups; ++j) {
             const uint32_t x = j * 8;
-            // Unrolled, so that each pixel's window shifts are constants.
-            r.pixel(0, x);
-            r.pixel(1, x + 1);
-            r.pixel(2, x + 2);
-            r.pixel(3, x + 3);
-            r.pixel(4, x + 4);
-            r.pixel(5, x + 5);
-            r.pixel(6, x + 6);
-            r.pixel(7, x + 7);
-            // The group's pixels are the low bits of the current row.
-            row[j] = static_cast<unsigned char>(r.hist | r.bit);
+            if (Nominal && !Skip && r.whiteGroup()) {
+                row[j] = 0;
+            } else {
+                // Unrolled, so that each pixel's window shifts are constants.
+                r.pixel(0, x);
+                r.pixel(1, x + 1);
+                r.pixel(2, x + 2);
+                r.pixel(3, x + 3);
+                r.pixel(4, x + 4);
+                r.pixel(5, x + 5);
+                r.pixel(6, x + 6);
+                r.pixel(7, x + 7);
+                // The group's pixels are the low bits of the current row.
+                row[j] = static_cast<unsigned char>(r.hist | r.bit);
+            }
             r.w1 = (r.w1 << 8) | rowByte(r1, j + 2, stride);
             r.w2 = (r.w2 << 8) | rowByte(r2, j + 2, stride);
         }

@@ -266,6 +266,25 @@ struct RefinementRegisters {
     uint32_t hist;            // current row before x-1, x-2 at bit 1
     uint32_t bit;             // pixel x-1
 
+    // A group of eight pixels over white: with typical prediction on, a
+    // white reference all around predicts every pixel white; without it,
+    // a white region and reference give context 0 throughout, and the
+    // group goes at once when it decodes white on the quick path. The mask
+    // covers x-1 to x+8 of each window (the AT pixels at their nominal
+    // places are among them).
+    JBIG2_INLINE bool whiteGroup() {
+        const uint32_t around = 0x1FF80;
+        if (((q[0] | q[1] | q[2]) & around) != 0) return false;
+        if (!ltp) {
+            if (((c1 & around) | bit) != 0) return false;
+            const unsigned int value = cx[0];
+            if ((value & 1) || !ArithmeticDecoder::decodeMpsRun(s, value, 8)) return false;
+        }
+        hist = (hist | bit) << 8;
+        bit = 0;
+        return true;
+    }
+
     JBIG2_INLINE void pixel(uint32_t i, uint32_t x) {
         const uint32_t c = c1 << i, q0 = q[0] << i, q1 = q[1] << i, q2 = q[2] << i;
         const uint32_t last = bit, before = hist;
@@ -349,15 +368,19 @@ void decodeRefinement(ArithmeticDecoderState& shared, unsigned short* contexts, 
         uint32_t j = 0;
         for (; j < fullGroups; ++j) {
             const uint32_t x = j * 8;
-            r.pixel(0, x);
-            r.pixel(1, x + 1);
-            r.pixel(2, x + 2);
-            r.pixel(3, x + 3);
-            r.pixel(4, x + 4);
-            r.pixel(5, x + 5);
-            r.pixel(6, x + 6);
-            r.pixel(7, x + 7);
-            row[j] = static_cast<unsigned char>(r.hist | r.bit);
+            if (Nominal && r.whiteGroup()) {
+                row[j] = 0;
+            } else {
+                r.pixel(0, x);
+                r.pixel(1, x + 1);
+                r.pixel(2, x + 2);
+                r.pixel(3, x + 3);
+                r.pixel(4, x + 4);
+                r.pixel(5, x + 5);
+                r.pixel(6, x + 6);
+                r.pixel(7, x + 7);
+                row[j] = static_cast<unsigned char>(r.hist | r.bit);
+            }
             r.c1 = (r.c1 << 8) | rowByte(r1, j + 2, stride);
             // Realigned rows have their two leading bytes in front.
             r.q[0] = (r.q[0] << 8) | q0[j + 4];
