@@ -47,6 +47,17 @@ void JBIG2Dec::readGenericRefinementRegionSeg(uint32_t segNum, bool imm, const u
     }
 }
 
+namespace {
+inline uint32_t pxr(const unsigned char* row, int64_t x, int w) {
+    return (row && x >= 0 && x < w) ? static_cast<uint32_t>((row[x >> 3] >> (7 - (x & 7))) & 1) : 0u;
+}
+}  // namespace
+
+// 6.3.5: each pixel's context from the row above and the pixel to the left in
+// the region, and a 3x3 neighbourhood of the reference at (x - refDX,
+// y - refDY); the rows are carried in 3-pixel registers that move with x. The
+// bit order of the context is this decoder's own (the typical-prediction
+// context below is in the same order).
 JBIG2Bitmap* JBIG2Dec::readGenericRefinementRegion(int w, int h, int templ, bool tpgrOn, const JBIG2Bitmap* ref,
                                                    int refDX, int refDY, const int* atx, const int* aty) {
     // Refining costs its pixels (a unit per 4: each reads thirteen) beyond the raster.
@@ -56,40 +67,61 @@ JBIG2Bitmap* JBIG2Dec::readGenericRefinementRegion(int w, int h, int templ, bool
     JArithmeticDecoderStats* stats = &refinementRegionStats;
     // The typical-prediction context: the reference pixel itself, alone.
     const uint32_t ltpContext = templ ? 0x080 : 0x100;
+    // The AT pixels at their nominal places (-1, -1) come from the registers.
+    const bool nominal0 = templ == 0 && atx[0] == -1 && aty[0] == -1;
+    const bool nominal1 = templ == 0 && atx[1] == -1 && aty[1] == -1;
+    const int rw = ref->getWidth(), rh = ref->getHeight();
+    auto refRow = [&](int64_t ry) -> const unsigned char* {
+        return (ry >= 0 && ry < rh) ? ref->getRow(static_cast<int>(ry)) : nullptr;
+    };
     int ltp = 0;
     for (int y = 0; y < h; ++y) {
         if (tpgrOn) ltp ^= arithDecoder.decodeBit(ltpContext, stats);
         const int64_t ry = static_cast<int64_t>(y) - refDY;
+        const unsigned char* rm = refRow(ry - 1);
+        const unsigned char* r0 = refRow(ry);
+        const unsigned char* rp = refRow(ry + 1);
+        const unsigned char* cp = y > 0 ? bm->getRow(y - 1) : nullptr;
+        unsigned char* cc = bm->getRow(y);
+        const int64_t rx0 = -static_cast<int64_t>(refDX);
+        // Registers of (rx-1, rx, rx+1) and (x-1, x, x+1), most significant first.
+        uint32_t wm = (pxr(rm, rx0 - 1, rw) << 1) | pxr(rm, rx0, rw);
+        uint32_t w0 = (pxr(r0, rx0 - 1, rw) << 1) | pxr(r0, rx0, rw);
+        uint32_t wp = (pxr(rp, rx0 - 1, rw) << 1) | pxr(rp, rx0, rw);
+        uint32_t cw = pxr(cp, 0, w);
+        uint32_t c0 = 0;
         for (int x = 0; x < w; ++x) {
-            const int64_t rx = static_cast<int64_t>(x) - refDX;
+            const int64_t rx = rx0 + x;
+            wm = ((wm << 1) | pxr(rm, rx + 1, rw)) & 7;
+            w0 = ((w0 << 1) | pxr(r0, rx + 1, rw)) & 7;
+            wp = ((wp << 1) | pxr(rp, rx + 1, rw)) & 7;
+            cw = ((cw << 1) | pxr(cp, x + 1, w)) & 7;
             if (ltp) {
-                const int v = ref->getPixel(rx, ry);
-                bool same = true;
-                for (int j = -1; j <= 1 && same; ++j)
-                    for (int i = -1; i <= 1 && same; ++i)
-                        if (ref->getPixel(rx + i, ry + j) != v) same = false;
-                if (same) {
-                    if (v) bm->setPixel(x, y);
+                // Typical prediction: a uniform neighbourhood is copied.
+                if ((wm | w0 | wp) == 0) {
+                    c0 = 0;
+                    continue;
+                }
+                if ((wm & w0 & wp) == 7) {
+                    cc[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
+                    c0 = 1;
                     continue;
                 }
             }
             uint32_t cx;
             if (templ == 0) {
-                cx = static_cast<uint32_t>(bm->getPixel(x - 1, y)) | (bm->getPixel(x + 1, y - 1) << 1) |
-                     (bm->getPixel(x, y - 1) << 2) | (bm->getPixel(x + atx[0], y + aty[0]) << 3) |
-                     (ref->getPixel(rx + 1, ry + 1) << 4) | (ref->getPixel(rx, ry + 1) << 5) |
-                     (ref->getPixel(rx - 1, ry + 1) << 6) | (ref->getPixel(rx + 1, ry) << 7) |
-                     (ref->getPixel(rx, ry) << 8) | (ref->getPixel(rx - 1, ry) << 9) |
-                     (ref->getPixel(rx + 1, ry - 1) << 10) | (ref->getPixel(rx, ry - 1) << 11) |
-                     (ref->getPixel(rx + atx[1], ry + aty[1]) << 12);
+                const uint32_t a1 = nominal0 ? (cw >> 2) & 1 : static_cast<uint32_t>(bm->getPixel(x + atx[0], y + aty[0]));
+                const uint32_t a2 = nominal1 ? (wm >> 2) & 1 : static_cast<uint32_t>(ref->getPixel(rx + atx[1], ry + aty[1]));
+                cx = c0 | ((cw & 1) << 1) | (((cw >> 1) & 1) << 2) | (a1 << 3) | ((wp & 1) << 4) |
+                     (((wp >> 1) & 1) << 5) | (((wp >> 2) & 1) << 6) | ((w0 & 1) << 7) | (((w0 >> 1) & 1) << 8) |
+                     (((w0 >> 2) & 1) << 9) | ((wm & 1) << 10) | (((wm >> 1) & 1) << 11) | (a2 << 12);
             } else {
-                cx = static_cast<uint32_t>(bm->getPixel(x - 1, y)) | (bm->getPixel(x + 1, y - 1) << 1) |
-                     (bm->getPixel(x, y - 1) << 2) | (bm->getPixel(x - 1, y - 1) << 3) |
-                     (ref->getPixel(rx + 1, ry + 1) << 4) | (ref->getPixel(rx, ry + 1) << 5) |
-                     (ref->getPixel(rx + 1, ry) << 6) | (ref->getPixel(rx, ry) << 7) |
-                     (ref->getPixel(rx - 1, ry) << 8) | (ref->getPixel(rx, ry - 1) << 9);
+                cx = c0 | ((cw & 1) << 1) | (((cw >> 1) & 1) << 2) | (((cw >> 2) & 1) << 3) | ((wp & 1) << 4) |
+                     (((wp >> 1) & 1) << 5) | ((w0 & 1) << 6) | (((w0 >> 1) & 1) << 7) | (((w0 >> 2) & 1) << 8) |
+                     (((wm >> 1) & 1) << 9);
             }
-            if (arithDecoder.decodeBit(cx, stats)) bm->setPixel(x, y);
+            c0 = static_cast<uint32_t>(arithDecoder.decodeBit(cx, stats));
+            if (c0) cc[x >> 3] |= static_cast<unsigned char>(0x80 >> (x & 7));
         }
     }
     return bitmap.release();
