@@ -140,8 +140,8 @@ void ImageProcessor<T>::compose(int64_t x, int64_t y, const ImageProcessor& sour
     if (x + w > m_width) w = static_cast<int64_t>(m_width) - x;
     if (y + h > m_height) h = static_cast<int64_t>(m_height) - y;
     if (w <= 0 || h <= 0) return;
-    // Byte by byte: for each destination byte, the eight source bits that
-    // fall on it, and a mask of the bits inside the rectangle.
+    // For each destination byte the eight source bits that fall on it, and
+    // a mask of the bits inside the rectangle; the operator is chosen once.
     unsigned char* dst = m_data->data;
     const unsigned char* src = source.m_data->data;
     const int64_t ds = m_stride, ss = source.m_stride;

@@ -170,15 +170,15 @@ constexpr std::array<uint16_t, N> tableOf(F f) {
 }
 
 // Each template's pixels, in the order of the table at the top of this file:
-// `groupRow1`, `groupRow2` and `groupHistory` are the bits of the windows
-// (at a group's start) and of the pixels before x-1 that a group of eight
-// pixels reads with the AT pixels nominal: when all are white, and the
-// group's own pixels turn out white, every pixel of the group has context 0.
-//
 // `fixed` gives those of the two rows above from the windows, `current`
 // those of the current row. With the AT pixels at their nominal places,
 // `nominal` gives the rows above together with the AT pixels: a run of the
 // window, taken in one piece, indexes a table of its context bits.
+//
+// `groupRow1`, `groupRow2` and `groupHistory` are the bits of the windows
+// (at a group's start) and of the pixels before x-1 that a group of eight
+// pixels reads with the AT pixels nominal: when all are white, and the
+// group's own pixels turn out white, every pixel of the group has context 0.
 template <int T>
 struct Template;
 

@@ -224,7 +224,8 @@ struct ReferenceAtPixel {
 // The context bits of each template, least significant first as listed at
 // the top of this file, from the window of row y-1 of the region (c1) and
 // those of reference rows ry-1, ry, ry+1 (q0, q1, q2), as the pixel sees
-// them. `nominal` includes the AT pixels at (-1,-1) and (-1,-1).
+// them. `nominal` includes the AT pixels at their nominal places: A1 at
+// (-1,-1) of the region, A2 at (-1,-1) of the reference.
 template <int T>
 struct RefinementTemplate;
 
