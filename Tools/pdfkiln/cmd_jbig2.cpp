@@ -436,7 +436,8 @@ int cmdJbig2(int argc, char** argv) {
     if (in.empty() || out.empty()) return usage();
     const bool pdf = all || object >= 0;
     if ((pdf && (embedded || !globalsPath.empty() || useNew)) || (all && object >= 0)) return usage();
-    if (!globalsPath.empty() && !embedded) return usage();
+    // Globals exist only for the embedded form: --globals implies --embedded.
+    if (!globalsPath.empty()) embedded = true;
     if (!endsWith(out, ".png") && !endsWith(out, ".pbm")) {
         std::fprintf(stderr, "pdfkiln jbig2: output must end in .png or .pbm\n");
         return 2;

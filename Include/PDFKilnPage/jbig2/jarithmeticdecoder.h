@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-class JBIG2ByteInput;
+#include "jbig2decinput.h"
 
 // One probability state per context: index shifted left by 1, MPS in bit 0.
 class JArithmeticDecoderStats {
@@ -62,8 +62,8 @@ public:
     uint32_t getByteCounter() const { return nBytesRead; }
 
 private:
-    unsigned readByte();
-    void byteIn();
+    inline unsigned readByte();
+    inline void byteIn();
     int decodeIntBit(JArithmeticDecoderStats* stats);
 
     JBIG2ByteInput* input;
@@ -74,14 +74,38 @@ private:
     uint32_t nBytesRead;
 };
 
+inline unsigned JArithmeticDecoder::readByte() {
+    ++nBytesRead;
+    return input ? input->getByteOr(0xFF) : 0xFF;
+}
+
+inline void JArithmeticDecoder::byteIn() {
+    if (buf0 == 0xff) {
+        if (buf1 > 0x8f) {
+            // A marker: feed 1-bits, read no further.
+            ct = 8;
+        } else {
+            buf0 = buf1;
+            buf1 = readByte();
+            c = c + 0xfe00 - (buf0 << 9);
+            ct = 7;
+        }
+    } else {
+        buf0 = buf1;
+        buf1 = readByte();
+        c = c + 0xff00 - (buf0 << 8);
+        ct = 8;
+    }
+}
+
 inline int JArithmeticDecoder::decodeBit(uint32_t context, JArithmeticDecoderStats* stats) {
-    if (context >= static_cast<uint32_t>(stats->contextSize)) {
+    if (__builtin_expect(context >= static_cast<uint32_t>(stats->contextSize), 0)) {
         context &= static_cast<uint32_t>(stats->contextSize - 1);
         if (context >= static_cast<uint32_t>(stats->contextSize)) context = 0;
     }
     unsigned char& cx = stats->cxTab[context];
-    int iCX = cx >> 1;
-    if (iCX > 46) iCX = 46;
+    // Entries only ever hold indices of Table E.1 (setEntry clamps).
+    const int iCX = cx >> 1;
     const int mpsCX = cx & 1;
     const JArithmeticQe& e = jArithmeticQeTable[iCX];
     const uint32_t qe = e.qe;

@@ -58,16 +58,13 @@ void JArithmeticDecoderStats::copyFrom(const JArithmeticDecoderStats& other) {
 }
 
 void JArithmeticDecoderStats::setEntry(uint32_t cx, int i, int mps) {
+    if (i < 0) i = 0;
+    if (i > 46) i = 46;
     if (cx < static_cast<uint32_t>(contextSize)) cxTab[cx] = static_cast<unsigned char>((i << 1) | (mps & 1));
 }
 
 JArithmeticDecoder::JArithmeticDecoder()
     : input(nullptr), buf0(0), buf1(0), c(0), a(0), ct(0), prev(0), nBytesRead(0) {}
-
-unsigned JArithmeticDecoder::readByte() {
-    ++nBytesRead;
-    return input ? input->getByteOr(0xFF) : 0xFF;
-}
 
 void JArithmeticDecoder::start() {
     buf0 = readByte();
@@ -78,25 +75,6 @@ void JArithmeticDecoder::start() {
     c <<= 7;
     ct -= 7;
     a = 0x80000000u;
-}
-
-void JArithmeticDecoder::byteIn() {
-    if (buf0 == 0xff) {
-        if (buf1 > 0x8f) {
-            // A marker: feed 1-bits, read no further.
-            ct = 8;
-        } else {
-            buf0 = buf1;
-            buf1 = readByte();
-            c = c + 0xfe00 - (buf0 << 9);
-            ct = 7;
-        }
-    } else {
-        buf0 = buf1;
-        buf1 = readByte();
-        c = c + 0xff00 - (buf0 << 8);
-        ct = 8;
-    }
 }
 
 int JArithmeticDecoder::decodeIntBit(JArithmeticDecoderStats* stats) {
