@@ -104,12 +104,15 @@ std::istream& readPDFString(CSourFile& in, std::string& token) {
     if (!m || !in.good()) return readPDFString(static_cast<std::istream&>(in), token);
     const char* p = m->cursor();
     const char* const e = m->limit();
-    bool ended = false;  // a read met the end: the stream fails as get() would make it
+    // Where the bytes in memory end before the input does, the stream's own
+    // reads carry on into what comes next.
+    const bool final = m->limitIsEnd();
+    auto slow = [&]() -> std::istream& { return readPDFString(static_cast<std::istream&>(in), token); };
     char first = 0;
     for (;;) {
         if (p == e) {
+            if (!final) return slow();
             first = 0;
-            ended = true;
             break;
         }
         first = *p++;
@@ -117,14 +120,15 @@ std::istream& readPDFString(CSourFile& in, std::string& token) {
     }
     if (charClass(first) != 0) {
         // A delimiter (or the end): "<<" and ">>" are two bytes, "/" starts a
-        // name, any other is a token of its own.
-        if (!ended && p != e && *p == first && (first == '<' || first == '>')) {
+        // name, any other is a token of its own. The byte behind it is looked
+        // at; at the end of the input that look fails the stream.
+        if (p == e && !final) return slow();
+        if (first != 0 && p != e && *p == first && (first == '<' || first == '>')) {
             token.assign(p - 1, 2);
             m->moveTo(p + 1);
             return in;
         }
         if (first != '/') {
-            // The byte behind it was looked at: at the end that look fails.
             token.assign(1, first);
             m->moveTo(p);
             if (p == e) in.setstate(std::ios::eofbit | std::ios::failbit);
@@ -135,6 +139,7 @@ std::istream& readPDFString(CSourFile& in, std::string& token) {
     const char* const start = p - 1;
     const char* q = p;
     while (q != e && charClass(*q) == 0) ++q;
+    if (q == e && !final) return slow();
     token.assign(start, static_cast<std::size_t>(q - start));
     m->moveTo(q);
     if (q == e) {
@@ -797,10 +802,13 @@ namespace {
 // value untouched (nothing left to read), 1 failed with the value assigned,
 // 2 read, 3 read with the digits running to the end (the stream then stands
 // at its end, so the next extraction fails).
-int scanInt(const char*& p, const char* e, bool skipws, int& value) {
+int scanInt(const char*& p, const char* e, bool skipws, int& value, bool& hitLimit) {
     if (skipws)
         while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
-    if (p == e) return 0;
+    if (p == e) {
+        hitLimit = true;
+        return 0;
+    }
     const char* q = p;
     const bool negative = *q == '-';
     if (*q == '+' || *q == '-') ++q;
@@ -813,6 +821,7 @@ int scanInt(const char*& p, const char* e, bool skipws, int& value) {
             huge = magnitude > (1LL << 40);
         }
     }
+    if (q == e) hitLimit = true;
     if (q == digits) {
         value = 0;
         return 1;
@@ -833,18 +842,26 @@ bool CObjRef::Read(CSourFile& in) {
     if (CMemoryBuf* m = in.memory(); m && in.good()) {
         // "num gen R" straight from the bytes; on failure the stream stays
         // as it was, with the values that the extractions would have left.
-        isRef = false;
+        // Where the bytes in memory end before the input does, the stream's
+        // own extractions decide.
         const bool skipws = (in.flags() & std::ios::skipws) != 0;
         const char* p = m->cursor();
         const char* const e = m->limit();
-        if (scanInt(p, e, skipws, num) != 2) return false;
-        if (scanInt(p, e, skipws, gen) != 2) return false;
-        if (skipws)
+        bool hitLimit = false;
+        int n = num, g = gen;
+        bool ok = scanInt(p, e, skipws, n, hitLimit) == 2 && scanInt(p, e, skipws, g, hitLimit) == 2;
+        if (ok && skipws)
             while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
-        if (p == e || *p != 'R') return false;
-        m->moveTo(p + 1);
-        isRef = true;
-        return true;
+        if (ok && p == e) hitLimit = true;
+        if (!hitLimit || m->limitIsEnd()) {
+            isRef = false;
+            num = n;
+            gen = g;
+            if (!ok || p == e || *p != 'R') return false;
+            m->moveTo(p + 1);
+            isRef = true;
+            return true;
+        }
     }
     std::streampos start = in.tellg();
     isRef = false;

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <unistd.h>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -256,4 +258,67 @@ TEST(FacadePassword, ReopeningKeepsTheObjectTableAndCatalog) {
     EXPECT_EQ(page.getPageCount(), 0);
     EXPECT_EQ(page.getFileIdText(), "\x55\x66")
         << "the first identifier starts with a zero byte, so it is empty as a C string";
+}
+
+// A file is read through windows of its bytes; a caller's stream is read
+// whole. Tokens, references and stream bodies that straddle the windows'
+// edges must read the same either way, page by page.
+TEST(FacadeOpening, FileWindowsReadAsTheWholeStream) {
+    PdfBuilder b("%PDF-1.7");
+    const int pages = 150;
+    b.object(1, kCatalog);
+    std::string kids;
+    for (int p = 0; p < pages; ++p) kids += std::to_string(10 + 3 * p) + " 0 R ";
+    b.object(2, "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages) + " >>");
+    b.object(3, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>");
+    for (int p = 0; p < pages; ++p) {
+        const int page = 10 + 3 * p;
+        // Odd sizes move every object's start across the window edges.
+        const std::string pad(700 + 37 * p, ' ');
+        b.object(page, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792]" + pad + "/Contents " +
+                           std::to_string(page + 1) + " 0 R /Resources << /Font << /F1 3 0 R >> /XObject << /X " +
+                           std::to_string(page + 2) + " 0 R >> >> >>");
+        std::string data;
+        for (int i = 0; data.size() < 1500u + 11u * p; ++i)
+            data += "BT /F1 9 Tf 20 " + std::to_string(700 - i) + " Td (page " + std::to_string(p) + ") Tj ET\n";
+        b.stream(page + 1, "", data);
+        b.stream(page + 2, "/Type /XObject /Subtype /Form /BBox [0 0 9 9]", std::string(300 + p, 'x'));
+    }
+    const long x = b.xrefTable("/Root 1 0 R");
+    b.startxref(x);
+    const std::string pdf = b.str();
+    ASSERT_GT(pdf.size(), 4u * 64 * 1024);
+    char name[] = "/tmp/pdfkiln-windows-XXXXXX";
+    const int fd = mkstemp(name);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, pdf.data(), pdf.size()), static_cast<ssize_t>(pdf.size()));
+    close(fd);
+
+    std::stringstream memory(pdf);
+    CPDFKilnPage whole(memory, "");
+    CPDFKilnPage windowed(name, "");
+    ASSERT_EQ(whole.init(), 0);
+    ASSERT_EQ(windowed.init(), 0);
+    ASSERT_EQ(windowed.getPageCount(), pages);
+    int next = 100, nextWindowed = 100;
+    // Reading the pages backwards makes every fetch seek across windows.
+    for (int p = pages; p >= 1; --p) {
+        for (CPDFKilnPage* f : {&whole, &windowed}) {
+            ASSERT_EQ(f->setPageNo(p), 0);
+            f->setStartObjNo(f == &whole ? next : nextWindowed);
+        }
+        using Map = std::map<std::pair<int, int>, std::string>;
+        ASSERT_EQ(Map(whole.begin(), whole.end()), Map(windowed.begin(), windowed.end())) << "page " << p;
+        const std::string *c1 = nullptr, *c2 = nullptr, *r1 = nullptr, *r2 = nullptr;
+        ASSERT_EQ(whole.getPageContents(&c1), 0);
+        ASSERT_EQ(windowed.getPageContents(&c2), 0);
+        EXPECT_EQ(*c1, *c2) << "page " << p;
+        EXPECT_NE(c1->find("(page " + std::to_string(p - 1) + ")"), std::string::npos);
+        ASSERT_EQ(whole.getPageRes(&r1, 1), 0);
+        ASSERT_EQ(windowed.getPageRes(&r2, 1), 0);
+        EXPECT_EQ(*r1, *r2) << "page " << p;
+        next += static_cast<int>(whole.size());
+        nextWindowed += static_cast<int>(windowed.size());
+    }
+    std::remove(name);
 }
