@@ -1,6 +1,7 @@
 // The cross-reference chain, trailers, /Info and /ID.
 #include "pdfkiln_fileinfo.h"
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -243,12 +244,17 @@ bool CFileInfo::ReadCrt(CSourFile& in) {
             char mark = 0;
             if (!(file >> offset) || !(file >> gen) || !(file >> mark)) return false;
             if (offset <= 0) continue;
+            // Numbers and offsets past what an int holds name no object:
+            // their entries are read over and not entered.
+            const long long number = static_cast<long long>(first) + i;
+            const long long pos = static_cast<long long>(offset) + in.headerOffset;
+            if (number > INT_MAX || pos > INT_MAX) continue;
             SObjState st;
-            st.pos = offset + in.headerOffset;
+            st.pos = static_cast<int>(pos);
             st.index = gen;
             st.kind = mark == 'f' ? 0 : 1;
             st.mark = mark;
-            ownTable.insert({SObj(first + i, gen), st});
+            ownTable.insert({SObj(static_cast<int>(number), gen), st});
             if (st.kind == 1) positions.insert(st.pos);
         }
     }
@@ -355,7 +361,8 @@ bool CFileInfo::ReadXRefObj(CSourFile& in, int& inOut) {
                     if (type == 0 || type == 1) {
                         ExtStr2Int(d.data(), pos, w[1], f2);
                         ExtStr2Int(d.data(), pos, w[2], f3);
-                        st.pos = f2 + in.headerOffset;
+                        const long long at = static_cast<long long>(f2) + in.headerOffset;
+                        st.pos = at > INT_MAX ? -1 : static_cast<int>(at);
                         st.index = w[2] >= 1 ? f3 : 0;
                     } else if (type == 2) {
                         ExtStr2Int(d.data(), pos, w[1], f2);
@@ -364,6 +371,8 @@ bool CFileInfo::ReadXRefObj(CSourFile& in, int& inOut) {
                         st.index = w[2] >= 1 ? f3 : 0;
                     }
                     st.kind = static_cast<unsigned char>(type);
+                    // Numbers past what an int holds name no object.
+                    if (static_cast<long long>(first) + i > INT_MAX) break;
                     ownTable.insert({SObj(first + static_cast<int>(i), 0), st});
                 }
             }

@@ -459,3 +459,28 @@ TEST(XRefOracle, BuilderFilesPassThePeerChecker) {
         std::remove(path.c_str());
     }
 }
+
+// Subsection numbers and offsets near the top of the int range: the entries
+// that would pass it are read over, the others stand, and nothing overflows.
+TEST(XRefClassic, NumbersPastTheIntRangeAreNotEntered) {
+    PdfBuilder b;
+    const long cat = b.object(1, kCatalog);
+    const long pages = b.object(2, kPages);
+    const long x = b.here();
+    char entry[32];
+    std::string table = "xref\n0 3\n0000000000 65535 f \n";
+    std::snprintf(entry, sizeof entry, "%010ld 00000 n \n", cat);
+    table += entry;
+    std::snprintf(entry, sizeof entry, "%010ld 00000 n \n", pages);
+    table += entry;
+    table += "2147483645 6\n";
+    for (int i = 0; i < 5; ++i) table += "0000099999 00000 n \n";
+    table += "2147483647 00000 n \n";
+    table += "trailer\n<< /Size 3 /Root 1 0 R >>\n";
+    b.raw(table);
+    b.startxref(x);
+    Source s(b.str());
+    ASSERT_EQ(s.file.CheckAndInit(), 0);
+    EXPECT_EQ(s.file.fileInfo.GetObjState(2147483647, 0).kind, 1);
+    EXPECT_EQ(s.file.catalog.pagesRef, SObj(2, 0));
+}

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <string>
 
 #include "PDFKilnPage/PDFKilnPage.h"
@@ -28,11 +29,20 @@ std::string base64(const char* p, std::size_t n) {
 }
 
 // Renders one object in keep-numbers mode: "N G obj " and its body.
+// An object the reader gives up on (a negative /Length throws, as the
+// library's own entries report with 6000) is not rendered.
 bool render(CSourFile& src, const SObj& key, CDestFile& sink) {
     sink.modeFlags |= CDestFile::kKeepNumbers;
     CObj obj(key);
     src.clear();
-    return obj.Write(sink, src);
+    try {
+        return obj.Write(sink, src);
+    } catch (const std::exception&) {
+    } catch (int) {
+    } catch (...) {
+    }
+    src.clear();
+    return false;
 }
 
 }  // namespace
