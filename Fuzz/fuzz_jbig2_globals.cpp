@@ -9,8 +9,9 @@
 // its size is the page's line size times its height as JBIG2Dec reports it.
 //
 // Under PDFKILN_FUZZ the library is built with a 128 KiB raster limit and a
-// small budget per input byte (JBIG2DEC_MAX_IMAGE_BYTES,
-// JBIG2DEC_BUDGET_PER_BYTE), so hostile sizes stop at once.
+// budget of 256 Ki units whatever the input's size (JBIG2DEC_MAX_IMAGE_BYTES,
+// JBIG2DEC_BUDGET_FLOOR, JBIG2DEC_BUDGET_CAP), so hostile sizes stop at once
+// and no unit runs for long under the sanitizers; every corpus page still fits.
 //
 // Seeds: Fuzz/seed_jbig2_globals.sh DIR writes every corpus file in this
 // form, its dictionaries and code tables moved to the globals; then
