@@ -15,6 +15,8 @@
 #include "pdfkiln_findingvalue.h"
 #include "pdfkiln_memsource.h"
 #include "pdfkiln_obj.h"
+#include "pdfkiln_obj_action.h"
+#include "pdfkiln_obj_annot.h"
 #include "pdfkiln_obj_catalog.h"
 #include "pdfkiln_obj_names.h"
 #include "pdfkiln_page.h"

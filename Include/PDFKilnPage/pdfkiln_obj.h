@@ -21,6 +21,7 @@ namespace PDF_KILN {
 
 class CSourFile;
 class CDestFile;
+struct PgCmTD;
 
 // Result codes that the facade returns (and that the layers below it throw as int).
 enum EResult {
@@ -188,10 +189,19 @@ public:
     bool LocalObj(CDestFile& out, CSourFile& in);
 
     // How the span copier treats a page's dictionary (see CPage::WriteObj).
-    enum class CopyRules { Object, Page };
+    enum class CopyRules { Object, Page, Annot };
     // The span copier behind WriteObj: copies the body as it stands and
     // rewrites only references, lengths, strings and streams.
     bool CopyBody(CDestFile& out, CSourFile& in, CopyRules rules);
+    // Under the annotation rules the copier hands every key to the object:
+    // 1 when it wrote the key's value itself (the stream stands behind the
+    // value), -1 when the copy fails there, 0 to copy the value as usual.
+    virtual int rewriteAnnotValue(CDestFile& out, CSourFile& in, const std::string& key, int dictDepth);
+    // Under the annotation rules: a dictionary opened or closed at `dictDepth`.
+    virtual void annotDictEvent(int dictDepth, bool opened);
+    // Under the annotation rules: what a reference behind `key` becomes when
+    // the object wants it written otherwise (true when it wrote it).
+    virtual bool rewriteAnnotRef(CDestFile& out, const std::string& key, int num, int gen);
 
     static bool IsObjStart(std::istream& in);
     // Positions a stream at the value of object `key`; *view is the stream to
@@ -246,6 +256,8 @@ public:
     // Escaped literal body and ')' / hexadecimal body and '>', without the opener.
     static void WrtString(std::string& out, const std::string& bytes);
     static void WrtHexString(std::string& out, const std::string& bytes);
+    // Rescales the font sizes of a default-appearance string by the matrix.
+    void Translate4Annot(const PgCmTD& m);
 
     struct EscPair { char letter; char byte; };
     static const EscPair EscTab[8];

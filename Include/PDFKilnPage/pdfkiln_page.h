@@ -14,6 +14,8 @@
 
 #include "pdfkiln_memsource.h"
 #include "pdfkiln_obj.h"
+#include "pdfkiln_obj_action.h"
+#include "pdfkiln_obj_annot.h"
 #include "pdfkiln_obj_page.h"
 
 namespace PDF_KILN {
@@ -132,6 +134,19 @@ public:
     std::string getRootString(int newNumber) const;
     const std::string& getPageGroupText() const { return pageGroupText; }
 
+    // Annotations and form fields: the masks act at the next setPageNo.
+    void setAnnotsEnable(PDF_KILN_AnnotsEnableE mask);
+    void setAcroFormsEnable(PDF_KILN_AcroFormsEnableE mask);
+    void setAnnotsCustomSubtype(const std::vector<std::string>& subtypes);
+    // The page's annotation entries, without the array's brackets; always 0.
+    int getPageAnnots(const std::string** out);
+    // The inside of the document's /AcroForm; with the form mask 0, returns 0
+    // and leaves *out alone. 8001 when the form cannot be fetched.
+    int getAcroFormFields(const std::string** out, int newNumber);
+    // The link targets of the current page, one per created object, in the
+    // order of their numbers.
+    std::vector<DestTD> getDestVector() const;
+
     // Numbering.
     void setOld2NewObjectVector(const Old2NewVector& v);
     Old2NewVector getOld2NewObjectVector() const;
@@ -221,6 +236,7 @@ protected:
     };
     KnownNumbers knownNumbers{*this};
     std::string decryptObject(const std::string& text, int number, int generation) const;
+    void rewriteInlineAnnots();
 };
 
 }  // namespace PDF_KILN

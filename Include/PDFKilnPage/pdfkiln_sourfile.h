@@ -12,6 +12,7 @@
 #include "pdfkiln_memsource.h"
 #include "pdfkiln_fileinfo.h"
 #include "pdfkiln_obj.h"
+#include "pdfkiln_obj_action.h"
 #include "pdfkiln_obj_catalog.h"
 #include "pdfkiln_obj_page.h"
 
@@ -45,6 +46,9 @@ public:
     void setPaperInfo(const SObj& page, CPaperInfo* info);
     const CPaperInfo* getPaperInfo(const SObj& page) const;
     bool FindStr(const std::string& what);
+    // Looks a named destination up in the catalog's /Dests and /Names trees;
+    // true for any non-empty name, `dest` holding zeros when it is not found.
+    bool getNameDest(const std::string& name, DestTD& dest);
 
     // A view over one object's text taken out of an object stream, sharing
     // this source's options (and, where asked, its object table).
@@ -119,8 +123,23 @@ public:
     // Objects that PieceInfoSelector marked private, and its three marks.
     std::set<SObj> pieceSet;
     std::string pieceMarks[3];
-    // Objects created while reading, with the identifier they are given.
+    // Objects created while reading, with the identifier they are given:
+    // one per link target of the current page, keyed by its annotation
+    // (aux holds the target's ordinal).
     std::map<SObj, SObj> createdObjects;
+    // Link targets by (ordinal, annotation), and the actions that hold them
+    // with the annotation each belongs to.
+    std::map<SDestObjKey, SDestInfo> destMap;
+    std::map<SObj, SObj> linkSet;
+    // Annotations already met, and form fields (with their flags) of the document.
+    std::set<SObj> annotsMet;
+    std::set<SObj> fieldSet;
+    // The current page's annotation array as it stands (empty when /Annots
+    // is a reference), and the annotations it lists, in order.
+    std::vector<SObj> annotsVector;
+    // Structure elements and document parts with the page each names.
+    std::map<SObj, SObj> tagPages;
+    std::map<SObj, SObj> partPages;
 
     // Output: this source's group node in a merged page tree.
     std::unique_ptr<CPages> groupNode;

@@ -7,6 +7,7 @@
 
 #include "pdfkiln_destfile.h"
 #include "pdfkiln_findingvalue.h"
+#include "pdfkiln_obj_annot.h"
 #include "pdfkiln_page.h"
 #include "pdfkiln_sourfile.h"
 
@@ -413,6 +414,10 @@ bool CPage::Read(CSourFile& in) {
     owner.resourcesSet.clear();
     owner.resourcesVector.clear();
     owner.annotsSet.clear();
+    owner.annotsVector.clear();
+    owner.annotsMet.clear();
+    owner.createdObjects.clear();
+    owner.destMap.clear();
     groupText.clear();
 
     std::list<SObj> work;
@@ -455,9 +460,15 @@ bool CPage::Read(CSourFile& in) {
                 if (owner.resourcesSet.insert(r).second) owner.resourcesVector.push_back(r);
                 ownResources = true;
             } else if (c & kClassAnnots) {
-                // Annotation objects are read by the annotation classes; the
-                // page only records its /Annots array.
-                owner.annotsSet.insert(r);
+                // The array object: its annotations and what they reach
+                // enter the closure under the caller's masks.
+                if (owner.annotsSet.insert(r).second) {
+                    StreamRecover<CSourFile> keep(owner);
+                    CAnnot annot(SObj(r.num, r.gen, kClassAnnots));
+                    CObjReader at(owner, SObj(r.num, r.gen));
+                    if (at) annot.Read(at.stream());
+                    owner.clear();
+                }
             }
             continue;
         }
@@ -488,8 +499,17 @@ bool CPage::Read(CSourFile& in) {
         }
         if (token == "[") {
             if (dictDepth == 1 && arrayDepth == 0 && prev == nmAnnots) {
-                // A direct annotation array: its dictionaries belong to the
-                // annotation classes, and their /P and /Dest lead back to pages.
+                // A direct annotation array: its dictionaries and references
+                // belong to the annotation classes (their /P and /Dest lead
+                // back to pages); the scan goes on behind its "]".
+                const std::streampos open = in.tellg();
+                CAnnot annot(SObj(self.num, self.gen, kClassAnnotArray));
+                annot.direct = true;
+                in.clear();
+                in.seekg(open - std::streamoff(1));
+                annot.Read(in);
+                in.clear();
+                in.seekg(open);
                 skipValueFrom(in, token);
                 cls = 0;
                 prev = "]";

@@ -80,6 +80,10 @@ bool CObj::Write(CDestFile& out, CSourFile& in) {
 
 bool CObj::WriteObj(CDestFile& out, CSourFile& in) { return CopyBody(out, in, CopyRules::Object); }
 
+int CObj::rewriteAnnotValue(CDestFile&, CSourFile&, const std::string&, int) { return 0; }
+void CObj::annotDictEvent(int, bool) {}
+bool CObj::rewriteAnnotRef(CDestFile&, const std::string&, int, int) { return false; }
+
 // Keys that a page's copier leaves out with their values: the embedding
 // program supplies the content, the annotations and the boxes itself.
 static bool droppedPageKey(const std::string& key) {
@@ -88,6 +92,8 @@ static bool droppedPageKey(const std::string& key) {
 
 bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
     const bool pageRules = rules == CopyRules::Page;
+    const bool annotRules = rules == CopyRules::Annot;
+    int dictDepth = 0;
     in.setf(std::ios::skipws);
     const bool keep = out.keepNumbers();
     CObjectPosition positions(&in);
@@ -132,9 +138,11 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
                 flushed = in.tellg();
                 if (pageRules && (prev == nmAnnots || prev == nmContents)) {
                     // nothing stands in for it: the key went before
+                } else if (annotRules && rewriteAnnotRef(out, prev, ref.num, ref.gen)) {
+                    // the annotation wrote its own value (its page, its target)
                 } else if (const SObj* mapped = out.newNumber(ref.num, ref.gen)) {
                     out << ' ' << mapped->num << ' ' << mapped->gen << ' ' << kwR;
-                } else if (pageRules) {
+                } else if (pageRules || annotRules) {
                     // The page keeps the key; the value it cannot map is null.
                     out << " null ";
                 } else if (!prev.empty() && prev[0] == '/') {
@@ -188,6 +196,36 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             }
             prev = token;
             continue;
+        }
+
+        if (annotRules) {
+            if (token == "<<") {
+                annotDictEvent(++dictDepth, true);
+            } else if (token == ">>") {
+                annotDictEvent(dictDepth--, false);
+            } else if (token != nmLength && token.size() > 1 && token[0] == '/') {
+                const std::streampos keyEnd = tokEnd;
+                in.clear();
+                in.seekg(keyEnd);
+                const std::size_t mark = out.size();
+                copySpan(in, flushed, keyEnd, out);
+                const int done = rewriteAnnotValue(out, in, token, dictDepth);
+                if (done != 0) {
+                    if (done < 0) {
+                        in.clear();
+                        return finish(false);
+                    }
+                    in.clear(in.rdstate() & ~std::ios::failbit);
+                    flushed = in.tellg();
+                    if (flushed == std::streampos(-1)) flushed = endOf(in);
+                    prev = token;
+                    continue;
+                }
+                // Not rewritten: the key is copied with what follows it.
+                out.resize(mark);
+                in.clear();
+                in.seekg(keyEnd);
+            }
         }
 
         if (token == nmLength) {

@@ -336,6 +336,18 @@ void CPDFKilnPage::setCurPageObj(int number, int generation) {
     curPageObj[1] = generation;
 }
 
+void CPDFKilnPage::setAnnotsEnable(PDF_KILN_AnnotsEnableE mask) {
+    if (source) source->annotsEnable = mask;
+}
+
+void CPDFKilnPage::setAcroFormsEnable(PDF_KILN_AcroFormsEnableE mask) {
+    if (source) source->acroFormsEnable = mask;
+}
+
+void CPDFKilnPage::setAnnotsCustomSubtype(const std::vector<std::string>& subtypes) {
+    if (source) source->annotSubtypes = subtypes;
+}
+
 // ---------------------------------------------------------------------------
 // Content and resources
 
@@ -515,7 +527,11 @@ int CPDFKilnPage::getPageRes(const std::string** out, int newNumber) {
         resourceText = dest;
         cutAtLastEndobj(resourceText);
         const std::string page = getPageRootString(newNumber);
-        const std::string r2 = CPageInfo(page).getValueString("Resources");
+        std::string r2 = CPageInfo(page).getValueString("Resources");
+        // A page whose resource object is also delivered (an appearance or a
+        // form shares it) names it by its new number: that is the object just
+        // rendered, not a dictionary to merge.
+        if (r2.find("<<") == std::string::npos) r2.clear();
         if (resourceText.empty()) {
             resourceText = r2;
         } else if (!r2.empty()) {
@@ -651,10 +667,11 @@ int CPDFKilnPage::setStartObjNo(int start) {
     source->freshObjects.clear();
     for (auto& c : source->createdObjects) {
         c.second = SObj(counter++, 0);
-        dest.insertNewObjTab(NewObjTable{0, 0, c.first.num, c.first.gen}, c.second);
+        dest.linkTable[NewObjTable{c.first.aux, 0, c.first.num, c.first.gen}] = c.second;
     }
 
-    // Text: every object not delivered before.
+    // Text: every object not delivered before (the annotation copier looks
+    // its link targets up in the link table).
     int local = start;
     for (const SObj& o : fresh) {
         const auto k = key(o);
@@ -672,8 +689,8 @@ int CPDFKilnPage::setStartObjNo(int start) {
             dest.curObj = target;
             StreamRecover<CSourFile> keep(*source);
             if (o.aux & 4098) {
-                CObj obj(SObj(o.num, o.gen));
-                obj.flags |= CObj::kIndirect;
+                CAnnot obj(SObj(o.num, o.gen, o.aux));
+                obj.setCurPageObj(curPageObj[0], curPageObj[1]);
                 ok = obj.LocalObj(dest, *source);
             } else {
                 CPage obj{SObj(o.num, o.gen)};
@@ -712,6 +729,195 @@ int CPDFKilnPage::setStartObjNo(int start) {
         }
     }
     return 0;
+}
+
+// ---------------------------------------------------------------------------
+// Annotations and form fields
+
+int CPDFKilnPage::getPageAnnots(const std::string** out) {
+    annotsText.clear();
+    try {
+        if (source && !source->annotsSet.empty()) {
+            // The array is an object of its own: rendered through the
+            // annotation copier with the numbering of this page.
+            CDestFile dest{std::string()};
+            fillRenumbering(dest);
+            // Created objects keep the numbers the numbering gave them.
+            int counter = startObjNo + static_cast<int>(unnumberedObjects().size());
+            for (auto& c : source->createdObjects) {
+                if (c.second.num <= 0) c.second = SObj(counter++, 0);
+                dest.linkTable[NewObjTable{c.first.aux, 0, c.first.num, c.first.gen}] = c.second;
+            }
+            for (const SObj& a : source->annotsSet) {
+                CAnnot annot(SObj(a.num, a.gen, kClassAnnots));
+                annot.setCurPageObj(curPageObj[0], curPageObj[1]);
+                StreamRecover<CSourFile> keep(*source);
+                if (!annot.LocalObj(dest, *source)) break;
+                annotsText = dest;
+                cutAtLastEndobj(annotsText);
+            }
+        } else if (source) {
+            const std::string page = getPageRootString(0);
+            annotsText = CPageInfo(page).getValueString("Annots");
+            if (!annotsText.empty()) rewriteInlineAnnots();
+        }
+    } catch (int) {
+    } catch (const std::exception&) {
+    }
+    const std::size_t open = annotsText.find('[');
+    const std::size_t close = annotsText.rfind(']');
+    if (open != std::string::npos) annotsText[open] = ' ';
+    if (close != std::string::npos && close != open) annotsText[close] = ' ';
+    if (annotsText.find_first_not_of(" \r\n") == std::string::npos) annotsText.clear();
+    *out = &annotsText;
+    return kResultOk;
+}
+
+// The inline array's own dictionaries: /Rect moved by the page matrix
+// ("%f" numbers), /Dest replaced by the next created object.
+void CPDFKilnPage::rewriteInlineAnnots() {
+    CMemoryBuf buf;
+    buf.reset(annotsText.data(), annotsText.size());
+    CSourFile in(&buf);
+    in.makeView(*source, false);
+    std::string result;
+    std::size_t copied = 0;
+    int depth = 0;
+    auto created = source->createdObjects.begin();
+    std::string token;
+    const PgCmTD m = CAnnot::sourceCm(*source);
+    auto at = [&]() {
+        std::streampos p = in.tellg();
+        if (p == std::streampos(-1)) return annotsText.size();
+        return static_cast<std::size_t>(p);
+    };
+    for (int n = 0; n < (1 << 20) && in.good(); ++n) {
+        readPDFString(in, token);
+        if (!in.good() && (token.empty() || token.back() == '\0')) break;
+        if (token == "[") {
+            ++depth;
+        } else if (token == "]") {
+            if (--depth <= 0) break;
+        } else if (token == "(" || token == "<") {
+            CStringType skipped;
+            skipped.isHex = token == "<";
+            skipped.noDecrypt = true;
+            skipped.Read(in);
+        } else if (token == nmRect) {
+            const std::size_t keyEnd = at();
+            result.append(annotsText, copied, keyEnd - copied);
+            result += "[ ";
+            std::vector<float> v;
+            if (!CObj::ReadNumArrayObj(in, v) || v.size() < 4) return;  // the text stays as it was
+            RectTD r;
+            CAnnot::TransRect(RectTD{v[0], v[1], v[2], v[3]}, m, r, true);
+            char num[256];
+            std::snprintf(num, sizeof num, "%f %f %f %f", r.left, r.bottom, r.right, r.top);
+            result += num;
+            // Copying goes on at the old array's "]".
+            const std::size_t after = at();
+            copied = after > 0 ? after - 1 : after;
+        } else if (token == nmDest) {
+            const std::size_t keyEnd = at();
+            const std::size_t close = annotsText.find(']', keyEnd);
+            const std::size_t openAt = annotsText.find('[', keyEnd);
+            const bool replace = close != std::string::npos && (openAt == std::string::npos || close < openAt ||
+                                                                annotsText.find_first_not_of(" \r\n\t", keyEnd) == openAt);
+            if (replace && created != source->createdObjects.end()) {
+                result.append(annotsText, copied, keyEnd - copied);
+                result += " " + std::to_string(created->second.num) + " 0 R ";
+                ++created;
+                const std::size_t valueEnd = annotsText.find(']', keyEnd);
+                // A named target ends at its own token; an array at its "]".
+                const std::size_t first = annotsText.find_first_not_of(" \r\n\t", keyEnd);
+                std::size_t resume = valueEnd + 1;
+                if (first != std::string::npos && annotsText[first] != '[') {
+                    std::size_t e = first + 1;
+                    while (e < annotsText.size() && !isspace(static_cast<unsigned char>(annotsText[e])) &&
+                           annotsText[e] != '/' && annotsText[e] != ']' && annotsText[e] != '>')
+                        ++e;
+                    resume = e;
+                }
+                copied = resume;
+                in.clear();
+                in.seekg(static_cast<std::streamoff>(resume));
+            }
+        }
+    }
+    if (copied < annotsText.size()) result.append(annotsText, copied, std::string::npos);
+    annotsText = result;
+}
+
+int CPDFKilnPage::getAcroFormFields(const std::string** out, int newNumber) {
+    formFieldsText.clear();
+    if (!source || source->acroFormsEnable == 0) return kResultOk;
+    const CAcroForm& form = source->catalog.acroForm;
+    if (form.self.num >= 1 && form.heldByReference) {
+        CDestFile dest{std::string()};
+        fillRenumbering(dest);
+        if (newNumber) {
+            dest.curObj = SObj(newNumber, 0);
+            getEncryptInfo(dest.fileInfo.encrypt);
+        }
+        CObj obj(SObj(form.self.num, form.self.gen));
+        obj.flags |= CObj::kIndirect;
+        StreamRecover<CSourFile> keep(*source);
+        if (!obj.LocalObj(dest, *source)) return kResultNotLocalised;
+        formFieldsText = dest;
+        cutAtLastEndobj(formFieldsText);
+    } else {
+        // The catalog as getRootString renders it, with every number this
+        // facade delivered: fields delivered on earlier pages stay listed.
+        CDestFile dest{std::string()};
+        fillRenumbering(dest);
+        const SObj& cat = source->catalog.self;
+        dest.insertNewObjTab(NewObjTable{0, 0, cat.num, cat.gen}, SObj(newNumber ? newNumber : cat.num, 0));
+        if (newNumber) {
+            dest.curObj = SObj(newNumber, 0);
+            getEncryptInfo(dest.fileInfo.encrypt);
+        }
+        CObj obj(SObj(cat.num, cat.gen));
+        obj.flags |= CObj::kIndirect;
+        StreamRecover<CSourFile> keep(*source);
+        obj.LocalObj(dest, *source);
+        const std::string catalog = dest;
+        formFieldsText = CPageInfo(catalog).getValueString("AcroForm");
+    }
+    const std::size_t lt = formFieldsText.find('<');
+    const std::size_t gt = formFieldsText.rfind('>');
+    if (lt != std::string::npos && gt != std::string::npos) {
+        // The inside of the dictionary: two bytes behind the first "<", and
+        // one byte less than up to the last ">".
+        const long len = static_cast<long>(gt) - static_cast<long>(lt) - 3;
+        formFieldsText = lt + 2 <= formFieldsText.size() && len > 0
+                             ? formFieldsText.substr(lt + 2, static_cast<std::size_t>(len))
+                             : std::string();
+    }
+    *out = &formFieldsText;
+    return kResultOk;
+}
+
+std::vector<DestTD> CPDFKilnPage::getDestVector() const {
+    std::vector<DestTD> v;
+    if (!source) return v;
+    for (const auto& c : source->createdObjects) {
+        DestTD d;
+        d.number = c.second.num;
+        auto info = source->destMap.find(SDestObjKey{c.first.aux, c.first.num, c.first.gen});
+        if (info != source->destMap.end()) {
+            if (!info->second.name.empty()) {
+                StreamRecover<CSourFile> keep(*source);
+                source->getNameDest(info->second.name, d);
+                d.named = 1;
+            } else {
+                d.page = info->second.page;
+                d.style = info->second.style;
+                std::copy(info->second.pos, info->second.pos + 4, d.pos);
+            }
+        }
+        v.push_back(d);
+    }
+    return v;
 }
 
 }  // namespace PDF_KILN

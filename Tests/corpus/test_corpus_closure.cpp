@@ -52,6 +52,12 @@ RunResult runFile(const std::string& path) {
             next = std::max(next, it->first.first + 1);
             texts.push_back(it->second);
         }
+        // Link targets are objects the caller writes under the numbers the
+        // library gave them.
+        for (const auto& d : doc.getDestVector()) {
+            delivered.insert(d.number);
+            next = std::max(next, d.number + 1);
+        }
         const std::string* res = nullptr;
         doc.getPageRes(&res, form);
         texts.push_back(*res);

@@ -41,12 +41,19 @@ struct Options {
     std::string encrypt;
     std::string user, owner;
     int permissions = -4;
+    // Annotations and form fields: kept unless switched off.
+    bool noAnnots = false, noForms = false;
+    int annotsDisable = 0;
 };
 
 void usage() {
     std::fputs("usage: pdfkiln compose -o OUT.pdf [--nup CxR] [--sheet WxH] [--password P] [--quiet]\n"
-               "                       [--encrypt aes-128 --user U --owner O [--permissions P]] IN[:PAGES]...\n"
-               "  PAGES: comma-separated numbers and ranges (3-7, 5-z); all pages when left out\n",
+               "                       [--encrypt aes-128 --user U --owner O [--permissions P]]\n"
+               "                       [--no-annots] [--no-forms] [--annots-disable MASK] IN[:PAGES]...\n"
+               "  PAGES: comma-separated numbers and ranges (3-7, 5-z); all pages when left out\n"
+               "  annotations and form fields are kept, moved with their page; --no-annots drops the\n"
+               "  annotations, --no-forms the form fields, --annots-disable MASK the annotation subtypes\n"
+               "  whose bits are set (1 /Link, 2 /Text, ... as the library's annotation mask)\n",
                stderr);
 }
 
@@ -65,6 +72,12 @@ bool parseArgs(int argc, char** argv, Options& o) {
                 return false;
         } else if (a == "--password" && i + 1 < argc) {
             o.password = argv[++i];
+        } else if (a == "--no-annots") {
+            o.noAnnots = true;
+        } else if (a == "--no-forms") {
+            o.noForms = true;
+        } else if (a == "--annots-disable" && i + 1 < argc) {
+            o.annotsDisable = static_cast<int>(std::strtoul(argv[++i], nullptr, 0));
         } else if (a == "--quiet") {
             o.quiet = true;
         } else if (a == "--encrypt" && i + 1 < argc) {
@@ -385,7 +398,81 @@ struct Placed {
     int form;
     float box[4];
     int rotate;
+    std::size_t job;
+    int page;
+    double cm[6];
 };
+
+// A link target the library created for a page: written once every page is
+// placed, since it may lead to a later one.
+struct Target {
+    DestTD dest;
+    std::size_t job;
+};
+
+// The matrix that takes page space to sheet space: the page's box moved to
+// the origin, turned by its /Rotate, scaled and moved into its cell.
+void placement(const Placed& pl, double s, double tx, double ty, double m[6]) {
+    const double w0 = pl.box[2] - pl.box[0], h0 = pl.box[3] - pl.box[1];
+    double r[6] = {1, 0, 0, 1, 0, 0};
+    switch (((pl.rotate % 360) + 360) % 360) {
+        case 90: r[1] = -1; r[2] = 1; r[0] = r[3] = 0; r[5] = w0; break;
+        case 180: r[0] = r[3] = -1; r[4] = w0; r[5] = h0; break;
+        case 270: r[0] = r[3] = 0; r[1] = 1; r[2] = -1; r[4] = h0; break;
+        default: break;
+    }
+    // p' = ((p - origin) x R) x S
+    const double ox = -pl.box[0], oy = -pl.box[1];
+    const double a = r[0] * s, b = r[1] * s, c = r[2] * s, d = r[3] * s;
+    m[0] = a;
+    m[1] = b;
+    m[2] = c;
+    m[3] = d;
+    m[4] = ox * a + oy * c + r[4] * s + tx;
+    m[5] = ox * b + oy * d + r[5] * s + ty;
+}
+
+// The value of `key` in a dictionary's inside, as text ("" when absent).
+std::string dictValue(const std::string& inside, const std::string& key) {
+    std::size_t at = 0;
+    while ((at = inside.find(key, at)) != std::string::npos) {
+        const std::size_t end = at + key.size();
+        if (end < inside.size() && (std::isalnum(static_cast<unsigned char>(inside[end])))) {
+            at = end;
+            continue;
+        }
+        std::size_t v = inside.find_first_not_of(" \t\r\n", end);
+        if (v == std::string::npos) return std::string();
+        const char open = inside[v];
+        if (open == '[' || open == '<' || open == '(') {
+            const char close = open == '[' ? ']' : open == '(' ? ')' : '>';
+            int depth = 0;
+            for (std::size_t i = v; i < inside.size(); ++i) {
+                if (open == '(' && inside[i] == '\\') {
+                    ++i;
+                    continue;
+                }
+                if (inside[i] == open) ++depth;
+                else if (inside[i] == close && --depth == 0) return inside.substr(v, i - v + 1);
+            }
+            return std::string();
+        }
+        std::size_t e = v + 1;
+        while (e < inside.size() && !std::isspace(static_cast<unsigned char>(inside[e])) && inside[e] != '/' &&
+               inside[e] != '>')
+            ++e;
+        // A reference: "n g R".
+        const std::string rest = inside.substr(v, 24);
+        int n1 = 0, n2 = 0;
+        char r = 0;
+        if (std::sscanf(rest.c_str(), "%d %d %c", &n1, &n2, &r) == 3 && r == 'R') {
+            const std::size_t rp = inside.find('R', v);
+            return inside.substr(v, rp - v + 1);
+        }
+        return inside.substr(v, e - v);
+    }
+    return std::string();
+}
 
 std::string hexOf(const std::string& bytes) {
     static const char* digits = "0123456789abcdef";
@@ -435,6 +522,30 @@ std::string setUpEncryption(const Options& o, Writer& w) {
     w.trailerExtra = " /Encrypt " + std::to_string(encryptObj) + " 0 R /ID [<" + hexOf(info.ID) + "> <" +
                      hexOf(info.ID) + ">]";
     return info.key.substr(0, 16);
+}
+
+void displayedSize(const Placed& pl, double& dw, double& dh) {
+    dw = pl.box[2] - pl.box[0];
+    dh = pl.box[3] - pl.box[1];
+    const int r = ((pl.rotate % 360) + 360) % 360;
+    if (r == 90 || r == 270) std::swap(dw, dh);
+}
+
+// The size of the sheet a page goes on: the one asked for, the first page's
+// own for one page per sheet, A4 for n-up.
+void sheetSize(const Options& o, const std::vector<Placed>& placed, const Placed& pl, std::size_t perSheet,
+               double& W, double& H) {
+    W = o.sheetW;
+    H = o.sheetH;
+    if (W <= 0) {
+        if (perSheet == 1) {
+            const std::size_t first = placed.size() / perSheet * perSheet;
+            displayedSize(first < placed.size() ? placed[first] : pl, W, H);
+        } else {
+            W = 595.276, H = 841.89;
+        }
+        if (!(W > 0) || !(H > 0)) W = 612, H = 792;
+    }
 }
 
 const char* resultText(int rc) {
@@ -497,12 +608,23 @@ int cmdCompose(int argc, char** argv) {
         // the output: AES with a 16-byte key (cipher mode 4).
         if (!fileKey.empty())
             j.doc->setEncryptKey(reinterpret_cast<const unsigned char*>(fileKey.data()), 16, 4);
+        // A form mask that switches off no kind of field keeps the form.
+        j.doc->setAnnotsEnable(o.noAnnots ? -1 : o.annotsDisable);
+        j.doc->setAcroFormsEnable(o.noForms ? -1 : 0x100);
         total += j.pages.size();
         jobs.push_back(std::move(j));
     }
 
+    const std::size_t perSheet = static_cast<std::size_t>(o.cols) * static_cast<std::size_t>(o.rows);
+    std::vector<int> sheetObjs;
+    std::vector<std::string> sheetAnnots;
+    std::vector<Target> targets;
+    const int acroForm = o.noForms ? 0 : w.reserve();
+    std::string fields, formExtra;
+    bool needAppearances = false;
     std::size_t done = 0;
-    for (Job& j : jobs) {
+    for (std::size_t ji = 0; ji < jobs.size(); ++ji) {
+        Job& j = jobs[ji];
         CPDFKilnPage& doc = *j.doc;
         for (int p : j.pages) {
             ++done;
@@ -513,11 +635,45 @@ int cmdCompose(int argc, char** argv) {
                 continue;
             }
             const int form = w.reserve();
+            Placed pl{form, {0, 0, 0, 0}, 0, ji, p, {1, 0, 0, 1, 0, 0}};
+            doc.getPageBox(CPDFKilnPage::eVisibleBox, pl.box[0], pl.box[1], pl.box[2], pl.box[3]);
+            doc.getPageRotate(pl.rotate);
+            // Where the page lands, so that its annotations move with it.
+            const std::size_t cell = placed.size() % perSheet;
+            if (cell == 0) {
+                sheetObjs.push_back(w.reserve());
+                sheetAnnots.emplace_back();
+            }
+            {
+                double W = 0, H = 0, dw = 0, dh = 0;
+                sheetSize(o, placed, pl, perSheet, W, H);
+                displayedSize(pl, dw, dh);
+                const double cw = W / o.cols, ch = H / o.rows;
+                if (dw > 0 && dh > 0) {
+                    const double ox = static_cast<double>(cell % static_cast<std::size_t>(o.cols)) * cw;
+                    const double oy = H - static_cast<double>(cell / static_cast<std::size_t>(o.cols) + 1) * ch;
+                    const double s = std::min(cw / dw, ch / dh);
+                    placement(pl, s, ox + (cw - dw * s) / 2, oy + (ch - dh * s) / 2, pl.cm);
+                }
+            }
+            doc.setPageCm(PgCmTD{static_cast<float>(pl.cm[0]), static_cast<float>(pl.cm[1]),
+                                 static_cast<float>(pl.cm[2]), static_cast<float>(pl.cm[3]),
+                                 static_cast<float>(pl.cm[4]), static_cast<float>(pl.cm[5])});
+            doc.setCurPageObj(sheetObjs.back(), 0);
             doc.setStartObjNo(w.next);
             for (auto it = doc.begin(); it != doc.end(); doc.next(it)) {
                 const int n = it->first.first;
                 w.object(n, it->second.empty() ? std::string("null") : it->second);
                 w.next = std::max(w.next, n + 1);
+            }
+            for (const DestTD& d : doc.getDestVector()) {
+                targets.push_back(Target{d, ji});
+                w.next = std::max(w.next, d.number + 1);
+            }
+            if (!o.noAnnots || !o.noForms) {
+                const std::string* annots = nullptr;
+                doc.getPageAnnots(&annots);
+                if (annots && !annots->empty()) sheetAnnots.back() += *annots + " ";
             }
             const std::string* contents = nullptr;
             const std::string* res = nullptr;
@@ -525,9 +681,6 @@ int cmdCompose(int argc, char** argv) {
             if (rc != 0)
                 std::fprintf(stderr, "pdfkiln: %s: page %d: content does not decode (%d)\n", j.file.c_str(), p, rc);
             doc.getPageRes(&res, form);
-            Placed pl{form, {0, 0, 0, 0}, 0};
-            doc.getPageBox(CPDFKilnPage::eVisibleBox, pl.box[0], pl.box[1], pl.box[2], pl.box[3]);
-            doc.getPageRotate(pl.rotate);
             const std::string data = deflate(*contents);
             w.stream(form,
                      "/Type /XObject /Subtype /Form /BBox [" + num(pl.box[0]) + " " + num(pl.box[1]) + " " +
@@ -538,14 +691,60 @@ int cmdCompose(int argc, char** argv) {
             if (!o.quiet && total >= 50 && (done % 50 == 0 || done == total))
                 std::fprintf(stderr, "pdfkiln: %zu/%zu pages\n", done, total);
         }
+        // The source's form: its fields that came along, merged into one.
+        const std::string* formText = nullptr;
+        if (acroForm && doc.getAcroFormFields(&formText, acroForm) == 0 && formText) {
+            const std::string f = dictValue(*formText, "/Fields");
+            if (f.size() > 2 && f.front() == '[') fields += f.substr(1, f.size() - 2) + " ";
+            if (dictValue(*formText, "/NeedAppearances") == "true") needAppearances = true;
+            if (formExtra.empty()) {
+                const std::string dr = dictValue(*formText, "/DR");
+                if (!dr.empty()) formExtra += " /DR " + dr;
+                const std::string da = dictValue(*formText, "/DA");
+                if (!da.empty()) formExtra += " /DA " + da;
+            }
+        }
     }
     if (placed.empty()) {
         std::fputs("pdfkiln: no page could be placed\n", stderr);
         return 1;
     }
 
+    // Link targets: the sheet that shows the page, at the point the page's
+    // placement takes the target to; null for a page left out.
+    for (const Target& t : targets) {
+        const Placed* at = nullptr;
+        std::size_t index = 0;
+        for (std::size_t i = 0; i < placed.size(); ++i) {
+            if (placed[i].job == t.job && placed[i].page == t.dest.page && t.dest.page > 0) {
+                at = &placed[i];
+                index = i;
+                break;
+            }
+        }
+        if (!at || t.dest.number <= 0) {
+            if (t.dest.number > 0) w.object(t.dest.number, "null");
+            continue;
+        }
+        const double* m = at->cm;
+        const int sheet = sheetObjs[index / perSheet];
+        std::string text = "[" + std::to_string(sheet) + " 0 R ";
+        if (t.dest.style == 1) {
+            const bool hasX = t.dest.pos[0] < 3e38f, hasY = t.dest.pos[1] < 3e38f;
+            const double x = hasX ? t.dest.pos[0] : at->box[0], y = hasY ? t.dest.pos[1] : at->box[3];
+            text += "/XYZ " + (hasX ? num(m[0] * x + m[2] * y + m[4]) : std::string("null")) + " " +
+                    (hasY ? num(m[1] * x + m[3] * y + m[5]) : std::string("null")) + " null]";
+        } else {
+            text += "/Fit]";
+        }
+        w.object(t.dest.number, text);
+    }
+    if (acroForm) {
+        w.object(acroForm, "<< /Fields [" + fields + "]" + (needAppearances ? " /NeedAppearances true" : "") +
+                               formExtra + " >>");
+    }
+
     // Sheets: cells left to right, top to bottom.
-    const std::size_t perSheet = static_cast<std::size_t>(o.cols) * static_cast<std::size_t>(o.rows);
     std::string kids;
     int sheets = 0;
     for (std::size_t first = 0; first < placed.size(); first += perSheet) {
@@ -589,16 +788,21 @@ int cmdCompose(int argc, char** argv) {
             xobjects += name + " " + std::to_string(pl.form) + " 0 R ";
         }
         const int contentObj = w.reserve();
-        const int pageObj = w.reserve();
+        const std::size_t sheetIndex = first / perSheet;
+        const int pageObj = sheetObjs[sheetIndex];
+        const std::string& annotRefs = sheetAnnots[sheetIndex];
         w.stream(contentObj, "/Filter /FlateDecode", deflate(content));
         w.object(pageObj, "<< /Type /Page /Parent " + std::to_string(root) + " 0 R /MediaBox [0 0 " + num(W) + " " +
                               num(H) + "] /Resources << /XObject << " + xobjects + ">> >> /Contents " +
-                              std::to_string(contentObj) + " 0 R >>");
+                              std::to_string(contentObj) + " 0 R" +
+                              (annotRefs.empty() ? std::string() : " /Annots [" + annotRefs + "]") + " >>");
         kids += std::to_string(pageObj) + " 0 R ";
         ++sheets;
     }
     w.object(root, "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(sheets) + " >>");
-    w.object(catalog, "<< /Type /Catalog /Pages " + std::to_string(root) + " 0 R >>");
+    w.object(catalog, "<< /Type /Catalog /Pages " + std::to_string(root) + " 0 R" +
+                          (acroForm && !fields.empty() ? " /AcroForm " + std::to_string(acroForm) + " 0 R" : "") +
+                          " >>");
     w.finish(catalog);
 
     std::ofstream out(o.out, std::ios::binary);
