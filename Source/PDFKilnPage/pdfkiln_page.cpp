@@ -527,11 +527,7 @@ int CPDFKilnPage::getPageRes(const std::string** out, int newNumber) {
         resourceText = dest;
         cutAtLastEndobj(resourceText);
         const std::string page = getPageRootString(newNumber);
-        std::string r2 = CPageInfo(page).getValueString("Resources");
-        // A page whose resource object is also delivered (an appearance or a
-        // form shares it) names it by its new number: that is the object just
-        // rendered, not a dictionary to merge.
-        if (r2.find("<<") == std::string::npos) r2.clear();
+        const std::string r2 = CPageInfo(page).getValueString("Resources");
         if (resourceText.empty()) {
             resourceText = r2;
         } else if (!r2.empty()) {
