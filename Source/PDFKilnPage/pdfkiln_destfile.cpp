@@ -1,6 +1,7 @@
 // The destination file: selection, renumbering, and the file's tail.
 #include "pdfkiln_destfile.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -23,9 +24,10 @@ int digitCount(long v) { return v <= 0 ? 1 : static_cast<int>(std::floor(std::lo
 }  // namespace
 
 Facade_stringstream& Facade_stringstream::operator<<(int v) {
-    std::ostringstream s;
-    s << v;
-    append(s.str());
+    // The decimal form a default stream gives, without building one.
+    char digits[16];
+    const auto r = std::to_chars(digits, digits + sizeof digits, v);
+    append(digits, static_cast<std::size_t>(r.ptr - digits));
     return *this;
 }
 
