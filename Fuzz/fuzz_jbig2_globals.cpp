@@ -1,4 +1,4 @@
-// libFuzzer target over Jbig2ToRGB_New (Part 8.6), the embedded JBIG2 decoder
+// libFuzzer target over Jbig2ToRGB_New, the embedded JBIG2 decoder
 // with /JBIG2Globals. The input is split in two at its leading length byte
 // L: of the R bytes behind it, the first R*L/255 are the globals and the rest
 // the page data. Every segment type is reached, in either part.

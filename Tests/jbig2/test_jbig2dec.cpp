@@ -1,11 +1,11 @@
-// Tests of JBIG2Dec and Jbig2ToRGB_New, the second JBIG2 decoder (Part 8.6).
+// Tests of JBIG2Dec and Jbig2ToRGB_New, the second JBIG2 decoder.
 //
-// Units, grouped by the rows of Part 8.6's table of differences from the
+// Units, grouped by the rows of its table of differences from the
 // jbig2:: decoder and by its edge cases, each on the smallest stream that
 // shows it; then the corpus: every file of serenity/decodes-to-bitmap.txt in
 // the embedded form (and split into /JBIG2Globals and page data) against
 // reference/bitmap.bmp in the inverted sense, with the files that a rule of
-// Part 8.6 explains listed in explained-jbig2dec.txt; and the JBIG2 images of
+// this decoder explains listed in explained-jbig2dec.txt; and the JBIG2 images of
 // PDF files against jbig2dec -e on the same globals and data.
 #include <gtest/gtest.h>
 
@@ -150,7 +150,7 @@ Bytes longFormSegment(uint32_t number, int type, uint32_t refCount, const Bytes&
     put32(b, number);
     b.push_back(static_cast<unsigned char>(type));
     put32(b, 0xE0000000u | refCount);
-    // Retention bytes as Part 8.6 counts them: (count+9)/8.
+    // Retention bytes as this decoder counts them: (count+9)/8.
     for (uint32_t i = 0; i < (refCount + 9) / 8; ++i) b.push_back(0);
     for (uint32_t i = 0; i < refCount; ++i) b.push_back(static_cast<unsigned char>(i));
     b.push_back(1);

@@ -1,4 +1,4 @@
-// GList: the growing array of pointers of the JBIG2Dec decoder (Part 8.6).
+// GList: the growing array of pointers of the JBIG2Dec decoder.
 // It owns the array, not what the pointers point to.
 #ifndef PDFKILN_JBIG2DEC_GLIST_H
 #define PDFKILN_JBIG2DEC_GLIST_H

@@ -1,4 +1,4 @@
-// The MQ arithmetic decoder of JBIG2Dec (Part 8.6; ISO/IEC 14492 Annex E),
+// The MQ arithmetic decoder of JBIG2Dec (ISO/IEC 14492 Annex E),
 // with the integer and IAID procedures of Annex A. Its own classes: nothing
 // here is shared with the jbig2:: decoder.
 #ifndef PDFKILN_JBIG2DEC_JARITHMETICDECODER_H

@@ -1,5 +1,5 @@
 // JBIG2ByteInput: the bounded view over one segment's data through which
-// every decoder of JBIG2Dec (Part 8.6) reads. No read moves past the end; a
+// every decoder of JBIG2Dec reads. No read moves past the end; a
 // read there fails, or gives the caller's padding byte, and is counted, so
 // that loops over damaged data can tell that the data ran out.
 #ifndef PDFKILN_JBIG2DEC_INPUT_H

@@ -1,4 +1,4 @@
-// The segments that JBIG2Dec (Part 8.6) keeps for reference: bitmaps of
+// The segments that JBIG2Dec keeps for reference: bitmaps of
 // intermediate regions, symbol dictionaries, pattern dictionaries and code
 // tables. Also the raster budget of a decode. Types of their own: nothing
 // here is shared with the jbig2:: decoder.

@@ -1,4 +1,4 @@
-// The Huffman decoder of JBIG2Dec (Part 8.6; ISO/IEC 14492 Annex B) and its
+// The Huffman decoder of JBIG2Dec (ISO/IEC 14492 Annex B) and its
 // tables: the standard tables B.1 to B.15 and tables built from code table
 // segments or from a text region's symbol code lengths.
 #ifndef PDFKILN_JBIG2DEC_HUFFMANDECODER_H

@@ -1,4 +1,4 @@
-// The MMR decoder of JBIG2Dec (Part 8.6; ITU-T T.6 as ISO/IEC 14492 6.2.6
+// The MMR decoder of JBIG2Dec (ITU-T T.6 as ISO/IEC 14492 6.2.6
 // uses it): mode and run-length codes read from a bounded byte view.
 #ifndef PDFKILN_JBIG2DEC_MMRDECODER_H
 #define PDFKILN_JBIG2DEC_MMRDECODER_H

@@ -1,9 +1,9 @@
-// JBIG2Dec, the second and self-contained JBIG2 decoder (Part 8.6), for
+// JBIG2Dec, the second and self-contained JBIG2 decoder, for
 // PDF's embedded JBIG2 with /JBIG2Globals, and its exported C entry
 // Jbig2ToRGB_New. It shares no code and no types with the jbig2:: decoder of
 // Jbig2ToRGB; this header brings in all of its classes.
 //
-// How it differs from jbig2:: (Part 8.6's table): the globals are read
+// How it differs from the jbig2:: decoder: the globals are read
 // first; the result is inverted (0 is black, as /JBIG2Decode asks); the entry
 // returns 0 in every case; there is no file header; end-of-page and
 // end-of-file segments are skipped, not stops; the long form of the

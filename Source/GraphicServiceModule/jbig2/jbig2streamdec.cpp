@@ -1,4 +1,4 @@
-// JBIG2Dec, the frame of the second JBIG2 decoder (Part 8.6): globals then
+// JBIG2Dec, the frame of the second JBIG2 decoder: globals then
 // data, the segment loop with its headers and dispatch, the kept segments,
 // and the exported C entry Jbig2ToRGB_New.
 #include "jbig2/jbig2streamdec.h"
@@ -163,7 +163,7 @@ void JBIG2Dec::readSegments() {
                         (static_cast<uint32_t>(more[1]) << 8) | more[2]) &
                        0x1fffffff;
             lastRefCount = nRefSegs;
-            // As Part 8.6 counts them: (count+9)/8 bytes.
+            // As this decoder counts them: (count+9)/8 bytes.
             const uint32_t retentionBytes = (nRefSegs + 9) >> 3;
             if (!curStr->ignore(retentionBytes) || static_cast<uint32_t>(curStr->gcount()) != retentionBytes) break;
         }
