@@ -272,6 +272,18 @@ TEST(Rules, UnterminatedOuterClosesOnInner) {
     EXPECT_EQ(first<MatchStringObject>("(a (b) c"), "(a (b)");
 }
 
+TEST(Rules, UnbalancedOpenersAreMatchedOnceEach) {
+    // Openers that never close, between pairs that do: every start byte
+    // retries them, which without remembering the failed places costs time
+    // exponential in their nesting (a 309-byte input took seconds).
+    std::string text;
+    for (int i = 0; i < 40; ++i) text += "[D[D][];[J[][J[][[D]D;";
+    const std::vector<std::string> hits = all<MatchArrayObject>(text);
+    ASSERT_FALSE(hits.empty());
+    for (const std::string& h : hits) EXPECT_TRUE(h.front() == '[' && h.back() == ']') << h;
+    EXPECT_EQ(first<MatchArrayObject>("[D[D][];"), "[D[D][]");
+}
+
 TEST(Rules, NestingDepthIsBounded) {
     // Within the bound the match is exact.
     const std::string ok = std::string(200, '[') + std::string(200, ']');

@@ -3,7 +3,10 @@
 #ifndef PDFKILN_YARD_PARSER_INPUT_STREAM_H
 #define PDFKILN_YARD_PARSER_INPUT_STREAM_H
 
+#include <atomic>
 #include <cassert>
+#include <cstddef>
+#include <unordered_map>
 
 namespace yard {
 
@@ -50,12 +53,46 @@ public:
     bool NestOverflow() const { return nestOverflow; }
     void SetNestOverflow() { nestOverflow = true; }
 
+    // A nest rule gives the same answer at the same place: the scan tries
+    // every start byte, and unbalanced openers would otherwise be matched
+    // over and over (exponential in their nesting). The answer is kept for
+    // the places where a rule was tried (where it ended, or that it failed),
+    // with the depth it was found at: it holds again at that depth or a
+    // shallower one, where the depth limit cannot come nearer.
+    bool KnownNest(int rule, Iter_T at, bool& matched, Iter_T& to) const {
+        if (nestKnown.empty()) return false;
+        auto it = nestKnown.find(key(rule, at));
+        if (it == nestKnown.end() || nestDepth > it->second.depth) return false;
+        matched = it->second.end >= 0;
+        if (matched) to = begin + it->second.end;
+        return true;
+    }
+    void NoteNest(int rule, Iter_T at, bool matched, Iter_T to) {
+        Known& k = nestKnown[key(rule, at)];
+        k.end = matched ? static_cast<long long>(to - begin) : -1;
+        k.depth = nestDepth;
+    }
+    // A number for each kind of nest rule, given on first use.
+    static int NextNestRule() {
+        static std::atomic<int> next{0};
+        return next++;
+    }
+
 private:
     Iter_T begin;
     Iter_T pos;
     Iter_T end;
     int nestDepth = 0;
     bool nestOverflow = false;
+    struct Known {
+        long long end = -1;  // -1: the rule failed there
+        int depth = 0;
+    };
+    std::unordered_map<unsigned long long, Known> nestKnown;
+
+    unsigned long long key(int rule, Iter_T at) const {
+        return static_cast<unsigned long long>(at - begin) << 16 | static_cast<unsigned long long>(rule & 0xFFFF);
+    }
 };
 
 }  // namespace yard

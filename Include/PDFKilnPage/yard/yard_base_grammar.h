@@ -218,6 +218,13 @@ struct re_NestRule {
         static bool Accept(ParserState_T& p) {
             if (p.AtEnd()) return false;
             auto start = p.GetPos();
+            static const int kind = ParserState_T::NextNestRule();
+            bool known = false;
+            auto to = start;
+            if (p.KnownNest(kind, start, known, to)) {
+                if (known) p.SetPos(to);
+                return known;
+            }
             if (!Begin::Accept(p)) return false;
             if (p.AtEnd()) {
                 p.SetPos(start);
@@ -231,8 +238,13 @@ struct re_NestRule {
             p.EnterNest();
             re_star<re_and3<Help1, MatchHelp, Help1>>::Accept(p);
             bool ok = !p.NestOverflow() && re_until<End>::Accept(p);
+            // An answer that the depth limit decided says nothing of a
+            // shallower try; any other holds for every later try here.
+            const bool overflow = p.NestOverflow();
+            const auto end = p.GetPos();
             if (!ok) p.SetPos(start);
             p.LeaveNest();
+            if (!overflow) p.NoteNest(kind, start, ok, end);
             return ok;
         }
     };
