@@ -220,6 +220,7 @@ protected:
     // The renumbering of getPageRootString and its kin: known mappings
     // first, then numbers counted up from the start number.
     void fillRenumbering(CDestFile& dest) const;
+    bool renderObject(CDestFile& dest, const SObj& key, int newNumber) const;
     // Closure entries in neither map, in key order: the objects of the
     // pages read since the last numbering.
     std::vector<SObj> unnumberedObjects() const;

@@ -408,14 +408,7 @@ std::string CPDFKilnPage::getPageRootString(int newNumber) const {
         if (!dest.newNumber(cur.num, cur.gen))
             dest.insertNewObjTab(NewObjTable{0, 0, cur.num, cur.gen}, SObj(newNumber ? newNumber : cur.num, 0));
         dest.clear();
-        if (newNumber) {
-            dest.curObj = SObj(newNumber, 0);
-            getEncryptInfo(dest.fileInfo.encrypt);
-        }
-        CObj obj(SObj(cur.num, cur.gen));
-        obj.flags |= CObj::kIndirect;
-        StreamRecover<CSourFile> keep(*source);
-        obj.LocalObj(dest, *source);
+        renderObject(dest, cur, newNumber);
         // The caller gets the body: no "n g obj" before it, no "endobj" behind.
         text = dest;
         cutAtLastEndobj(text);
@@ -429,6 +422,19 @@ std::string CPDFKilnPage::getPageRootString(int newNumber) const {
     return text;
 }
 
+// Renders object `key` into `dest`; with a new number, the sink writes it
+// under that number and encrypts for the caller's output.
+bool CPDFKilnPage::renderObject(CDestFile& dest, const SObj& key, int newNumber) const {
+    if (newNumber) {
+        dest.curObj = SObj(newNumber, 0);
+        getEncryptInfo(dest.fileInfo.encrypt);
+    }
+    CObj obj(SObj(key.num, key.gen));
+    obj.flags |= CObj::kIndirect;
+    StreamRecover<CSourFile> keep(*source);
+    return obj.LocalObj(dest, *source);
+}
+
 std::string CPDFKilnPage::getRootString(int newNumber) const {
     if (!source) return std::string();
     CDestFile dest{std::string()};
@@ -437,14 +443,7 @@ std::string CPDFKilnPage::getRootString(int newNumber) const {
         dest.insertNewObjTab(NewObjTable{0, 0, m.first.first, m.first.second}, SObj(m.second.first, m.second.second));
     const SObj& cat = source->catalog.self;
     dest.insertNewObjTab(NewObjTable{0, 0, cat.num, cat.gen}, SObj(newNumber ? newNumber : cat.num, 0));
-    if (newNumber) {
-        dest.curObj = SObj(newNumber, 0);
-        getEncryptInfo(dest.fileInfo.encrypt);
-    }
-    CObj obj(SObj(cat.num, cat.gen));
-    obj.flags |= CObj::kIndirect;
-    StreamRecover<CSourFile> keep(*source);
-    obj.LocalObj(dest, *source);
+    renderObject(dest, cat, newNumber);
     return dest;
 }
 
@@ -851,14 +850,7 @@ int CPDFKilnPage::getAcroFormFields(const std::string** out, int newNumber) {
     if (form.self.num >= 1 && form.heldByReference) {
         CDestFile dest{std::string()};
         fillRenumbering(dest);
-        if (newNumber) {
-            dest.curObj = SObj(newNumber, 0);
-            getEncryptInfo(dest.fileInfo.encrypt);
-        }
-        CObj obj(SObj(form.self.num, form.self.gen));
-        obj.flags |= CObj::kIndirect;
-        StreamRecover<CSourFile> keep(*source);
-        if (!obj.LocalObj(dest, *source)) return kResultNotLocalised;
+        if (!renderObject(dest, form.self, newNumber)) return kResultNotLocalised;
         formFieldsText = dest;
         cutAtLastEndobj(formFieldsText);
     } else {
@@ -868,14 +860,7 @@ int CPDFKilnPage::getAcroFormFields(const std::string** out, int newNumber) {
         fillRenumbering(dest);
         const SObj& cat = source->catalog.self;
         dest.insertNewObjTab(NewObjTable{0, 0, cat.num, cat.gen}, SObj(newNumber ? newNumber : cat.num, 0));
-        if (newNumber) {
-            dest.curObj = SObj(newNumber, 0);
-            getEncryptInfo(dest.fileInfo.encrypt);
-        }
-        CObj obj(SObj(cat.num, cat.gen));
-        obj.flags |= CObj::kIndirect;
-        StreamRecover<CSourFile> keep(*source);
-        obj.LocalObj(dest, *source);
+        renderObject(dest, cat, newNumber);
         const std::string catalog = dest;
         formFieldsText = CPageInfo(catalog).getValueString("AcroForm");
     }
