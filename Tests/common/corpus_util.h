@@ -3,19 +3,16 @@
 #ifndef PDFKILN_TESTS_CORPUS_UTIL_H
 #define PDFKILN_TESTS_CORPUS_UTIL_H
 
-#include <sys/wait.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <set>
-#include <sstream>
-#include <string>
-#include <vector>
+
+#include "test_util.h"
 
 namespace corpus {
+
+using testutil::lines;
+using testutil::quote;
+using testutil::run;
 
 inline std::string root() { return PDFKILN_CORPUS_DIR; }
 
@@ -33,30 +30,6 @@ inline std::vector<std::string> qpdfFiles() {
     return files;
 }
 
-inline std::string quote(const std::string& s) {
-    std::string q = "'";
-    for (char c : s) {
-        if (c == '\'') q += "'\\''";
-        else q += c;
-    }
-    return q + "'";
-}
-
-// Runs a shell command; returns its exit status (128 + signal when killed)
-// and its standard output.
-inline int run(const std::string& cmd, std::string* out = nullptr) {
-    FILE* p = popen((cmd + (out ? " 2>/dev/null" : " >/dev/null 2>&1")).c_str(), "r");
-    if (!p) return -1;
-    char buf[65536];
-    std::size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-        if (out) out->append(buf, n);
-    int status = pclose(p);
-    if (WIFEXITED(status)) return WEXITSTATUS(status);
-    if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
-    return -1;
-}
-
 // The pdfkiln tool under a time bound. Sanitizer reports get exit codes of
 // their own, so that they are told apart from the tool's own failure code.
 inline int runTool(const std::string& args, std::string* out, int seconds = 10) {
@@ -67,26 +40,9 @@ inline int runTool(const std::string& args, std::string* out, int seconds = 10) 
 
 inline bool crashedOrHung(int rc) { return rc == 124 || rc >= 86; }
 
-// A checked-in list of explained differences: "path<TAB>rule" per line,
-// '#' starts a comment line.
+// A checked-in list of explained differences, by its path in the repository.
 inline std::map<std::string, std::string> explained(const std::string& file) {
-    std::map<std::string, std::string> m;
-    std::ifstream in(std::string(PDFKILN_SOURCE_DIR) + "/" + file);
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::size_t tab = line.find('\t');
-        m[line.substr(0, tab)] = tab == std::string::npos ? "" : line.substr(tab + 1);
-    }
-    return m;
-}
-
-inline std::vector<std::string> lines(const std::string& text) {
-    std::vector<std::string> v;
-    std::istringstream in(text);
-    std::string l;
-    while (std::getline(in, l)) v.push_back(l);
-    return v;
+    return testutil::explained(std::string(PDFKILN_SOURCE_DIR) + "/" + file);
 }
 
 }  // namespace corpus

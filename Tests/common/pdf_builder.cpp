@@ -143,8 +143,7 @@ std::string hexEncode(const std::string& data) {
 
 std::string minimalPdf(const std::string& header, const std::string& junk) {
     PdfBuilder b(header, junk);
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    b.catalog();
     long x = b.xrefTable("/Root 1 0 R");
     b.startxref(x);
     return b.str();

@@ -31,6 +31,11 @@ public:
     long objectStream(int num, const std::vector<std::pair<int, std::string>>& objs,
                       const std::string& filter = "", const std::string& lengthValue = "");
     void raw(const std::string& s);
+    // Catalog 1 and an empty page tree 2.
+    void catalog() {
+        object(1, "<< /Type /Catalog /Pages 2 0 R >>");
+        object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    }
     // The decoded data of an object stream holding `objs`, as objectStream writes it.
     static std::string objectStreamData(const std::vector<std::pair<int, std::string>>& objs, int* first = nullptr);
 

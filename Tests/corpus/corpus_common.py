@@ -1,6 +1,8 @@
 """Shared by the corpus scripts: subprocesses and the lists of explained differences."""
+import collections
 import os
 import subprocess
+import sys
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 
@@ -33,3 +35,34 @@ def run_full(args, timeout=60, env=None):
 def run(args, timeout=60, env=None):
     """Exit status and standard output; 124 on a time-out."""
     return run_full(args, timeout, env)[:2]
+
+
+Corpus = collections.namedtuple("Corpus", "tool base files explained")
+PEERS = {"qpdf": ["qpdf", "--version"], "mutool": ["mutool", "-v"]}
+
+
+def open_corpus(peers=(), explained=None):
+    """The opening the scripts share: the tool and corpus of the command line,
+    the PDFs below corpus/qpdf (relative, sorted) and the list EXPLAINED; None
+    (after saying why) when the corpus or a peer tool is missing."""
+    tool, corpus = sys.argv[1], sys.argv[2]
+    base = os.path.join(corpus, "qpdf")
+    if not os.path.isdir(base):
+        print("corpus not found; skipped")
+        return None
+    for peer in peers:
+        if run(PEERS[peer])[0] not in (0, 1):
+            print("%s not installed; skipped" % peer)
+            return None
+    files = sorted(os.path.relpath(os.path.join(d, f), base)
+                   for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
+    return Corpus(tool, base, files, load_explained(explained) if explained else {})
+
+
+def report(failures, notes=(), prefix="note: "):
+    """Prints the notes and the failures; the exit status."""
+    for n in notes:
+        print(prefix + n)
+    for f in failures:
+        print("FAIL " + f)
+    return 1 if failures else 0

@@ -17,7 +17,7 @@ import os
 import re
 import sys
 import tempfile
-from corpus_common import SANITIZER_ENV, load_explained, run_full as run
+from corpus_common import SANITIZER_ENV, open_corpus, report, run_full as run
 
 TOLERANCE = 24      # per channel, of 255
 ALIKE = 0.99        # share of pixels that must agree
@@ -110,19 +110,11 @@ def compose_file(tool, base, rel, max_pages):
 
 
 def main():
-    tool, corpus = sys.argv[1], sys.argv[2]
     max_pages = int(sys.argv[3]) if len(sys.argv) > 3 else 1000000
-    base = os.path.join(corpus, "qpdf")
-    if not os.path.isdir(base):
-        print("corpus not found; skipped")
+    c = open_corpus(["qpdf", "mutool"], "compose-explained.txt")
+    if c is None:
         return 0
-    for peer in (["qpdf", "--version"], ["mutool", "-v"]):
-        if run(peer)[0] not in (0, 1):
-            print("%s not installed; skipped" % peer[0])
-            return 0
-    explained = load_explained("compose-explained.txt")
-    files = sorted(os.path.relpath(os.path.join(d, f), base)
-                   for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
+    tool, base, files, explained = c
     compared = same = 0
     others, failures = [], []
     with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
@@ -146,17 +138,11 @@ def main():
                 others.append("%s: pages %s differ%s%s" % (rel, ",".join(map(str, unlike[:20])) or "none",
                                                           "; " + detail if detail else "", note))
     print("%d pages compared, %d alike (%.1f %%)" % (compared, same, 100.0 * same / max(compared, 1)))
-    for o in others:
-        print("other: " + o)
-    for f in failures:
-        print("FAIL " + f)
     if compared == 0:
-        print("FAIL nothing compared")
-        return 1
-    if same * 100 < compared * 95:
-        print("FAIL fewer than 95 % of the pages are alike")
-        return 1
-    return 1 if failures else 0
+        failures.append("nothing compared")
+    elif same * 100 < compared * 95:
+        failures.append("fewer than 95 % of the pages are alike")
+    return report(failures, others, "other: ")
 
 
 if __name__ == "__main__":

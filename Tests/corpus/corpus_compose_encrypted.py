@@ -9,22 +9,18 @@ usage: corpus_compose_encrypted.py PDFKILN_TOOL CORPUS_DIR
 import os
 import sys
 import tempfile
-from corpus_common import run
+from corpus_common import open_corpus, report, run
 
 FILES = 150         # corpus files taken, in name order, among those that qualify
 PAGES_PER_FILE = 4  # source pages composed from each
 
 
 def main():
-    tool, corpus = sys.argv[1], sys.argv[2]
-    base = os.path.join(corpus, "qpdf")
-    if not os.path.isdir(base):
-        print("corpus not found; skipped")
+    c = open_corpus(["qpdf", "mutool"])
+    if c is None:
         return 0
-    if run(["qpdf", "--version"])[0] != 0 or run(["mutool", "-v"])[0] not in (0, 1):
-        print("qpdf or mutool not installed; skipped")
-        return 0
-    files = sorted(os.path.join(d, f) for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
+    tool, base = c.tool, c.base
+    files = [os.path.join(base, rel) for rel in c.files]
     taken = pages = identical = 0
     failures = []
     with tempfile.TemporaryDirectory() as tmp:
@@ -61,9 +57,9 @@ def main():
                     else:
                         failures.append("%s: sheet %d renders differently when encrypted" % (rel, p))
     print("%d files composed, %d sheets compared, %d identical" % (taken, pages, identical))
-    for f in failures:
-        print("FAIL " + f)
-    return 1 if failures or taken == 0 else 0
+    if taken == 0:
+        failures.append("no file composed")
+    return report(failures)
 
 
 if __name__ == "__main__":

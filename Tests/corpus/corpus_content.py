@@ -14,7 +14,7 @@ import concurrent.futures
 import os
 import re
 import sys
-from corpus_common import SANITIZER_ENV, load_explained, run
+from corpus_common import SANITIZER_ENV, open_corpus, report, run
 
 PAGES_PER_FILE = 10
 
@@ -72,17 +72,10 @@ def compare(tool, base, rel):
 
 
 def main():
-    tool, corpus = sys.argv[1], sys.argv[2]
-    base = os.path.join(corpus, "qpdf")
-    if not os.path.isdir(base):
-        print("corpus not found; skipped")
+    c = open_corpus(["qpdf"], "content-explained.txt")
+    if c is None:
         return 0
-    if run(["qpdf", "--version"])[0] != 0:
-        print("qpdf not installed; skipped")
-        return 0
-    explained = load_explained("content-explained.txt")
-    files = sorted(os.path.relpath(os.path.join(d, f), base)
-                   for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
+    tool, base, files, explained = c
     total_pages = same_pages = files_same = explained_count = encrypted_files = 0
     failures, stale = [], []
     with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
@@ -106,11 +99,7 @@ def main():
                 failures.append("content differs from qpdf: %s: %s" % (rel, detail))
     print("%d pages compared, %d agree; %d files agree, %d encrypted files compared, %d explained, %d unexplained"
           % (total_pages, same_pages, files_same, encrypted_files, explained_count, len(failures)))
-    for f in stale:
-        print("note: %s is listed as explained but agrees now" % f)
-    for f in failures:
-        print("FAIL " + f)
-    return 1 if failures else 0
+    return report(failures, ["%s is listed as explained but agrees now" % f for f in stale])
 
 
 if __name__ == "__main__":

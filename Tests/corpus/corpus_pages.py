@@ -12,7 +12,7 @@ import concurrent.futures
 import json
 import os
 import sys
-from corpus_common import SANITIZER_ENV, load_explained, run
+from corpus_common import SANITIZER_ENV, open_corpus, report, run
 
 
 
@@ -110,17 +110,10 @@ def compare(tool, base, rel):
 
 
 def main():
-    tool, corpus = sys.argv[1], sys.argv[2]
-    base = os.path.join(corpus, "qpdf")
-    if not os.path.isdir(base):
-        print("corpus not found; skipped")
+    c = open_corpus(["qpdf"], "pages-explained.txt")
+    if c is None:
         return 0
-    if run(["qpdf", "--version"])[0] != 0:
-        print("qpdf not installed; skipped")
-        return 0
-    explained = load_explained("pages-explained.txt")
-    files = sorted(os.path.relpath(os.path.join(d, f), base)
-                   for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
+    tool, base, files, explained = c
     accepted = same_count = same_all = explained_count = 0
     failures, stale = [], []
     with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
@@ -145,17 +138,12 @@ def main():
                 failures.append("pages differ from qpdf: %s: %s" % (rel, detail))
     print("%d accepted by qpdf --check; page count agrees for %d, all geometry for %d, %d explained"
           % (accepted, same_count, same_all, explained_count))
-    for f in stale:
-        print("note: %s is listed as explained but agrees now" % f)
-    for f in failures:
-        print("FAIL " + f)
     if accepted == 0:
         print("FAIL no file accepted")
         return 1
     if same_count * 100 < accepted * 98:
-        print("FAIL page count agrees for fewer than 98 %% of the accepted files")
-        return 1
-    return 1 if failures else 0
+        failures.append("page count agrees for fewer than 98 % of the accepted files")
+    return report(failures, ["%s is listed as explained but agrees now" % f for f in stale])
 
 
 if __name__ == "__main__":

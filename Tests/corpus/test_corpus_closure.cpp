@@ -5,7 +5,6 @@
 // or known through the old-to-new vector).
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <regex>
 
 #include "corpus_util.h"

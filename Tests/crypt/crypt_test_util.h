@@ -13,6 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "PDFKilnPage/crypt/encryptionmanager.h"
+#include "pdf_builder.h"
+#include "test_util.h"
+
 namespace crypt_test {
 
 inline std::string fromHex(const std::string& hex)
@@ -95,6 +99,81 @@ inline std::string evpDigest(const EVP_MD* md, const std::string& data)
     if (EVP_Digest(data.data(), data.size(), out, &len, md, nullptr) != 1)
         throw std::runtime_error("EVP digest failed");
     return std::string(reinterpret_cast<char*>(out), len);
+}
+
+// A record with the values the encryption manager writes (checked against
+// qpdf in test_encryption); `key` is the file key it chose, the record's own
+// key is cleared as a reader starts.
+struct Made {
+    pcrypt::EncryptInfo info;
+    std::string key;
+};
+
+inline Made make(int R, int length, const std::string& user, const std::string& owner, bool metadata = true,
+                 int P = -3904, const std::string& id = "0123456789abcdef")
+{
+    pcrypt::EncryptInfo info;
+    info.R = R;
+    info.V = R == 2 ? 1 : R == 3 ? 2 : R == 4 ? 4 : 5;
+    info.Length = length;
+    info.cipherMode = R < 4 ? 1 : R == 4 ? 2 : 3;
+    info.ID = id;
+    info.P = P;
+    info.encryptMetadata = metadata;
+    pcrypt::EncryptOption opt;
+    opt.saveUPW(user.c_str());
+    opt.saveOPW(owner.c_str());
+    opt.P = P;
+    opt.encryptMetadata = metadata;
+    pcrypt::PDFEncryptionManager w;
+    if (R < 5) {
+        w.calculateOKey(opt, info);
+        w.createKey(info, user);
+        w.calculateUKey(opt, info);
+    } else {
+        w.createKey(info, user);
+        w.calculateUKey(opt, info);
+        w.calculateOKey(opt, info);
+    }
+    w.calculatePerms(opt, info); // nothing below R5
+    Made m{info, info.key};
+    m.info.key.clear();
+    return m;
+}
+
+#ifdef PDFKILN_QPDF
+inline bool haveQpdf() { return testutil::exists(PDFKILN_QPDF); }
+
+// qpdf's standard output; its exit status through `status`.
+inline std::string runQpdf(const std::vector<std::string>& args, int* status = nullptr)
+{
+    std::string cmd = testutil::quote(PDFKILN_QPDF), out;
+    for (const auto& a : args)
+        cmd += " " + testutil::quote(a);
+    const int rc = testutil::run(cmd, &out);
+    if (status)
+        *status = rc;
+    return out;
+}
+#else
+inline bool haveQpdf() { return false; }
+inline std::string runQpdf(const std::vector<std::string>&, int* status = nullptr)
+{
+    if (status)
+        *status = -1;
+    return std::string();
+}
+#endif
+
+// A PDF of the given object bodies, numbered from 1, and trailer entries.
+inline std::string buildPdf(const std::vector<std::string>& objects, const std::string& trailer)
+{
+    pdftest::PdfBuilder b("%PDF-1.7");
+    int n = 0;
+    for (const auto& o : objects)
+        b.object(++n, o);
+    b.startxref(b.xrefTable(trailer));
+    return b.str();
 }
 
 } // namespace crypt_test

@@ -41,39 +41,6 @@ std::string referenceHashR6(const std::string& password, const std::string& star
     return K.substr(0, 32);
 }
 
-// A record with values made by the encryption manager (checked against qpdf
-// elsewhere); `fileKey` receives the key the writer chose.
-EncryptInfo makeInfo(int R, int length, const std::string& user, const std::string& owner, std::string* fileKey,
-                     const std::string& id = "0123456789abcdef")
-{
-    EncryptInfo info;
-    info.R = R;
-    info.V = R == 2 ? 1 : R == 3 ? 2 : R == 4 ? 4 : 5;
-    info.Length = length;
-    info.cipherMode = R < 4 ? 1 : R == 4 ? 2 : 3;
-    info.ID = id;
-    info.P = -3904;
-    pcrypt::EncryptOption opt;
-    opt.saveUPW(user.c_str());
-    opt.saveOPW(owner.c_str());
-    opt.P = info.P;
-    pcrypt::PDFEncryptionManager w;
-    if (R < 5) {
-        w.calculateOKey(opt, info);
-        w.createKey(info, user);
-        w.calculateUKey(opt, info);
-    } else {
-        w.createKey(info, user);
-        w.calculateUKey(opt, info);
-        w.calculateOKey(opt, info);
-        w.calculatePerms(opt, info);
-    }
-    if (fileKey)
-        *fileKey = info.key;
-    info.key.clear();
-    return info;
-}
-
 std::string objectKey(const EncryptInfo& info, int obj, int gen)
 {
     std::string k;
@@ -324,8 +291,7 @@ TEST(DecryptString, KeptRecordGivesWhatDecryptDataGives)
 
 TEST(PasswordTrials, FortyBitR3ComparesFiveBytes)
 {
-    std::string fileKey;
-    const EncryptInfo base = makeInfo(3, 40, "user", "owner", &fileKey);
+    const auto [base, fileKey] = make(3, 40, "user", "owner");
     ASSERT_EQ(fileKey.size(), 5u);
     PDFDecryptionManager m;
     bool nonEmpty, empty;
@@ -342,8 +308,7 @@ TEST(PasswordTrials, FortyBitR3ComparesFiveBytes)
 TEST(PasswordTrials, R6UsesThe127FirstBytesOfAPassword)
 {
     const std::string pw127(127, 'q');
-    std::string fileKey;
-    const EncryptInfo base = makeInfo(6, 256, pw127, "owner", &fileKey);
+    const auto [base, fileKey] = make(6, 256, pw127, "owner");
     PDFDecryptionManager m;
     bool nonEmpty, empty;
     EncryptInfo info = base;
@@ -355,8 +320,7 @@ TEST(PasswordTrials, R6UsesThe127FirstBytesOfAPassword)
 
 TEST(PasswordTrials, R6PermsCheckNeedsAKnownKey)
 {
-    std::string fileKey;
-    const EncryptInfo base = makeInfo(6, 256, "user", "owner", &fileKey);
+    const auto [base, fileKey] = make(6, 256, "user", "owner");
     PDFDecryptionManager m;
     EncryptInfo info = base;
     // Wrong password and no key: false, /Perms is not used.
@@ -374,8 +338,7 @@ TEST(PasswordTrials, R6PermsCheckNeedsAKnownKey)
 TEST(PasswordTrials, AesRevisionsWithoutA256BitLengthAreRefused)
 {
     for (int R : {5, 6}) {
-        std::string fileKey;
-        EncryptInfo info = makeInfo(R, 256, "user", "owner", &fileKey);
+        EncryptInfo info = make(R, 256, "user", "owner").info;
         info.Length = 128;
         PDFDecryptionManager m;
         bool nonEmpty, empty;
@@ -393,19 +356,19 @@ TEST(PasswordTrials, UserPasswordWorkedOutFromOwnerStopsAtParenthesis)
     PDFDecryptionManager m;
     for (int R : {2, 3, 4}) {
         const int length = R == 2 ? 40 : 128;
-        EncryptInfo info = makeInfo(R, length, "ab(cd", "owner", nullptr);
+        EncryptInfo info = make(R, length, "ab(cd", "owner").info;
         EXPECT_EQ(m.calPassWordState(info, "owner"), 3) << R;
         EXPECT_EQ(info.userPassword, "ab") << R;
         EXPECT_EQ(info.ownerPassword, "owner");
 
         // A "(" in front keeps the whole padded block.
-        info = makeInfo(R, length, "(x", "owner", nullptr);
+        info = make(R, length, "(x", "owner").info;
         EXPECT_EQ(m.calPassWordState(info, "owner"), 3) << R;
         EXPECT_EQ(info.userPassword, "(x" + kPad.substr(0, 30)) << R;
 
         // A user password of 32 bytes without "(" is kept whole.
         const std::string full(32, 'u');
-        info = makeInfo(R, length, full, "owner", nullptr);
+        info = make(R, length, full, "owner").info;
         EXPECT_EQ(m.calPassWordState(info, "owner"), 3) << R;
         EXPECT_EQ(info.userPassword, full) << R;
     }
@@ -414,9 +377,8 @@ TEST(PasswordTrials, UserPasswordWorkedOutFromOwnerStopsAtParenthesis)
 TEST(PasswordTrials, R3UserCheckClearsUserPasswordAndSkipsZeroId)
 {
     PDFDecryptionManager m;
-    std::string fileKey;
     // /U made with no ID; the record's ID starts with 0 and is left out.
-    EncryptInfo info = makeInfo(4, 128, "user", "owner", &fileKey, "");
+    auto [info, fileKey] = make(4, 128, "user", "owner", true, -3904, "");
     info.ID = std::string("\0abc", 4);
     info.key = fileKey;
     info.userPassword = "stale";
@@ -428,9 +390,8 @@ TEST(PasswordTrials, R3UserCheckClearsUserPasswordAndSkipsZeroId)
 
 TEST(PasswordTrials, LongPasswordsAreCutTo32BytesBelowR5)
 {
-    std::string fileKey;
     const std::string pw32(32, 'L');
-    const EncryptInfo base = makeInfo(4, 128, pw32, "owner", &fileKey);
+    const auto [base, fileKey] = make(4, 128, pw32, "owner");
     PDFDecryptionManager m;
     bool nonEmpty, empty;
     EncryptInfo info = base;
@@ -463,8 +424,7 @@ TEST(PasswordTrials, DamagedRecordsAreRefusedQuietly)
         }
     }
     // A /Length of 5 bits gives a key of no bytes, which no trial accepts.
-    std::string fileKey;
-    EncryptInfo info = makeInfo(3, 128, "", "owner", &fileKey);
+    auto [info, fileKey] = make(3, 128, "", "owner");
     info.Length = 5;
     EXPECT_FALSE(m.getFileKey(info, "", nonEmpty, empty));
     EXPECT_TRUE(info.key.empty());

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "crypt_test_util.h"
-#include "pdf_test_files.h"
 
 #include "PDFKilnPage/crypt/decryptionmanager.h"
 #include "PDFKilnPage/crypt/encryptionmanager.h"
@@ -18,47 +17,10 @@ namespace {
 
 const std::string kPad(reinterpret_cast<const char*>(pcrypt::ori_key), 32);
 
-struct Made {
-    EncryptInfo info; // key cleared, as a reader would start
-    std::string key;  // the file key written
-};
-
-Made make(int R, int length, const std::string& user, const std::string& owner, bool metadata = true, int P = -1340)
-{
-    EncryptInfo info;
-    info.R = R;
-    info.V = R == 2 ? 1 : R == 3 ? 2 : R == 4 ? 4 : 5;
-    info.Length = length;
-    info.cipherMode = R < 4 ? 1 : R == 4 ? 2 : 3;
-    info.ID = fromHex("8a7e6f5d4c3b2a190817263544536271");
-    info.P = P;
-    info.encryptMetadata = metadata;
-    EncryptOption opt;
-    opt.saveUPW(user.c_str());
-    opt.saveOPW(owner.c_str());
-    opt.P = P;
-    opt.encryptMetadata = metadata;
-    PDFEncryptionManager w;
-    if (R < 5) {
-        w.calculateOKey(opt, info);
-        w.createKey(info, user);
-        w.calculateUKey(opt, info);
-        w.calculatePerms(opt, info); // nothing below R5
-    } else {
-        w.createKey(info, user);
-        w.calculateUKey(opt, info);
-        w.calculateOKey(opt, info);
-        w.calculatePerms(opt, info);
-    }
-    Made m{info, info.key};
-    m.info.key.clear();
-    return m;
-}
-
 std::string hexString(const std::string& s) { return "<" + toHex(s) + ">"; }
 
 // A file with the /Encrypt dictionary of `made` and no strings or streams.
-std::string writeEncrypted(const TempDir& dir, const std::string& name, const Made& made)
+std::string writeEncrypted(const testutil::TempDir& dir, const std::string& name, const Made& made)
 {
     const EncryptInfo& i = made.info;
     std::string enc = "<< /Filter /Standard /V " + std::to_string(i.V) + " /R " + std::to_string(i.R) + " /Length " +
@@ -76,7 +38,7 @@ std::string writeEncrypted(const TempDir& dir, const std::string& name, const Ma
         buildPdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [] /Count 0 >>", enc},
                  "/Root 1 0 R /Encrypt 3 0 R /ID [" + hexString(i.ID) + hexString(i.ID) + "]");
     const std::string path = dir.file(name + ".pdf");
-    writeFile(path, pdf);
+    testutil::writeFile(path, pdf);
     return path;
 }
 
@@ -113,7 +75,7 @@ TEST(EncryptionManager, ValuesOpenWithQpdf)
 {
     if (!haveQpdf())
         GTEST_SKIP() << "qpdf not available";
-    TempDir dir;
+    testutil::TempDir dir;
     const std::pair<int, int> kinds[] = {{2, 40}, {3, 128}, {4, 128}, {5, 256}, {6, 256}};
     for (const auto& [R, length] : kinds) {
         for (bool metadata : {true, false}) {

@@ -4,13 +4,15 @@
 #include <gtest/gtest.h>
 
 #include "crypt_test_util.h"
-#include "pdf_test_files.h"
 
 #include "PDFKilnPage/crypt/decryptionmanager.h"
+#include "pdfkiln_sourfile.h"
+#include "pfdecrypt.h"
 
 using namespace crypt_test;
 using pcrypt::EncryptInfo;
 using pcrypt::PDFDecryptionManager;
+using testutil::TempDir;
 
 namespace {
 
@@ -19,7 +21,7 @@ const char* kTitle = "A title (with parentheses) to decrypt";
 
 struct Encrypted {
     std::string path;
-    EncryptInfo info;          // as a reader fills it from the dictionary
+    EncryptInfo info;          // as the reader fills it from the dictionary
     std::string qpdfKey;       // the file key qpdf reports
     std::string rawStream;     // encrypted content stream bytes
     int streamObj = 0;
@@ -32,14 +34,13 @@ const char* kId = "5a112233445566778899aabbccddeeff";
 std::string base(const TempDir& dir, const std::string& id = kId)
 {
     const std::string content = kContent;
-    const std::string pdf = buildPdf(
-        {"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-         "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
-         "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream",
-         "<< /Title (A title \\(with parentheses\\) to decrypt) >>"},
-        "/Root 1 0 R /Info 5 0 R /ID [<" + id + "><" + id + ">]");
     const std::string path = dir.file("base.pdf");
-    writeFile(path, pdf);
+    testutil::writeFile(path, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+                                        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
+                                        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
+                                            "\nendstream",
+                                        "<< /Title (A title \\(with parentheses\\) to decrypt) >>"},
+                                       "/Root 1 0 R /Info 5 0 R /ID [<" + id + "><" + id + ">]"));
     return path;
 }
 
@@ -52,46 +53,50 @@ std::string qpdfKey(const std::string& path, const std::string& password)
     return fromHex(out.substr(pos + 17, out.find('\n', pos) - pos - 17));
 }
 
-// Fills the record from qpdf's view of the /Encrypt dictionary and trailer,
-// the way the reader fills it from the file.
-EncryptInfo readInfo(const std::string& path, const std::string& password)
+// The record as the reader fills it from the /Encrypt dictionary and the
+// trailer, before any password is tried.
+EncryptInfo readInfo(const std::string& path)
 {
-    const std::string pw = "--password=" + password;
-    const std::string trailer = runQpdf({"--show-object=trailer", pw, path});
-    const int encObj = refValue(trailer, "Encrypt");
-    const std::string full = runQpdf({"--show-object=" + std::to_string(encObj), pw, path});
-    // Top-level keys are read with the crypt filter dictionary taken out: it
-    // has a /Length of its own.
-    std::string dict = full;
-    const size_t cf = findKey(full, "CF");
-    if (cf != std::string::npos) {
-        size_t end = full.find("<<", cf);
-        int depth = 0;
-        do {
-            if (full.compare(end, 2, "<<") == 0) { ++depth; end += 2; }
-            else if (full.compare(end, 2, ">>") == 0) { --depth; end += 2; }
-            else ++end;
-        } while (depth > 0 && end < full.size());
-        if (end != std::string::npos + 0 && end <= full.size())
-            dict = full.substr(0, cf) + full.substr(end);
-    }
-    EncryptInfo info;
-    info.O = stringValue(dict, "O");
-    info.U = stringValue(dict, "U");
-    info.OE = stringValue(dict, "OE");
-    info.UE = stringValue(dict, "UE");
-    info.Perms = stringValue(dict, "Perms");
-    info.P = static_cast<int32_t>(intValue(dict, "P"));
-    info.R = static_cast<int32_t>(intValue(dict, "R"));
-    info.V = static_cast<int32_t>(intValue(dict, "V"));
-    info.Length = static_cast<int32_t>(intValue(dict, "Length", info.V < 2 ? 40 : 128));
-    const std::string cfm = nameValue(full, "CFM");
-    info.cipherMode = (info.V == 4 && cfm == "/AESV2") ? 2 : (info.V == 5 && cfm == "/AESV3") ? 3 : 1;
-    info.encryptMetadata = dict.find("/EncryptMetadata false") == std::string::npos;
-    const size_t id = findKey(trailer, "ID");
-    if (id != std::string::npos)
-        info.ID = parseString(trailer, trailer.find('[', id) + 1);
+    pdftest::Source src(testutil::readFile(path));
+    src.file.CheckAndInit();
+    EncryptInfo read, info;
+    PDF_KILN::saveEncryptInfo(src.file.fileInfo.encrypt, read);
+    for (std::string EncryptInfo::*f : {&EncryptInfo::O, &EncryptInfo::U, &EncryptInfo::OE, &EncryptInfo::UE,
+                                        &EncryptInfo::Perms, &EncryptInfo::ID})
+        info.*f = read.*f;
+    for (int32_t EncryptInfo::*f : {&EncryptInfo::P, &EncryptInfo::R, &EncryptInfo::V, &EncryptInfo::Length,
+                                    &EncryptInfo::cipherMode})
+        info.*f = read.*f;
+    info.encryptMetadata = read.encryptMetadata;
     return info;
+}
+
+// The still encrypted value of object `num` of a file written without object
+// streams: its stream data, or else its /Title string.
+std::string rawValue(const std::string& pdf, int num, bool& isStream)
+{
+    const size_t at = pdf.find("\n" + std::to_string(num) + " 0 obj");
+    const size_t end = pdf.find("endobj", at);
+    if (at == std::string::npos || end == std::string::npos)
+        return std::string();
+    const std::string obj = pdf.substr(at, end - at);
+    size_t p = obj.find("stream");
+    isStream = p != std::string::npos;
+    if (isStream) {
+        const size_t len = obj.find("/Length");
+        p += obj[p + 6] == '\r' ? 8 : 7;
+        return obj.substr(p, len == std::string::npos ? 0 : std::strtoul(obj.c_str() + len + 7, nullptr, 10));
+    }
+    if ((p = obj.find("/Title")) == std::string::npos)
+        return std::string();
+    pdftest::Source src(obj.substr(p + 6));
+    std::string token;
+    PDF_KILN::readPDFString(src.file, token);
+    PDF_KILN::CStringType s;
+    s.noDecrypt = true;
+    s.isHex = token == "<";
+    s.Read(src.file);
+    return s.text;
 }
 
 Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector<std::string>& encryptArgs,
@@ -102,25 +107,23 @@ Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector
     std::vector<std::string> args = {"--allow-weak-crypto", "--object-streams=disable", "--compress-streams=n",
                                      "--decode-level=none", "--encrypt", user, owner};
     args.insert(args.end(), encryptArgs.begin(), encryptArgs.end());
-    args.push_back("--");
-    args.push_back(base(dir, id));
-    args.push_back(e.path);
+    args.insert(args.end(), {"--", base(dir, id), e.path});
     int status = -1;
     runQpdf(args, &status);
     EXPECT_TRUE(status == 0 || status == 3) << name;
 
-    const std::string pw = owner.empty() ? user : owner;
-    e.info = readInfo(e.path, pw);
-    e.qpdfKey = qpdfKey(e.path, pw);
-    const std::string raw = readFile(e.path);
+    e.info = readInfo(e.path);
+    e.qpdfKey = qpdfKey(e.path, owner.empty() ? user : owner);
+    const std::string raw = testutil::readFile(e.path);
     for (int n = 1; n < 20; ++n) {
-        const std::string obj = rawObject(raw, n);
-        if (obj.find("stream") != std::string::npos && !e.streamObj) {
+        bool isStream = false;
+        const std::string value = rawValue(raw, n, isStream);
+        if (isStream && !e.streamObj) {
             e.streamObj = n;
-            e.rawStream = rawStreamData(obj);
-        } else if (findKey(obj, "Title") != std::string::npos && !e.titleObj) {
+            e.rawStream = value;
+        } else if (!isStream && !value.empty() && !e.titleObj) {
             e.titleObj = n;
-            e.rawTitle = stringValue(obj, "Title");
+            e.rawTitle = value;
         }
     }
     return e;
@@ -297,7 +300,7 @@ TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys)
     if (!haveQpdf())
         GTEST_SKIP() << "qpdf not available";
     const std::string dir = std::string(PDFKILN_CORPUS_DIR) + "/qpdf/qpdf/qtest/qpdf/";
-    if (!std::filesystem::exists(dir))
+    if (!testutil::exists(dir))
         GTEST_SKIP() << "corpus not available";
     // File names carry the passwords: U= user, O= owner, none given = empty.
     struct Case { const char* file; const char* user; const char* owner; };
@@ -315,9 +318,9 @@ TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys)
     int checked = 0;
     for (const Case& c : cases) {
         const std::string path = dir + c.file;
-        if (!std::filesystem::exists(path))
+        if (!testutil::exists(path))
             continue;
-        const EncryptInfo read = readInfo(path, c.owner);
+        const EncryptInfo read = readInfo(path);
         const std::string key = qpdfKey(path, c.owner);
         ASSERT_FALSE(key.empty()) << c.file;
         for (const char* pw : {c.user, c.owner}) {

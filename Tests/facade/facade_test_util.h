@@ -15,8 +15,11 @@
 namespace pagestest {
 
 // A document of the given object bodies; bodies that start with "stream:"
-// are written as "<dict>" "stream:" "<data>" stream objects.
-inline std::string buildPdf(const std::map<int, std::string>& objects, const std::string& trailer = "/Root 1 0 R") {
+// are written as "<dict>" "stream:" "<data>" stream objects. Without objects 1
+// and 2 of their own, 1 is the catalog and 2 a page tree of the one page 3.
+inline std::string buildPdf(std::map<int, std::string> objects, const std::string& trailer = "/Root 1 0 R") {
+    objects.emplace(1, "<< /Type /Catalog /Pages 2 0 R >>");
+    objects.emplace(2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>");
     pdftest::PdfBuilder b;
     for (const auto& o : objects) {
         const std::size_t cut = o.second.find("stream:");

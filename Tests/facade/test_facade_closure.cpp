@@ -13,7 +13,6 @@ using pagestest::buildPdf;
 
 namespace {
 
-const char* const kCatalog = "<< /Type /Catalog /Pages 2 0 R >>";
 
 std::set<int> closureNumbers(const Doc& d) {
     std::set<int> s;
@@ -36,9 +35,7 @@ std::string resources(Doc& d, int newNumber = 0) {
 }  // namespace
 
 TEST(PageClosure, ThumbIllustratorAndParentStayOut) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Thumb 9 0 R /Illustrator 10 0 R /Metadata 11 0 R "
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Thumb 9 0 R /Illustrator 10 0 R /Metadata 11 0 R "
                         "/Resources << /Font << /F1 4 0 R >> >> >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Widths 5 0 R >>"},
                     {5, "[500 600]"},
@@ -51,8 +48,7 @@ TEST(PageClosure, ThumbIllustratorAndParentStayOut) {
 }
 
 TEST(PageClosure, ReferenceBackToAPageAbortsThePage) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /Metadata 4 0 R >>"},
                     {4, "<< /Type /Page /Parent 2 0 R /Resources << /XObject << /X 5 0 R >> >> >>"},
                     {5, "<< /Type /XObject /Subtype /Form /P 3 0 R >>"}}));
@@ -64,8 +60,7 @@ TEST(PageClosure, ReferenceBackToAPageAbortsThePage) {
 }
 
 TEST(PageClosure, ParentCycleWithoutResourcesEnds) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Parent 6 0 R >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Parent 6 0 R >>"},
                     {6, "<< /Type /Pages /Kids [] /Count 0 /Parent 2 0 R >>"},
                     {3, "<< /Type /Page /Parent 2 0 R >>"}}));
     ASSERT_EQ(d.rc, 0);
@@ -74,16 +69,14 @@ TEST(PageClosure, ParentCycleWithoutResourcesEnds) {
 }
 
 TEST(PageContent, NoContentsGivesEmptyText) {
-    Doc d(buildPdf({{1, kCatalog}, {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"}, {3, "<< /Type /Page /Parent 2 0 R >>"}}));
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R >>"}}));
     ASSERT_EQ(d.page->setPageNo(1), 0);
     EXPECT_EQ(contents(d), "");
     EXPECT_EQ(resources(d), "<< >>") << "a page with no resources still gets a dictionary";
 }
 
 TEST(PageContent, StreamsAreJoinedEachEndedByCR) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Contents [4 0 R 5 0 R] >>"},
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Contents [4 0 R 5 0 R] >>"},
                     {4, "stream:q"},
                     {5, "/Filter /AHx stream:510A>"}}));
     ASSERT_EQ(d.page->setPageNo(1), 0);
@@ -99,9 +92,7 @@ TEST(PageContent, StreamsAreJoinedEachEndedByCR) {
 TEST(PageContent, ArrayObjectIsListedAndContributesItsCR) {
     // /Contents 6 0 R names an array whose members are walked in first-seen
     // order; the array object itself comes first with only its CR.
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Contents 6 0 R >>"},
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Contents 6 0 R >>"},
                     {6, "[4 0 R 7 0 R]"},
                     {7, "[5 0 R 4 0 R]"},
                     {4, "/Filter /AHx stream:41>"},
@@ -116,9 +107,7 @@ TEST(PageContent, ArrayObjectIsListedAndContributesItsCR) {
 }
 
 TEST(PageResources, InlineResourcesAreRenumberedThroughTheMap) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> /ProcSet [/PDF] >> >>"},
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> /ProcSet [/PDF] >> >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"}}));
     ASSERT_EQ(d.page->setPageNo(1), 0);
     d.page->setStartObjNo(30);
@@ -128,8 +117,7 @@ TEST(PageResources, InlineResourcesAreRenumberedThroughTheMap) {
 }
 
 TEST(PageResources, InheritedReferenceIsFoundOnlyWithANewNumberOrAList) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"},
                     {3, "<< /Type /Page /Parent 2 0 R >>"},
                     {8, "<< /Font << /F1 4 0 R >> >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"}}));
@@ -142,8 +130,7 @@ TEST(PageResources, InheritedReferenceIsFoundOnlyWithANewNumberOrAList) {
 }
 
 TEST(PageResources, InlineAndInheritedAreMergedWithTheOddProcSetCloser) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
                     {8, "<< /Font << /F2 5 0 R >> /ProcSet [/PDF /Text] >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"},
@@ -156,8 +143,7 @@ TEST(PageResources, InlineAndInheritedAreMergedWithTheOddProcSetCloser) {
 }
 
 TEST(PageResources, MergeWithoutProcSetStillEndsInBracket) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /Resources << /ExtGState << /G 4 0 R >> >> >>"},
                     {8, "<< /Font << /F2 5 0 R >> >>"},
                     {4, "<< /Type /ExtGState >>"},
@@ -170,8 +156,7 @@ TEST(PageResources, MergeWithoutProcSetStillEndsInBracket) {
 }
 
 TEST(PageRootString, WalksUpOnlyWithANewNumberAndReturnsTheStoppingNode) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources << /Font << /F1 4 0 R >> >> >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources << /Font << /F1 4 0 R >> >> >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /Rotate 90 >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"}}));
     ASSERT_EQ(d.page->setPageNo(1), 0);
@@ -188,8 +173,7 @@ TEST(PageRootString, WalksUpOnlyWithANewNumberAndReturnsTheStoppingNode) {
 }
 
 TEST(PageNumbering, EachObjectIsDeliveredOnceAcrossPagesOfOneFacade) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 2 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 2 >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
                     {6, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R /F2 5 0 R >> >> >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Encoding 7 0 R >>"},
@@ -214,8 +198,7 @@ TEST(PageNumbering, EachObjectIsDeliveredOnceAcrossPagesOfOneFacade) {
 }
 
 TEST(PageNumbering, VectorCarriesMappingsToANewFacade) {
-    const std::string pdf = buildPdf({{1, kCatalog},
-                                      {2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 2 >>"},
+    const std::string pdf = buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 2 >>"},
                                       {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
                                       {6, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
                                       {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"}});
@@ -233,9 +216,7 @@ TEST(PageNumbering, VectorCarriesMappingsToANewFacade) {
 }
 
 TEST(PageNumbering, TextsLoseEndobjAndLengthsFollowTheMap) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Resources << /XObject << /X 4 0 R >> >> >>"},
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Resources << /XObject << /X 4 0 R >> >> >>"},
                     {4, "\n\n<< /Type /XObject /Subtype /Image /Width 1 /Height 1 /BitsPerComponent 8 "
                         "/ColorSpace /DeviceGray /Length 5 0 R >>\nstream\nA\nendstream"},
                     {5, "1"}}));
@@ -257,9 +238,7 @@ TEST(PageNumbering, ClosureObjectsGoThroughThePageCopier) {
     // A font that points back at a page keeps the key with null; keys that
     // the embedding program supplies are dropped from every closure object;
     // a stream keeps its data and length.
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> /XObject << /X 5 0 R >> >> >>"},
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> /XObject << /X 5 0 R >> >> >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Owner 3 0 R /MediaBox [0 0 1 1] "
                         "/Contents (note) /Encoding /WinAnsiEncoding >>"},
                     {5, "/Type /XObject /Subtype /Form /BBox [0 0 9 9] /CropBox [0 0 2 2] stream:0 0 m 9 9 l S"}}));
@@ -281,9 +260,7 @@ TEST(PageNumbering, ClosureObjectsGoThroughThePageCopier) {
 TEST(PageNumbering, StreamObjectMapHitIsNotDeliveredButReferenced) {
     const std::string image =
         "/Type /XObject /Subtype /Image /Width 1 /Height 1 /BitsPerComponent 8 stream:Z";
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Resources << /XObject << /X 4 0 R >> >> >>"},
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Resources << /XObject << /X 4 0 R >> >> >>"},
                     {4, image}}));
     ASSERT_EQ(d.page->setPageNo(1), 0);
     // The digest of the image's data, as isStreamObj computes it.
@@ -300,9 +277,7 @@ TEST(PageNumbering, StreamObjectMapHitIsNotDeliveredButReferenced) {
 }
 
 TEST(PageNumbering, AesTargetRoundsStreamLengthsIncludingIndirectOnes) {
-    Doc d(buildPdf({{1, kCatalog},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Resources << /XObject << /A 4 0 R /B 6 0 R >> >> >>"},
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Resources << /XObject << /A 4 0 R /B 6 0 R >> >> >>"},
                     {4, "/Subtype /Form stream:0123456789abcdefg"},
                     {6, "<< /Subtype /Form /Length 7 0 R >>\nstream\n0123456789abcdef\nendstream"},
                     {7, "16"}}));
@@ -328,7 +303,7 @@ TEST(PageNumbering, AesTargetRoundsStreamLengthsIncludingIndirectOnes) {
 }
 
 TEST(PageNumbering, KeyLengthsAndCipherChoice) {
-    Doc d(buildPdf({{1, kCatalog}, {2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
     unsigned char key[40] = {};
     EXPECT_EQ(d.page->setEncryptKey(key, 4, 2), 8003);
     EXPECT_EQ(d.page->setEncryptKey(key, 33, 2), 8003);
@@ -340,7 +315,7 @@ TEST(PageNumbering, KeyLengthsAndCipherChoice) {
 }
 
 TEST(PageNumbering, StreamLengthAndLengthPositions) {
-    Doc d(buildPdf({{1, kCatalog}, {2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
     auto& m = *d.page;
     m[{1, 0}] = "<< /Length 2 0 R >>stream\r\n\r\n0123456789abcdefg\r\nendstream\n";
     m[{2, 0}] = "17 ";

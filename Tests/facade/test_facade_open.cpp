@@ -20,12 +20,10 @@ using pdftest::PdfBuilder;
 namespace {
 
 const char* const kCatalog = "<< /Type /Catalog /Pages 2 0 R >>";
-const char* const kPages = "<< /Type /Pages /Kids [] /Count 0 >>";
 
 std::string encryptedPdf(const std::string& encryptBody, const std::string& trailerExtra = "") {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.object(3, "<< /Title (t) >>");
     b.object(4, encryptBody);
     long x = b.xrefTable("/Root 1 0 R /Info 3 0 R /Encrypt 4 0 R /ID [<0011223344><5566>] " + trailerExtra);
@@ -45,8 +43,7 @@ TEST(FacadeOpening, UnopenableFileNameGivesBadFile) {
 
 TEST(FacadeOpening, PlainFileOpensAndHasNothingToDecrypt) {
     PdfBuilder b("%PDF-1.6");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x = b.xrefTable("/Root 1 0 R /ID [<41420043> (CD)]");
     b.startxref(x);
     std::stringstream in(b.str());
@@ -107,8 +104,7 @@ TEST(FacadeOpening, ResultCodesOfDamagedFiles) {
     {
         // The fallback search for "startxref" runs out of input: CFileError.
         PdfBuilder b;
-        b.object(1, kCatalog);
-        b.object(2, kPages);
+        b.catalog();
         b.xrefTable("/Root 1 0 R");
         b.raw("%" + std::string(700, '-') + "\n");
         b.startxref(3);
@@ -119,8 +115,7 @@ TEST(FacadeOpening, ResultCodesOfDamagedFiles) {
     {
         // A negative /Length in a cross-reference stream: std::length_error.
         PdfBuilder b("%PDF-1.5");
-        b.object(1, kCatalog);
-        b.object(2, kPages);
+        b.catalog();
         const long x = b.here();
         b.raw("3 0 obj\n<< /Type /XRef /W [1 4 2] /Size 3 /Root 1 0 R /Length -4 >>\nstream\nxx\nendstream\nendobj\n");
         b.startxref(x);
@@ -171,8 +166,7 @@ TEST(FacadePassword, MissingInfoObjectSkipsTheEncryptDictionary) {
     // /Info names an object the table does not have: reading stops before
     // /Encrypt, so the file counts as not encrypted.
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.object(4, kStandard);
     long x = b.xrefTable("/Root 1 0 R /Info 3 0 R /Encrypt 4 0 R");
     b.startxref(x);
@@ -185,8 +179,7 @@ TEST(FacadePassword, MissingInfoObjectSkipsTheEncryptDictionary) {
 
 TEST(FacadePassword, DirectEncryptDictionaryInTheTrailer) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x = b.xrefTable("/Encrypt << /Filter /Standard /V 1 /R 2 /O (o) /U (u) /P -4 >> /Root 1 0 R");
     b.startxref(x);
     std::stringstream in(b.str());
@@ -203,8 +196,7 @@ TEST(FacadePassword, ReopeningWithADirectEncryptDictionaryKeepsTheChain) {
     // filter dictionary, then /Prev: both openings must see both sections.
     long x1 = 0;
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     x1 = b.xrefTable("/Root 1 0 R");
     b.startxref(x1);
     b.object(3, "(new)");

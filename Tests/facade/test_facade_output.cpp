@@ -25,8 +25,7 @@ std::string renderPage(Doc& d, int num, std::initializer_list<int> mapped) {
 }  // namespace
 
 TEST(PageOutput, SuppliedKeysNeverReachTheOutput) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /Annots 5 0 R /Contents [6 0 R 7 0 R] /MediaBox [0 0 612 792] "
                         "/CropBox [0 0 10 10] /Thumb 9 0 R /Resources 8 0 R /Rotate 90 >>"},
                     {4, "<< /Type /Page /Parent 2 0 R /Annots [5 0 R] /Contents 6 0 R /Title (a/b) >>"},
@@ -49,8 +48,7 @@ TEST(PageOutput, SuppliedKeysNeverReachTheOutput) {
 }
 
 TEST(PageOutput, GroupNodesCountTheirPages) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R 4 0 R 5 0 R] /Count 3 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R 5 0 R] /Count 3 >>"},
                     {3, "<< /Type /Page /Parent 2 0 R >>"},
                     {4, "<< /Type /Page /Parent 2 0 R >>"},
                     {5, "<< /Type /Page /Parent 2 0 R >>"}}));

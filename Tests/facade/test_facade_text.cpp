@@ -89,8 +89,7 @@ TEST(TextHashes, HashAndInclusion) {
 }
 
 TEST(TextFileKey, IdentifierOrChecksum) {
-    const std::map<int, std::string> objs = {{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                                             {2, "<< /Type /Pages /Kids [] /Count 0 >>"},
+    const std::map<int, std::string> objs = {{2, "<< /Type /Pages /Kids [] /Count 0 >>"},
                                              {3, "<< /Title (T) >>"}};
     Doc withId(buildPdf(objs, "/Root 1 0 R /Info 3 0 R /ID [<0102> <0304>]"));
     ASSERT_EQ(withId.rc, 0);

@@ -21,8 +21,7 @@ std::vector<int> pageNumbers(const Doc& d) {
 }  // namespace
 
 TEST(PageTree, LeavesComeDepthFirstInDocumentOrder) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 3 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 3 >>"},
                     {3, "<< /Type /Pages /Kids [4 0 R 5 0 R] /Parent 2 0 R /Count 2 >>"},
                     {4, "<< /Type /Page /Parent 3 0 R /MediaBox [0 0 100 100] >>"},
                     {5, "<< /Type /Page /Parent 3 0 R /MediaBox [0 0 100 100] >>"},
@@ -33,8 +32,7 @@ TEST(PageTree, LeavesComeDepthFirstInDocumentOrder) {
 }
 
 TEST(PageTree, KidsThroughAReferenceReadAsADirectArray) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids 8 0 R /Count 2 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids 8 0 R /Count 2 >>"},
                     {8, "[4 0 R 5 0 R]"},
                     {4, "<< /Type /Page /Parent 2 0 R >>"},
                     {5, "<< /Type /Page /Parent 2 0 R >>"}}));
@@ -44,16 +42,14 @@ TEST(PageTree, KidsThroughAReferenceReadAsADirectArray) {
 
 TEST(PageTree, KidsCycleAndSharedNodesEnd) {
     // 3 lists its own ancestor 2: each node is walked once.
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Pages /Kids [4 0 R 2 0 R 3 0 R] /Parent 2 0 R /Count 1 >>"},
+    Doc d(buildPdf({{3, "<< /Type /Pages /Kids [4 0 R 2 0 R 3 0 R] /Parent 2 0 R /Count 1 >>"},
                     {4, "<< /Type /Page /Parent 3 0 R >>"}}));
     ASSERT_EQ(d.rc, 0);
     EXPECT_EQ(pageNumbers(d), (std::vector<int>{4}));
 }
 
 TEST(PageTree, EmptyKidsAndMissingTreeGiveNoPages) {
-    Doc empty(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"}, {2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
+    Doc empty(buildPdf({{2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
     EXPECT_EQ(empty.rc, 0);
     EXPECT_EQ(empty.page->getPageCount(), 0);
     Doc none(buildPdf({{1, "<< /Type /Catalog >>"}}));
@@ -62,26 +58,20 @@ TEST(PageTree, EmptyKidsAndMissingTreeGiveNoPages) {
 }
 
 TEST(PageTree, NodeOfUnknownTypeFailsTheOpening) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Annot /Parent 2 0 R >>"}}));
+    Doc d(buildPdf({{3, "<< /Type /Annot /Parent 2 0 R >>"}}));
     EXPECT_EQ(d.rc, 1000);
 }
 
 TEST(PageTree, NestedTypeKeysBelongToTheirOwnDictionaries) {
     // A /Group's /Type /Group stands before the page's own /Type.
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Group << /Type /Group /S /Transparency >> /Type /Page /Parent 2 0 R "
+    Doc d(buildPdf({{3, "<< /Group << /Type /Group /S /Transparency >> /Type /Page /Parent 2 0 R "
                         "/MediaBox [0 0 10 20] >>"}}));
     ASSERT_EQ(d.rc, 0);
     EXPECT_EQ(d.page->getPageCount(), 1);
 }
 
 TEST(PageTree, OpeningTwiceListsEachPageOnce) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R >>"}}));
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R >>"}}));
     ASSERT_EQ(d.rc, 0);
     EXPECT_EQ(d.src().CheckAndInit(), 0);
     EXPECT_EQ(d.page->getPageCount(), 1);
@@ -90,8 +80,7 @@ TEST(PageTree, OpeningTwiceListsEachPageOnce) {
 TEST(PageTreeInheritance, RunningSlotLeaksIntoALaterSiblingSubtree) {
     // Page 6 states no /MediaBox and its parent 5 none either: it takes the
     // value read last from any /Pages node, that of the sibling subtree 3.
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R 5 0 R] /MediaBox [0 0 612 792] /Count 2 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 5 0 R] /MediaBox [0 0 612 792] /Count 2 >>"},
                     {3, "<< /Type /Pages /Kids [4 0 R] /Parent 2 0 R /MediaBox [0 0 200 300] /Rotate 90 /Count 1 >>"},
                     {4, "<< /Type /Page /Parent 3 0 R >>"},
                     {5, "<< /Type /Pages /Kids [6 0 R] /Parent 2 0 R /Count 1 >>"},
@@ -107,8 +96,7 @@ TEST(PageTreeInheritance, RunningSlotLeaksIntoALaterSiblingSubtree) {
 }
 
 TEST(PageTreeInheritance, OwnValuesWinOverTheSlot) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /MediaBox [0 0 612 792] /CropBox [1 1 5 5] /Count 1 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R] /MediaBox [0 0 612 792] /CropBox [1 1 5 5] /Count 1 >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 50 60] >>"}}));
     ASSERT_EQ(d.rc, 0);
     float x1, y1, x2, y2;
@@ -120,9 +108,7 @@ TEST(PageTreeInheritance, OwnValuesWinOverTheSlot) {
 }
 
 TEST(PageTreeInheritance, IndirectBoxesAndRotationAreFollowed) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /MediaBox 7 0 R /Rotate 8 0 R /CropBox [0 0 5] >>"},
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /MediaBox 7 0 R /Rotate 8 0 R /CropBox [0 0 5] >>"},
                     {7, "[0 0 321 123]"},
                     {8, "270"}}));
     ASSERT_EQ(d.rc, 0);
@@ -139,9 +125,7 @@ TEST(PageTreeInheritance, IndirectBoxesAndRotationAreFollowed) {
 namespace {
 
 Doc rotatedDoc(const std::string& rotate) {
-    return Doc(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                         {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                         {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /Rotate " + rotate + " >>"}}));
+    return Doc(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /Rotate " + rotate + " >>"}}));
 }
 
 }  // namespace
@@ -173,8 +157,7 @@ TEST(PageGeometry, RotationIsKeptAsGivenUnlessNotAMultipleOf90) {
 }
 
 TEST(PageGeometry, SizeOfBoxesZeroToFourIsTheCropRectangle) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [-50 10 150 90] "
                         "/TrimBox [0 0 1 1] >>"},
                     {4, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [5 5 5 50] >>"}}));
@@ -212,8 +195,7 @@ TEST(PageGeometry, UnknownPagesAndBadBoxes) {
 }
 
 TEST(PageGeometry, CurrentPageBoxComesFromThePageTextOnly) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R 4 0 R 5 0 R] /CropBox [1 2 3 4] /Count 3 >>"},
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R 5 0 R] /CropBox [1 2 3 4] /Count 3 >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] >>"},
                     {4, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [1 2 3 4 5] >>"},
                     {5, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [10 .5 30 40] >>"}}));
@@ -235,9 +217,7 @@ TEST(PageGeometry, CurrentPageBoxComesFromThePageTextOnly) {
 }
 
 TEST(PageSelection, SameNumberKeepsTheMapAndZeroFirstIsANoOp) {
-    Doc d(buildPdf({{1, "<< /Type /Catalog /Pages 2 0 R >>"},
-                    {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
+    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"}}));
     ASSERT_EQ(d.rc, 0);
     EXPECT_EQ(d.page->setPageNo(0), 0);

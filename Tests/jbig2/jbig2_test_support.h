@@ -5,11 +5,15 @@
 #define PDFKILN_TESTS_JBIG2_SUPPORT_H
 
 #include <cstdint>
+#include <cstdio>
+#include <map>
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "test_util.h"
 
 namespace jbig2test {
 
@@ -177,6 +181,25 @@ Bitmap readPbm(const std::string& path);
 Bitmap fromPacked(uint32_t width, uint32_t height, uint32_t stride, const unsigned char* data);
 // Same size and same pixels (padding bits ignored).
 bool samePixels(const Bitmap& a, const Bitmap& b);
+
+// The serenity JBIG2 corpus and its files that decode to reference/bitmap.bmp.
+inline const std::string kCorpus = std::string(PDFKILN_CORPUS_DIR) + "/jbig2/serenity";
+inline std::vector<std::string> listedFiles() { return testutil::listFile(kCorpus + "/decodes-to-bitmap.txt"); }
+
+// A list of explained files beside the tests: file name -> rule (its first word).
+inline std::map<std::string, std::string> explained(const std::string& file) {
+    auto m = testutil::explained(std::string(JBIG2_TEST_DIR) + "/" + file);
+    for (auto& e : m) e.second = e.second.substr(0, e.second.find(' '));
+    return m;
+}
+
+// jbig2dec, a test-only oracle: `args` decoded to the PBM file `out`.
+inline bool haveJbig2dec() { return testutil::exists("/usr/bin/jbig2dec"); }
+inline Bitmap jbig2dec(const std::string& args, const std::string& out) {
+    std::remove(out.c_str());
+    return testutil::run("/usr/bin/jbig2dec -q -t pbm -o " + testutil::quote(out) + " " + args) == 0 ? readPbm(out)
+                                                                                                      : Bitmap();
+}
 
 }  // namespace jbig2test
 

@@ -356,6 +356,17 @@ TEST(HuffmanDecoder, BadPrefixThrowsInvalidData) {
     }
 }
 
+TEST(HuffmanTable, ARangeOfMoreThan32BitsIsRefused) {
+    const HuffmanLine lines[] = {{1, 33, 0}, {0, 32, -1}, {0, 32, -1}};
+    const HuffmanParams p = {0, 3, lines};
+    try {
+        HuffmanTable table(p);
+        FAIL() << "no throw";
+    } catch (JBIG2_RESULT r) {
+        EXPECT_EQ(r, JBIG2_INVALID_DATA);
+    }
+}
+
 TEST(HuffmanDaraReader, ReadsSkipsAndMoves) {
     const unsigned char data[] = {0xA5, 0x0F, 0xF0, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC};
     HuffmanDaraReader r(data, sizeof(data));

@@ -82,8 +82,7 @@ TEST(ObjectFetch, HexFilteredObjectStreamDecodesOnceAndFetchesAlike) {
 
 TEST(ObjectFetch, IndexPairOfAnotherNumberIsRefused) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.objectStream(5, {{3, "(three)"}});
     long x = b.xrefStream(6, "/Root 1 0 R");
     b.startxref(x);
@@ -98,8 +97,7 @@ TEST(ObjectFetch, IndexPairOfAnotherNumberIsRefused) {
 
 TEST(ObjectFetch, IndexBeyondTheStreamCountIsRefused) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.objectStream(5, {{3, "(three)"}});
     long x = b.xrefStream(6, "/Root 1 0 R");
     b.startxref(x);
@@ -160,8 +158,7 @@ TEST(ObjectFetch, LocalObjFindsPlainAndCompressedObjectsAndRefusesAbsentOnes) {
 
 TEST(ObjectFetch, ReadIntObjFollowsReferencesAndComesBackBehindThem) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.object(3, "42");
     b.object(4, "3 0 R");
     b.objectStream(7, {{5, "4 0 R"}, {6, "17"}});
@@ -205,8 +202,7 @@ TEST(ObjectFetch, ReadIntObjFollowsReferencesAndComesBackBehindThem) {
 
 TEST(ObjectFetch, ReadNumArrayObjReadsNumbersAndReferences) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.object(3, "7.5");
     b.object(4, "[0 0 612 3 0 R]");
     b.objectStream(6, {{5, "-2"}});
@@ -237,8 +233,7 @@ TEST(ObjectFetch, ReadNumArrayObjReadsNumbersAndReferences) {
 
 TEST(ObjectFetch, FromStreamReadsAnIndirectObjectByItsKey) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.objectStream(5, {{3, "<< /Type /Catalog /Pages 9 0 R >>"}});
     long x = b.xrefStream(6, "/Root 1 0 R");
     b.startxref(x);

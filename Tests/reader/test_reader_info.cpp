@@ -20,8 +20,7 @@ const char* const kPages = "<< /Type /Pages /Kids [] /Count 0 >>";
 // A classic file whose trailer adds `trailer`, with `extra` objects from 3 on.
 std::string withTrailer(const std::string& trailer, const std::vector<std::string>& extra = {}) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     int n = 3;
     for (const std::string& body : extra) b.object(n++, body);
     long x = b.xrefTable("/Root 1 0 R " + trailer);
@@ -157,8 +156,7 @@ TEST(FileIdentifier, HexAndLiteralStringsAndCommentsBefore) {
 
 TEST(FileIdentifier, NewestTrailerWins) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x1 = b.xrefTable("/Root 1 0 R /ID [<AA><AA>]");
     b.startxref(x1);
     b.object(3, "(x)");
@@ -181,8 +179,7 @@ TEST(FileIdentifier, OverlongStringsAreBounded) {
 
 TEST(FileIdentifier, ReadFromACrossReferenceStream) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x = b.xrefStream(3, "/Root 1 0 R /ID [<1234><5678>]");
     b.startxref(x);
     Source s(b.str());

@@ -14,8 +14,7 @@ using pdftest::Source;
 
 TEST(ObjectPosition, ObjectsEndAtTheNextKnownPositionAndTheLastAtStartxref) {
     PdfBuilder b;
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    b.catalog();
     long x = b.xrefTable("/Root 1 0 R");
     b.startxref(x);
     Source s(b.str());
@@ -43,8 +42,7 @@ TEST(ObjectPosition, AbsentKeyIsUnknownAndItsLengthIsZero) {
 
 TEST(ObjectPosition, FreeEntryHasABeginButNoEnd) {
     PdfBuilder b;
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    b.catalog();
     const long x = b.here();
     char line[64];
     std::string xref = "xref\n0 4\n0000000000 65535 f\r\n";
@@ -63,8 +61,7 @@ TEST(ObjectPosition, FreeEntryHasABeginButNoEnd) {
 
 TEST(ObjectPosition, TwoObjectsAtOneOffsetCountAsOnePosition) {
     PdfBuilder b;
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    b.catalog();
     const long x = b.here();
     char line[96];
     std::snprintf(line, sizeof line, "%010ld 00000 n\r\n%010ld 00000 n\r\n%010ld 00000 n\r\n", b.offsetOf(1),
@@ -98,8 +95,7 @@ TEST(ObjectPosition, CompressedObjectBeginsAtItsContainerNumber) {
 TEST(ObjectPosition, OffsetsCountFromTheHeader) {
     const std::string junk = "junk line\n";
     PdfBuilder b("%PDF-1.4", junk);
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    b.catalog();
     long x = b.xrefTable("/Root 1 0 R");
     b.startxref(x);
     Source s(b.str());

@@ -55,45 +55,39 @@ StreamResult readStream(const std::string& text, int length) {
 
 }  // namespace
 
-TEST(StringValue, UnbalancedParenthesesEndAtTheFirstClose) {
+TEST(StringValue, EscapesContinuationsHexAndUnbalancedInput) {
+    const struct {
+        const char* in;
+        std::string out;
+    } cases[] = {
+        // Unbalanced parentheses end at the first close.
+        {"(a(b)c)", "a(b"},
+        // Octal escapes always take two more bytes.
+        {"(\\101)", "A"},
+        {"(\\123)", std::string(1, 83)},
+        {"(\\5xy)", std::string(1, 64)},
+        {"(\\7777)", "\xFF" "7"},
+        {"(\\0a)", std::string(1, '\0')},
+        {"(\\n\\r\\t\\b\\f\\\\\\(\\))", "\n\r\t\b\f\\()"},
+        {"(\\q)", "q"},
+        // Line continuations; a bare line end stays.
+        {"(ab\\\ncd)", "abcd"},
+        {"(ab\\\n\rcd)", "abcd"},
+        {"(ab\\\rcd)", "abcd"},
+        {"(a\nb)", "a\nb"},
+        {"(abc", "abc"},
+        {"()", ""},
+        // Hex strings skip blanks, drop junk and pad an odd digit.
+        {"<ABC>", "\xAB\xC0"},
+        {"<41 4\n2\r43>", "ABC"},
+        {"<4x1zz>", "A"},
+        {"<>", ""},
+        {"<6162", "ab"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(readString(c.in), c.out) << c.in;
     std::string rest;
-    EXPECT_EQ(readString("(a(b)c)", &rest), "a(b");
+    readString("(a(b)c)", &rest);
     EXPECT_EQ(rest, "c)");
-}
-
-TEST(StringValue, OctalEscapesAlwaysTakeTwoMoreBytes) {
-    EXPECT_EQ(readString("(\\101)"), "A");
-    EXPECT_EQ(readString("(\\123)"), std::string(1, 83));
-    EXPECT_EQ(readString("(\\5xy)"), std::string(1, 64));
-    EXPECT_EQ(readString("(\\7777)"), std::string(1, static_cast<char>(0xFF)) + "7");
-    EXPECT_EQ(readString("(\\0a)"), std::string(1, '\0'));
-}
-
-TEST(StringValue, LetterEscapesAndOthers) {
-    EXPECT_EQ(readString("(\\n\\r\\t\\b\\f\\\\\\(\\))"), "\n\r\t\b\f\\()");
-    EXPECT_EQ(readString("(\\q)"), "q");
-}
-
-TEST(StringValue, LineContinuations) {
-    EXPECT_EQ(readString("(ab\\\ncd)"), "abcd");
-    EXPECT_EQ(readString("(ab\\\n\rcd)"), "abcd");
-    EXPECT_EQ(readString("(ab\\\rcd)"), "abcd");
-    EXPECT_EQ(readString("(a\nb)"), "a\nb");
-}
-
-TEST(StringValue, UnterminatedStringStopsAtEndOfInput) { EXPECT_EQ(readString("(abc"), "abc"); }
-
-TEST(StringValue, HexStringsSkipBlanksDropJunkAndPadAnOddDigit) {
-    EXPECT_EQ(readString("<ABC>"), "\xAB\xC0");
-    EXPECT_EQ(readString("<41 4\n2\r43>"), "ABC");
-    EXPECT_EQ(readString("<4x1zz>"), "A");
-    EXPECT_EQ(readString("<>"), "");
-    EXPECT_EQ(readString("<6162"), "ab");
-}
-
-TEST(StringValue, EmptyStringStaysEmpty) {
-    EXPECT_EQ(readString("()"), "");
-    EXPECT_EQ(readString("<>"), "");
 }
 
 TEST(ReferenceValue, ObjectHeaderIsNoReferenceAndTheStreamIsSetBack) {
@@ -132,68 +126,43 @@ TEST(ArrayValue, RawTextIsTheStretchBehindTheBracketAsLongAsTheArray) {
     EXPECT_THROW(b >> none.file, CFileError);
 }
 
-TEST(StreamBody, ExactLengthReadsTheDataAndStopsBeforeTheKeyword) {
-    StreamResult r = readStream("stream\nHello\nendstream\nendobj", 5);
-    EXPECT_TRUE(r.ok);
-    EXPECT_EQ(r.data, "Hello");
-    EXPECT_EQ(r.next, "endstream");
-    StreamResult crlf = readStream("stream\r\nHello\r\nendstream\nendobj", 5);
-    EXPECT_EQ(crlf.data, "Hello");
-    StreamResult cr = readStream("stream\rHello\rendstream\nendobj", 5);
-    EXPECT_EQ(cr.data, "Hello");
-}
-
-TEST(StreamBody, KeywordMustBeFollowedByALineEnd) {
-    StreamResult r = readStream("stream Hello\nendstream\nendobj", 5);
-    EXPECT_FALSE(r.ok);
-}
-
-TEST(StreamBody, LengthOneTooLongEndsTheDataWithALineFeed) {
-    StreamResult r = readStream("stream\nHello\rendstream\nendobj", 7);
-    EXPECT_TRUE(r.ok);
-    EXPECT_EQ(r.data, "Hello\r\n");
-    EXPECT_EQ(r.length, 7);
-    EXPECT_EQ(r.next, "endstream");
-}
-
-TEST(StreamBody, LengthTooShortGrowsTheDataUpToTheKeyword) {
-    StreamResult r = readStream("stream\nHello world, a longer body\nendstream\nendobj", 2);
-    EXPECT_TRUE(r.ok);
-    EXPECT_EQ(r.data, "Hello world, a longer body\n");
-    EXPECT_EQ(r.length, static_cast<int>(r.data.size()));
-    EXPECT_EQ(r.next, "endstream");
-}
-
-TEST(StreamBody, LengthZeroReadsUpToTheKeyword) {
-    std::string body(3000, 'x');
-    StreamResult r = readStream("stream\n" + body + "\nendstream\nendobj", 0);
-    EXPECT_TRUE(r.ok);
-    EXPECT_EQ(r.data, body + "\n");
-    EXPECT_EQ(r.length, 3001);
-    EXPECT_EQ(r.next, "endstream");
-}
-
-TEST(StreamBody, LengthTooLongKeepsTheKeywordInsideTheData) {
-    StreamResult r = readStream("stream\nHello\nendstream\nendobj\n", 20);
-    EXPECT_TRUE(r.ok);
-    EXPECT_EQ(r.data, "Hello\nendstream\nendo");
-    EXPECT_EQ(r.length, 20);
-    EXPECT_EQ(r.next, std::string(1, '\0')) << "the stream stays behind the token read, at the end";
-}
-
-TEST(StreamBody, KeywordSplitOverTheDeclaredEndIsFound) {
-    StreamResult r = readStream("stream\nHelloendstream\nendobj", 8);
-    EXPECT_TRUE(r.ok);
-    EXPECT_EQ(r.data, "Hello");
-    EXPECT_EQ(r.length, 5);
-    EXPECT_EQ(r.next, "endstream");
-}
-
-TEST(StreamBody, MissingKeywordFailsAtEndOfInput) {
-    StreamResult r = readStream("stream\nabc def ghi", 2);
-    EXPECT_FALSE(r.ok);
-    StreamResult longer = readStream("stream\nabc def ghi", 500);
-    EXPECT_FALSE(longer.ok);
+TEST(StreamBody, LineEndsAndTheRepairsOfAWrongLength) {
+    const std::string body(3000, 'x');
+    const struct {
+        std::string in;
+        int length;
+        bool ok;
+        std::string data;
+        int lengthAfter;  // -1: not looked at
+        std::string next;
+    } cases[] = {
+        {"stream\nHello\nendstream\nendobj", 5, true, "Hello", 5, "endstream"},
+        {"stream\r\nHello\r\nendstream\nendobj", 5, true, "Hello", 5, "endstream"},
+        {"stream\rHello\rendstream\nendobj", 5, true, "Hello", 5, "endstream"},
+        // The keyword must be followed by a line end.
+        {"stream Hello\nendstream\nendobj", 5, false, "", -1, ""},
+        // One too long: the data end with a line feed.
+        {"stream\nHello\rendstream\nendobj", 7, true, "Hello\r\n", 7, "endstream"},
+        // Too short or zero: the data grow up to the keyword.
+        {"stream\nHello world, a longer body\nendstream\nendobj", 2, true, "Hello world, a longer body\n", 27,
+         "endstream"},
+        {"stream\n" + body + "\nendstream\nendobj", 0, true, body + "\n", 3001, "endstream"},
+        // Too long: the keyword stays inside the data, the stream at the end.
+        {"stream\nHello\nendstream\nendobj\n", 20, true, "Hello\nendstream\nendo", 20, std::string(1, '\0')},
+        // A keyword split over the declared end is found.
+        {"stream\nHelloendstream\nendobj", 8, true, "Hello", 5, "endstream"},
+        // No keyword: failure at the end of the input.
+        {"stream\nabc def ghi", 2, false, "", -1, ""},
+        {"stream\nabc def ghi", 500, false, "", -1, ""},
+    };
+    for (const auto& c : cases) {
+        const StreamResult r = readStream(c.in, c.length);
+        EXPECT_EQ(r.ok, c.ok) << c.in;
+        if (!c.ok) continue;
+        EXPECT_EQ(r.data, c.data) << c.in;
+        EXPECT_EQ(r.length, c.lengthAfter) << c.in;
+        EXPECT_EQ(r.next, c.next) << c.in;
+    }
 }
 
 TEST(StreamBody, NegativeLengthThrowsLengthError) {
@@ -207,8 +176,7 @@ TEST(StreamBody, NegativeLengthThrowsLengthError) {
 
 TEST(StreamBody, LengthReadThroughAReference) {
     pdftest::PdfBuilder b;
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    b.catalog();
     b.object(3, "5");
     b.stream(4, "", "Hello", "3 0 R");
     long x = b.xrefTable("/Root 1 0 R");

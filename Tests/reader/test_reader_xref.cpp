@@ -24,8 +24,7 @@ const char* const kPages = "<< /Type /Pages /Kids [] /Count 0 >>";
 // well away from the tail.
 PdfBuilder baseRevision(long* xrefAt) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     *xrefAt = b.xrefTable("/Root 1 0 R");
     return b;
 }
@@ -89,8 +88,7 @@ TEST(XRefTail, BadNumberInTheTailLooksForALaterKeywordAndEndsAtEndOfInput) {
 
 TEST(XRefTail, NoStartxrefAnywhereEndsTheOpening) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.xrefTable("/Root 1 0 R");
     Source s(b.str());
     EXPECT_THROW(s.file.CheckAndInit(), CFileError);
@@ -137,8 +135,7 @@ TEST(XRefChain, ClassicSectionWhosePrevIsACrossReferenceStream) {
 TEST(XRefChain, InfoOfAClassicTrailerIsDroppedOnceAStreamWasRead) {
     // Oldest revision classic with /Info 5, newest a stream with /Info 6.
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.object(5, "<< /Title (classic) >>");
     long xc = b.xrefTable("/Root 1 0 R /Info 5 0 R");
     b.startxref(xc);
@@ -154,8 +151,7 @@ TEST(XRefChain, InfoOfAClassicTrailerIsDroppedOnceAStreamWasRead) {
 TEST(XRefChain, InfoOfTheOldestClassicTrailerWins) {
     long x1 = 0;
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.object(5, "<< /Title (old) >>");
     x1 = b.xrefTable("/Root 1 0 R /Info 5 0 R");
     b.startxref(x1);
@@ -169,8 +165,7 @@ TEST(XRefChain, InfoOfTheOldestClassicTrailerWins) {
 
 TEST(XRefChain, PrevZeroSeeksToTheHeaderAndEndsTheWalk) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x = b.xrefTable("/Root 1 0 R /Prev 0");
     b.startxref(x);
     Source s(b.str());
@@ -180,8 +175,7 @@ TEST(XRefChain, PrevZeroSeeksToTheHeaderAndEndsTheWalk) {
 
 TEST(XRefChain, PrevPointingToItselfEndsTheWalk) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     const long x = b.here();
     b.xrefTable("/Root 1 0 R /Prev " + std::to_string(x));
     b.startxref(x);
@@ -192,8 +186,7 @@ TEST(XRefChain, PrevPointingToItselfEndsTheWalk) {
 
 TEST(XRefChain, TwoSectionsPointingAtEachOtherEndAfterBoth) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     const long x1 = b.xrefTable("/Root 1 0 R /Prev PPPPPPPPPP");
     b.object(3, "(three)");
     const long x2 = b.xrefTable("/Root 1 0 R /Prev " + std::to_string(x1));
@@ -227,8 +220,7 @@ TEST(XRefChain, NewerFreeEntryWithOffsetZeroLeavesTheOlderEntry) {
 
 TEST(XRefChain, FreeEntryWithAnOffsetIsEnteredAsFree) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     const long x = b.here();
     b.raw("xref\n0 4\n0000000003 65535 f\r\n");
     char line[32];
@@ -259,8 +251,7 @@ TEST(XRefChain, AbsentKeyHasAZeroState) {
 
 TEST(XRefChain, EntriesNeedNoFixedLayout) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     const long x = b.here();
     b.raw("xref\n0 3\n0 65535 f\n" + std::to_string(b.offsetOf(1)) + " 0 n " + std::to_string(b.offsetOf(2)) +
           "   0\tn\ntrailer\n<</Size 3/Root 1 0 R>>\n");
@@ -272,8 +263,7 @@ TEST(XRefChain, EntriesNeedNoFixedLayout) {
 
 TEST(XRefRepair, StrayCommentAfterEntriesSearchesForTheTrailer) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x = b.xrefTable("/Root 1 0 R");
     std::string text = b.str();
     text.insert(text.find("trailer"), "% a note the writer left\n1 junk words\n");
@@ -285,8 +275,7 @@ TEST(XRefRepair, StrayCommentAfterEntriesSearchesForTheTrailer) {
 
 TEST(XRefRepair, CommentWordInPlaceOfASubsectionEndsTheWalkKeepingEntries) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x = b.xrefTable("/Root 1 0 R");
     std::string text = b.str();
     text.insert(text.find("trailer"), "%note\n");
@@ -308,8 +297,7 @@ TEST(XRefRepair, CommentWithoutAnyTrailerStopsAtEndOfInput) {
 
 TEST(XRefRepair, TruncatedSectionKeepsWhatWasRead) {
     PdfBuilder b;
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     const long x = b.here();
     char line[32];
     std::snprintf(line, sizeof line, "%010ld 00000 n\r\n", b.offsetOf(1));
@@ -344,8 +332,7 @@ TEST(XRefStream, UnfilteredAndHexFilteredTablesList) {
 
 TEST(XRefStream, WithoutIndexTheTableRunsFromZeroToSize) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x = b.xrefStream(3, "/Root 1 0 R", "", "none");
     b.startxref(x);
     Source s(b.str());
@@ -356,8 +343,7 @@ TEST(XRefStream, WithoutIndexTheTableRunsFromZeroToSize) {
 
 TEST(XRefStream, GenerationIsNotPartOfAStreamKey) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     b.object(4, "(gen three)", 3);
     long x = b.xrefStream(5, "/Root 1 0 R");
     b.startxref(x);
@@ -370,8 +356,7 @@ TEST(XRefStream, GenerationIsNotPartOfAStreamKey) {
 
 TEST(XRefStream, IndexPromisingMoreEntriesThanTheDataHoldStopsAtTheData) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x = b.xrefStream(3, "/Root 1 0 R /Size 100000", "", "[0 100000]");
     b.startxref(x);
     Source s(b.str());
@@ -403,8 +388,7 @@ TEST(XRefStream, EntryOfTypeAboveTwoLeavesItsFieldsUnread) {
 
 TEST(XRefStream, WrongTypeEndsTheWalk) {
     PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.object(2, kPages);
+    b.catalog();
     long x = b.xrefStream(3, "/Root 1 0 R");
     std::string text = b.str();
     text.replace(text.find("/Type /XRef"), 11, "/Type /XRel");
@@ -438,8 +422,7 @@ TEST(XRefTidy, KeepsTheHighestGenerationAndLinksFreeNumbers) {
 TEST(XRefOracle, BuilderFilesPassThePeerChecker) {
     if (std::system("qpdf --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "qpdf not installed";
     PdfBuilder classic;
-    classic.object(1, kCatalog);
-    classic.object(2, kPages);
+    classic.catalog();
     long x1 = classic.xrefTable("/Root 1 0 R");
     classic.startxref(x1);
     PdfBuilder streams("%PDF-1.5");

@@ -70,8 +70,7 @@ TEST(Renumbering, AnEmptyTableThatWasSetUpStillDropsReferences) {
 
 TEST(LengthSlot, AnIndirectLengthBecomesADirectNumber) {
     pdftest::PdfBuilder b;
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    b.catalog();
     b.stream(5, "", "hello world", "12 0 R");
     b.object(12, "11");
     b.startxref(b.xrefTable("/Size 13 /Root 1 0 R"));
@@ -85,8 +84,7 @@ TEST(LengthSlot, AnIndirectLengthBecomesADirectNumber) {
 
 TEST(LengthSlot, TheSlotTakesTheSizeOfTheDataActuallyRead) {
     pdftest::PdfBuilder b;
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    b.catalog();
     b.stream(5, "", "0123456789abcdef", "4");  // declared far too short
     b.startxref(b.xrefTable("/Size 6 /Root 1 0 R"));
     Doc d(b.str());

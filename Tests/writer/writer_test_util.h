@@ -21,8 +21,7 @@ struct Doc {
 // Builds a document from (number, body) objects behind a catalog and pages node.
 inline std::string document(const std::vector<std::pair<int, std::string>>& objs) {
     pdftest::PdfBuilder b;
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    b.object(2, "<< /Type /Pages /Kids [] /Count 0 >>");
+    b.catalog();
     for (const auto& o : objs) b.object(o.first, o.second);
     b.startxref(b.xrefTable("/Size 40 /Root 1 0 R"));
     return b.str();
