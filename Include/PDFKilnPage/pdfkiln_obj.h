@@ -254,6 +254,22 @@ private:
 };
 
 
+// Whether the unescaped parenthesis `c` ends a literal string. By default the
+// first ")" ends it; with `nested` set, "(" opens a level and the ")" that
+// balances the opener ends it, as ISO 32000-1 7.3.4.2 reads strings. `depth`
+// counts the open levels inside the string and starts at 0. Every reader of
+// literal string bodies asks this one question.
+inline bool literalStringEnds(char c, int& depth, bool nested) {
+    if (c == '(') {
+        if (nested) ++depth;
+        return false;
+    }
+    if (c != ')') return false;
+    if (!nested || depth == 0) return true;
+    --depth;
+    return false;
+}
+
 // A literal or hexadecimal string, decoded and (where the file is encrypted) decrypted.
 class CStringType : public CObj {
 public:

@@ -515,6 +515,11 @@ bool CFileInfo::Read(CSourFile& in) {
         }
     }
 
+    return ReadInfoAndEncrypt(in);
+}
+
+bool CFileInfo::ReadInfoAndEncrypt(CSourFile& in) {
+    CSourFile& file = in;
     // Anything read during the walk (a direct /Encrypt) saw a partial table:
     // let the position index be built anew from the whole one.
     offsets.clear();

@@ -726,8 +726,10 @@ bool CStringType::Read(CSourFile& in) {
         RedHexString(in);
     } else {
         char c = 0;
+        int depth = 0;
+        const bool nested = in.root().nestedStrings;
         while (in.get(c)) {
-            if (c == ')') break;
+            if (literalStringEnds(c, depth, nested)) break;
             if (c != '\\') {
                 text.push_back(c);
                 continue;
