@@ -6,6 +6,7 @@
 
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "commands.h"
+#include "conformance.h"
 
 using namespace PDF_KILN;
 
@@ -199,6 +200,7 @@ int cmdInfo(int argc, char** argv) {
             std::printf("%s%s: %s", i ? ", " : "", jsonString(fields[i].key).c_str(),
                         jsonString(*fields[i].value).c_str());
         std::printf("},\n");
+        printConformance(doc, true);
         printPages(doc, true);
         if (enc.handlerKind) {
             std::printf("  \"encrypt\": {\"Filter\": %s, \"V\": %d, \"R\": %d, \"Length\": %d, \"P\": %d, "
@@ -216,6 +218,7 @@ int cmdInfo(int argc, char** argv) {
     std::printf("file:            %s\n", a.file);
     printPages(doc, false);
     std::printf("version:         %s (header at offset %d)\n", src.version.c_str(), src.headerOffset);
+    printConformance(doc, false);
     std::printf("cross-reference: %d classic section(s), %d stream(s)\n", fi.classicSections, fi.xrefStreams);
     std::printf("objects:         %zu (%d in use, %d in object streams, %d free)\n", fi.objTable->size(), byKind[1],
                 byKind[2], byKind[0]);
