@@ -171,7 +171,15 @@ void CPDFKilnPage_Encode::encodeStream(iterator it, bool unfiltered) {
     std::string* text = nullptr;
     std::size_t first = 0, last = 0;
     findStreamPos(it, text, first, last);
-    const std::size_t count = last < first ? 0 : last - first + 1;
+    std::size_t count = last < first ? 0 : last - first + 1;
+    if (unfiltered) {
+        // Raw data may well start with a blank or a NUL: it starts behind
+        // the keyword's own line end.
+        first = text->find(kwstream) + std::strlen(kwstream);
+        if (first < text->size() && (*text)[first] == '\r') ++first;
+        if (first < text->size() && (*text)[first] == '\n') ++first;
+        count = std::min(static_cast<std::size_t>(length), text->size() - first);
+    }
 
     FilterMemBlock in, out;
     Zq_MemInit(&in);

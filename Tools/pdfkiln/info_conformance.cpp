@@ -1,5 +1,7 @@
 // pdfkiln info: the version code in words, the marked flag and the output
 // intents of a file.
+#include <zlib.h>
+
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -110,10 +112,12 @@ void printConformance(CPDFKilnPage& doc, bool asJson) {
         const std::string space = iccColorSpace(profile);
         if (asJson) {
             std::printf("%s{\"S\": %s, \"OutputConditionIdentifier\": %s, \"RegistryName\": %s, "
-                        "\"OutputCondition\": %s, \"Info\": %s, \"profileSize\": %zu, \"profileColorSpace\": %s}",
+                        "\"OutputCondition\": %s, \"Info\": %s, \"profileSize\": %zu, \"profileCrc32\": %lu, "
+                        "\"profileColorSpace\": %s}",
                         i ? ", " : "", json(doc.getOPIS(n)).c_str(),
                         json(doc.getOPIOutputConditionIdentifier(n)).c_str(), json(doc.getOPIRegistryName(n)).c_str(),
                         json(utf8(condition)).c_str(), json(utf8(info)).c_str(), profile.size(),
+                        crc32(0L, reinterpret_cast<const Bytef*>(profile.data()), static_cast<uInt>(profile.size())),
                         space.empty() ? "null" : json(space).c_str());
         } else {
             std::printf("  intent %d:      %s (%s)", i + 1, doc.getOPIS(n).c_str(),
