@@ -107,7 +107,8 @@ def peer_view(path):
             for oi in pdf.Root.get("/OutputIntents", []):
                 profile = oi.get("/DestOutputProfile")
                 data = profile.read_bytes() if profile is not None else b""
-                intents.append((str(oi.get("/S", "")), bytes(oi.get("/OutputConditionIdentifier", b"") or b""),
+                ident = oi.get("/OutputConditionIdentifier")
+                intents.append((str(oi.get("/S", "")), bytes(ident) if ident is not None else b"",
                                 len(data), zlib.crc32(data)))
     except Exception:
         return None
