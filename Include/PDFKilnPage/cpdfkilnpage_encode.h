@@ -43,6 +43,10 @@ public:
     // A stream without /Filter whose data holds bytes above 127 is wrapped
     // as well, with a /Filter /ASCII85Decode entry of its own.
     void setEncodeUnfiltered(bool on) { encodeUnfiltered = on; }
+    // The data starts right behind the "stream" keyword's line end, also
+    // when its first bytes are blanks or NULs (which findStreamPos passes
+    // over).
+    void setExactStreamStart(bool on) { exactStreamStart = on; }
 
     ZQGraphicService_NS::FilterPropTD filterProp;
 
@@ -56,6 +60,7 @@ private:
     void encodeStream(iterator it, bool unfiltered);
     bool decodeParmsFollow = false;
     bool encodeUnfiltered = false;
+    bool exactStreamStart = false;
 };
 
 }  // namespace PDF_KILN

@@ -172,9 +172,9 @@ void CPDFKilnPage_Encode::encodeStream(iterator it, bool unfiltered) {
     std::size_t first = 0, last = 0;
     findStreamPos(it, text, first, last);
     std::size_t count = last < first ? 0 : last - first + 1;
-    if (unfiltered) {
-        // Raw data may well start with a blank or a NUL: it starts behind
-        // the keyword's own line end.
+    if (unfiltered || exactStreamStart) {
+        // Data may well start with a blank or a NUL (raw samples, run
+        // lengths): it starts behind the keyword's own line end.
         first = text->find(kwstream) + std::strlen(kwstream);
         if (first < text->size() && (*text)[first] == '\r') ++first;
         if (first < text->size() && (*text)[first] == '\n') ++first;
@@ -227,7 +227,10 @@ void CPDFKilnPage_Encode::encodeStream(iterator it, bool unfiltered) {
         while (v < limit && isStreamSpace((*text)[v])) ++v;
         if (v >= limit) return;
         if ((*text)[v] == '[') {
-            text->insert(v + 1, "null ");
+            // An empty array gives no parameters to any filter.
+            std::size_t inside = v + 1;
+            while (inside < limit && isStreamSpace((*text)[inside])) ++inside;
+            if (inside < limit && (*text)[inside] != ']') text->insert(v + 1, "null ");
             return;
         }
         yard::TextStream s(text->data() + v, text->data() + limit);

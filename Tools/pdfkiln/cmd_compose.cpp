@@ -641,6 +641,7 @@ int cmdCompose(int argc, char** argv) {
             CPDFKilnPage_Encode* encode = new CPDFKilnPage_Encode(in.file.c_str(), o.password);
             encode->setDecodeParmsFollow(true);
             encode->setEncodeUnfiltered(true);
+            encode->setExactStreamStart(true);
             j.doc.reset(encode);
         } else {
             j.doc.reset(new CPDFKilnPage(in.file.c_str(), o.password));

@@ -57,7 +57,7 @@ std::string sevenBitText(const std::string& text) {
     int depth = 0;        // literal string nesting
     bool comment = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (i == first) {
+        if (i == first && last > first) {
             out.append(text, first, last - first);
             i = last - 1;
             depth = 0;
