@@ -213,11 +213,6 @@ public:
     void setReadXmpAttributes(bool on) { readXmpAttributes = on; }
     // The /Marked value of the catalog's /MarkInfo.
     bool isMarked() const;
-    // The default optional-content configuration's /ON (true) and /OFF
-    // (false) groups and its /Order, for the groups delivered to the caller,
-    // in the caller's numbering.
-    void getCatalogOCProperties(std::map<std::pair<int, int>, bool>& state,
-                                std::vector<std::pair<int, int>>& order) const;
 
     // Read access for tools and tests.
     CSourFile* getSource() const { return source; }
