@@ -19,6 +19,23 @@ const char* text(const xmlChar* s) { return reinterpret_cast<const char*>(s); }
 // off, so libxml2's size, depth and amplification limits hold.
 constexpr int kOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOCDATA;
 
+// Some of libxml2's messages (encoder errors among them) go to its generic
+// error handler whatever the parser options say; while this parser reads,
+// that handler is a silent one, and the caller's is put back afterwards.
+void silent(void*, const char*, ...) {}
+
+class QuietErrors {
+public:
+    QuietErrors() : handler(xmlGenericError), context(xmlGenericErrorContext) {
+        xmlSetGenericErrorFunc(nullptr, &silent);
+    }
+    ~QuietErrors() { xmlSetGenericErrorFunc(context, handler); }
+
+private:
+    xmlGenericErrorFunc handler;
+    void* context;
+};
+
 }  // namespace
 
 const std::string& ZQNameTable::getSharedNameString(const char* s) {
@@ -51,6 +68,7 @@ ZQRef<ZQXmlParser> ZQXmlUtil::getRootParser(const ZQRef<ZQMemStream>& stream) {
     static std::once_flag init;
     std::call_once(init, [] { xmlInitParser(); });
     ZQRef<ZQXmlParser> parser(new ZQXmlParser(stream));
+    const QuietErrors quiet;
     parser->impl->reader =
         xmlReaderForMemory(stream->data(), static_cast<int>(stream->size()), nullptr, nullptr, kOptions);
     if (!parser->impl->reader) return nullptr;
@@ -61,6 +79,7 @@ ZQRef<ZQXmlParser> ZQXmlUtil::getRootParser(const ZQRef<ZQMemStream>& stream) {
 ZQRef<ZQNode> ZQXmlParser::next() {
     if (impl->finished) return nullptr;
     xmlTextReaderPtr r = impl->reader;
+    const QuietErrors quiet;
     for (;;) {
         const int rc = xmlTextReaderRead(r);
         if (rc == 0) {
