@@ -104,6 +104,17 @@ public:
     CPDFKilnPage& operator=(const CPDFKilnPage&) = delete;
 
     int init();
+    // Reading options that other readers apply and the default rules do not;
+    // both off unless set, and both act from the next init (or password).
+    // Literal strings end at the ")" that balances their opener (ISO 32000-1
+    // 7.3.4.2) instead of at the first ")".
+    void setBalancedStrings(bool on);
+    // When the cross-reference chain gives no usable catalog, the object
+    // table is rebuilt from the "N G obj" headers in the file's bytes, with
+    // the catalog named by the last trailer or found by its /Type.
+    void setRebuildObjectTable(bool on);
+    // Whether the document in use was opened through that rebuild.
+    bool isObjectTableRebuilt() const;
     int SetSourcePassword() const;
     int SetSourcePassword(const std::string& password);
     bool GetSourceFileInfo(SFileInfo& info) const;
@@ -257,6 +268,8 @@ protected:
     int outputIntentsCount = 0;
     bool readXmpAttributes = false;
     std::string outputIntentValue(unsigned short index, const char* key) const;
+    bool balancedStrings = false;
+    bool rebuildObjectTable = false;
 
     // The renumbering of getPageRootString and its kin: known mappings
     // first, then numbers counted up from the start number.

@@ -56,6 +56,8 @@ int CPDFKilnPage::init() {
             if (!ownsStream && !input.loadStream(*stream)) return kResultBadFile;
             source = new CSourFile(input.buffer());
         }
+        source->nestedStrings = balancedStrings;
+        source->rebuildTable = rebuildObjectTable;
         int rc = source->CheckAndInit();
         if (rc != 0) return rc;
         rc = readCatalogText();
@@ -69,6 +71,18 @@ int CPDFKilnPage::init() {
         return kResultStdException;
     }
 }
+
+void CPDFKilnPage::setBalancedStrings(bool on) {
+    balancedStrings = on;
+    if (source) source->nestedStrings = on;
+}
+
+void CPDFKilnPage::setRebuildObjectTable(bool on) {
+    rebuildObjectTable = on;
+    if (source) source->rebuildTable = on;
+}
+
+bool CPDFKilnPage::isObjectTableRebuilt() const { return source && source->tableRebuilt; }
 
 int CPDFKilnPage::SetSourcePassword() const {
     const CEncrypt& enc = source->fileInfo.encrypt;

@@ -73,7 +73,7 @@ def close(a, b):
 def compare(tool, base, rel):
     path = os.path.join(base, rel)
     env = SANITIZER_ENV
-    rc, out = run(["timeout", "20", tool, "info", "--json", path], env=env)
+    rc, out = run(["timeout", "20", tool, "info", "--strict", "--json", path], env=env)
     if rc == 124 or rc >= 86:
         return rel, "crash", "exit %d" % rc
     if run(["qpdf", "--check", path])[0] != 0:
