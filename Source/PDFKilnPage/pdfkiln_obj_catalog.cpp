@@ -68,6 +68,35 @@ bool CCatalogEntry::Read(CSourFile& in) {
     return readOk;
 }
 
+bool CMarkInfo::Read(CSourFile& in) {
+    std::streampos at = in.tellg();
+    if (!IsObjStart(in)) {
+        in.clear();
+        in.seekg(at);
+    }
+    marked = false;
+    readOk = false;
+    std::string token;
+    readPDFString(in, token);
+    if (token != "<<") return false;
+    for (;;) {
+        readPDFString(in, token);
+        if (!in.good()) return false;
+        if (token == ">>") break;
+        if (token == "/Marked") {
+            readPDFString(in, token);
+            if (!in.good()) return false;
+            marked = token == "true";
+        } else if (!token.empty() && token[0] == '/') {
+            if (!skipValue(in)) return false;
+        } else {
+            return false;
+        }
+    }
+    readOk = true;
+    return true;
+}
+
 CCatalog::CCatalog() { flags |= kIndirect; }
 
 void CCatalog::Init() {
@@ -111,7 +140,7 @@ void CCatalog::readEntry(CSourFile& in, CCatalogEntry& entry) {
     }
     entry.heldByReference = false;
     std::streampos start = in.tellg();
-    if (!skipValue(in)) {
+    if (!entry.Read(in)) {
         in.clear();
         in.seekg(start);
     }

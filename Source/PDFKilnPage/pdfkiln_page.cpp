@@ -10,6 +10,7 @@
 
 #include "crypt/pcrypt.h"
 #include "pdfkiln_destfile.h"
+#include "pdfkiln_findingvalue.h"
 #include "pdfkiln_sourfile.h"
 #include "pfdecrypt.h"
 #include "yard/pdf_rules.h"
@@ -27,13 +28,12 @@ CPDFKilnPage::CPDFKilnPage(const char* name, const std::string& pwd) : fileName(
 }
 
 CPDFKilnPage::~CPDFKilnPage() {
+    for (FindingHint* h : hints) delete h;
     delete source;
     if (ownsStream) delete stream;
 }
 
 int CPDFKilnPage::getPageCount() const { return source ? static_cast<int>(source->pages.size()) : 0; }
-
-void CPDFKilnPage::findValue() {}
 
 // Renders the catalog into a scratch sink and takes the version and /ID texts.
 int CPDFKilnPage::readCatalogText() {

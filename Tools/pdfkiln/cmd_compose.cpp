@@ -21,6 +21,7 @@
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "PDFKilnPage/pdfkiln_obj_page.h"
 #include "commands.h"
+#include "conformance.h"
 #include "tool_common.h"
 
 using namespace PDF_KILN;
@@ -51,13 +52,15 @@ struct Options {
     // Decode every page's content and compress it again, instead of copying
     // a Flate-compressed content stream as it is stored.
     bool recompress = false;
+    // A 7-bit output: streams in an ASCII85 layer, other bytes escaped.
+    bool ascii = false;
 };
 
 void usage(FILE* to) {
     std::fputs("usage: pdfkiln compose -o OUT.pdf [--nup CxR] [--sheet WxH] [--password P] [--strict] [--quiet]\n"
                "                       [--encrypt aes-128 --user U --owner O [--permissions P]]\n"
                "                       [--no-annots] [--no-forms] [--annots-disable MASK] [--recompress]\n"
-               "                       IN[:PAGES]...\n"
+               "                       [--ascii] IN[:PAGES]...\n"
                "  PAGES: comma-separated numbers and ranges (3-7, 5-z); all pages when left out\n"
                "  annotations and form fields are kept, moved with their page; --no-annots drops the\n"
                "  annotations, --no-forms the form fields, --annots-disable MASK the annotation subtypes\n"
@@ -66,7 +69,10 @@ void usage(FILE* to) {
                "  --recompress decodes every page's content and compresses it again\n"
                "  a file named more than once is read once: its objects are written once\n"
                "  --encrypt needs both --user and --owner; --permissions takes a number (the /P value)\n"
-               "  --strict reads by the library's own rules only (see pdfkiln --help)\n",
+               "  --strict reads by the library's own rules only (see pdfkiln --help)\n"
+               "  --ascii writes only 7-bit bytes: binary streams get an ASCII85 layer (their\n"
+               "  /DecodeParms kept with their filter), other bytes above 127 are escaped\n"
+               "  the first source's output intent is carried when all sources agree on it\n",
                to);
 }
 
@@ -111,6 +117,8 @@ bool parseArgs(int argc, char** argv, Options& o) {
             if (!*argv[i] || *end || v > 0x7fffffffUL || argv[i][0] == '-')
                 return bad(std::string("--annots-disable wants a mask (a number), not '") + argv[i] + "'");
             o.annotsDisable = static_cast<int>(v);
+        } else if (a == "--ascii") {
+            o.ascii = true;
         } else if (a == "--quiet") {
             o.quiet = true;
         } else if (a == "--encrypt") {
@@ -423,9 +431,19 @@ public:
     void object(int n, const std::string& body) {
         if (offsets.size() <= static_cast<std::size_t>(n)) offsets.resize(static_cast<std::size_t>(n) + 1, -1);
         offsets[static_cast<std::size_t>(n)] = static_cast<long>(text.size());
-        text += std::to_string(n) + " 0 obj\n" + body + "\nendobj\n";
+        text += std::to_string(n) + " 0 obj\n" + (ascii ? sevenBitText(body) : body) + "\nendobj\n";
     }
     void stream(int n, const std::string& dict, const std::string& plain) {
+        if (ascii) {
+            const std::size_t f = dict.find("/Filter /FlateDecode");
+            const std::string layered = f == std::string::npos
+                                            ? dict + " /Filter /ASCII85Decode"
+                                            : dict.substr(0, f) + "/Filter [/ASCII85Decode /FlateDecode]" + dict.substr(f + 20);
+            ascii = false;
+            stream(n, sevenBitText(layered), ascii85(plain));
+            ascii = true;
+            return;
+        }
         std::string data = plain;
         if (encrypt.encrypted()) {
             SObj key(n, 0);
@@ -452,6 +470,7 @@ public:
     // The output's security state: what the tool writes itself is encrypted
     // with it, as the library encrypts what it delivers.
     CEncrypt encrypt;
+    bool ascii = false;
     std::string trailerExtra;
     std::string text = "%PDF-1.7\n%\xE2\xE3\xCF\xD3\n";
     int next = 1;
@@ -637,7 +656,15 @@ int cmdCompose(int argc, char** argv) {
         }
     }
     if (!parseArgs(argc, argv, o)) return tool::kExitUsage;
+    if (o.ascii && !o.encrypt.empty()) {
+        std::fputs("pdfkiln: --ascii cannot be combined with --encrypt\n", stderr);
+        return tool::kExitUsage;
+    }
     Writer w;
+    if (o.ascii) {
+        w.ascii = true;
+        w.text = "%PDF-1.7\n";
+    }
     const int catalog = w.reserve();
     const int root = w.reserve();
     std::string fileKey;
@@ -665,7 +692,15 @@ int cmdCompose(int argc, char** argv) {
         for (std::size_t m = 0; m < k && !j.doc; ++m)
             if (o.inputs[m].file == in.file || tool::sameFile(o.inputs[m].file, in.file)) j.doc = jobs[m].doc;
         if (!j.doc) {
-            j.doc.reset(new CPDFKilnPage(in.file.c_str(), o.password));
+            if (o.ascii) {
+                CPDFKilnPage_Encode* encode = new CPDFKilnPage_Encode(in.file.c_str(), o.password);
+                encode->setDecodeParmsFollow(true);
+                encode->setEncodeUnfiltered(true);
+                encode->setExactStreamStart(true);
+                j.doc.reset(encode);
+            } else {
+                j.doc.reset(new CPDFKilnPage(in.file.c_str(), o.password));
+            }
             if (int status = tool::openDocument(*j.doc, in.file, read)) return status;
         }
         if (!selectPages(in.pages, j.doc->getPageCount(), j.pages)) {
@@ -882,7 +917,19 @@ int cmdCompose(int argc, char** argv) {
         ++sheets;
     }
     w.object(root, "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(sheets) + " >>");
-    w.object(catalog, "<< /Type /Catalog /Pages " + std::to_string(root) + " 0 R" +
+    std::vector<CPDFKilnPage*> sources;
+    for (Job& j : jobs) sources.push_back(j.doc.get());
+    std::string intentNote;
+    const std::string intent = carriedOutputIntent(
+        sources,
+        [&w](const std::string& dict, const std::string& data) {
+            const int n = w.reserve();
+            w.stream(n, dict + " /Filter /FlateDecode", deflate(data));
+            return n;
+        },
+        intentNote);
+    if (!o.quiet && !intentNote.empty()) std::fprintf(stderr, "pdfkiln: %s\n", intentNote.c_str());
+    w.object(catalog, "<< /Type /Catalog " + intent + "/Pages " + std::to_string(root) + " 0 R" +
                           (acroForm && !fields.empty() ? " /AcroForm " + std::to_string(acroForm) + " 0 R" : "") +
                           " >>");
     w.finish(catalog);

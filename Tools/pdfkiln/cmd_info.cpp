@@ -7,6 +7,7 @@
 
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "commands.h"
+#include "conformance.h"
 #include "tool_common.h"
 
 using namespace PDF_KILN;
@@ -268,6 +269,7 @@ int cmdInfo(int argc, char** argv) {
                             ? jsonString(textString(*fields[i].value)).c_str()
                             : "null");
         std::printf("},\n");
+        printConformance(doc, true);
         printPages(doc, true);
         if (enc.handlerKind) {
             std::printf("  \"encrypt\": {\"Filter\": %s, \"V\": %d, \"R\": %d, \"Length\": %d, \"P\": %d, "
@@ -285,6 +287,7 @@ int cmdInfo(int argc, char** argv) {
     std::printf("file:            %s\n", a.file);
     printPages(doc, false);
     std::printf("version:         %s (header at offset %d)\n", src.version.c_str(), src.headerOffset);
+    printConformance(doc, false);
     std::printf("cross-reference: %d classic section(s), %d stream(s)%s\n", fi.classicSections, fi.xrefStreams,
                 doc.isObjectTableRebuilt() ? "; the table was rebuilt from the objects in the file" : "");
     std::printf("objects:         %zu (%d in use, %d in object streams, %d free)\n", fi.objTable->size(), byKind[1],
