@@ -242,6 +242,10 @@ protected:
     CMemSource input;  // the document's bytes, parsed from memory
     int startObjNo = 0;
     int curPage = 0;
+    // True from a successful init until a page is selected or an option that
+    // the reading depends on changes: SetSourcePassword may then keep the
+    // reading when the password gives the same key.
+    bool openedAsIs = false;
     CSourFile* source = nullptr;
     std::string contentsText, resourcesText, annotsText, formFieldsText, namesText;
     std::string catalogText;

@@ -64,6 +64,7 @@ int CPDFKilnPage::init() {
         if (rc != 0) return rc;
         (void)SetSourcePassword();
         findValue();
+        openedAsIs = true;
         return kResultOk;
     } catch (const CFileError&) {
         return kResultBadFile;
@@ -73,11 +74,13 @@ int CPDFKilnPage::init() {
 }
 
 void CPDFKilnPage::setBalancedStrings(bool on) {
+    openedAsIs = false;
     balancedStrings = on;
     if (source) source->nestedStrings = on;
 }
 
 void CPDFKilnPage::setRebuildObjectTable(bool on) {
+    openedAsIs = false;
     rebuildObjectTable = on;
     if (source) source->rebuildTable = on;
 }
@@ -106,7 +109,20 @@ int CPDFKilnPage::SetSourcePassword() const {
 
 int CPDFKilnPage::SetSourcePassword(const std::string& pwd) {
     password = pwd;
+    // What the opening worked with: where the password gives the same key
+    // and the same state, reading the file again would give everything it
+    // gave then, so the reading stands (as long as no page was taken yet).
+    const CEncrypt& enc = source->fileInfo.encrypt;
+    unsigned char keyBefore[sizeof enc.fileKey];
+    std::memcpy(keyBefore, enc.fileKey, sizeof keyBefore);
+    const int32_t stateBefore = enc.passwordState, kindBefore = enc.handlerKind, modeBefore = enc.cipherMode;
+    const bool ownerBefore = enc.passwordFlagOwner, userBefore = enc.passwordFlagUser;
     int result = SetSourcePassword();
+    if (openedAsIs &&
+        std::memcmp(keyBefore, enc.fileKey, sizeof keyBefore) == 0 && enc.passwordState == stateBefore &&
+        enc.handlerKind == kindBefore && enc.cipherMode == modeBefore && enc.passwordFlagOwner == ownerBefore &&
+        enc.passwordFlagUser == userBefore)
+        return result;
     int rc = source->CheckAndInit();
     if (rc != 0) throw rc;
     rc = readCatalogText();
@@ -261,6 +277,7 @@ template int helpFunction_getPageBox(const PDF_RULES::ArtBoxTokenizer&, float&, 
 
 int CPDFKilnPage::setPageNo(int page) {
     if (page == curPage) return kResultOk;
+    openedAsIs = false;
     try {
         clear();
         curPage = page;
@@ -425,14 +442,17 @@ void CPDFKilnPage::setCurPageObj(int number, int generation) {
 }
 
 void CPDFKilnPage::setAnnotsEnable(PDF_KILN_AnnotsEnableE mask) {
+    openedAsIs = false;
     if (source) source->annotsEnable = mask;
 }
 
 void CPDFKilnPage::setAcroFormsEnable(PDF_KILN_AcroFormsEnableE mask) {
+    openedAsIs = false;
     if (source) source->acroFormsEnable = mask;
 }
 
 void CPDFKilnPage::setAnnotsCustomSubtype(const std::vector<std::string>& subtypes) {
+    openedAsIs = false;
     if (source) source->annotSubtypes = subtypes;
 }
 
