@@ -362,8 +362,6 @@ TEST(PageContentStored, OneStreamWithDirectFilterOnly) {
     };
     for (const Case& c : cases) {
         std::map<int, std::string> objs = c.extra;
-        objs[1] = kCatalog;
-        objs[2] = "<< /Type /Pages /Kids [3 0 R] /Count 1 >>";
         objs[3] = std::string("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 10 10] /Contents ") + c.contents + " >>";
         Doc d(buildPdf(objs));
         ASSERT_EQ(d.rc, 0);
