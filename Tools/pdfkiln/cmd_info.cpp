@@ -6,6 +6,7 @@
 
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "commands.h"
+#include "info_annots.h"
 
 using namespace PDF_KILN;
 
@@ -144,7 +145,7 @@ int printPageObjects(CPDFKilnPage& doc, int page) {
 int cmdInfo(int argc, char** argv) {
     Args a = parse(argc, argv);
     if (!a.ok) {
-        std::fputs("usage: pdfkiln info FILE [--password P] [--json] [--page N --objects]\n", stderr);
+        std::fputs("usage: pdfkiln info FILE [--password P] [--json] [--page N [--objects]]\n", stderr);
         return 2;
     }
     CPDFKilnPage doc(a.file, a.password);
@@ -167,6 +168,7 @@ int cmdInfo(int argc, char** argv) {
         }
         return printPageObjects(doc, a.page);
     }
+    if (a.page && !pageAnnotsAvailable(doc, a.page)) return 1;
     CSourFile& src = *doc.getSource();
     const CFileInfo& fi = src.fileInfo;
     int byKind[3] = {0, 0, 0};
@@ -200,6 +202,7 @@ int cmdInfo(int argc, char** argv) {
                         jsonString(*fields[i].value).c_str());
         std::printf("},\n");
         printPages(doc, true);
+        if (a.page) printPageAnnots(doc, a.page, true);
         if (enc.handlerKind) {
             std::printf("  \"encrypt\": {\"Filter\": %s, \"V\": %d, \"R\": %d, \"Length\": %d, \"P\": %d, "
                         "\"EncryptMetadata\": %s, \"cipher\": %d, \"O\": %s, \"U\": %s}\n",
@@ -238,6 +241,7 @@ int cmdInfo(int argc, char** argv) {
         std::printf("  /O             <%s>\n", hex(enc.O, enc.OLength).c_str());
         std::printf("  /U             <%s>\n", hex(enc.U, enc.ULength).c_str());
     }
+    if (a.page) printPageAnnots(doc, a.page, false);
     return 0;
 }
 
