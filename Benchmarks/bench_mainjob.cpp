@@ -28,13 +28,15 @@ struct Options {
     std::vector<int> sizes{500, 1000, 2000, 4000, 8000};
     int runs = 3;
     bool mainJob = true, open = true;
+    bool keep = false;  // leave the generated inputs in the work directory (for profiling)
     std::string tool;
     std::string workdir;
 };
 
 void usage() {
     std::fputs("usage: bench_mainjob [--shapes shared,unique,flat] [--sizes 500,1000,...] [--max PAGES]\n"
-               "                     [--runs N] [--no-open] [--open-only] [--pdfkiln PATH] [--workdir DIR]\n",
+               "                     [--runs N] [--no-open] [--open-only] [--pdfkiln PATH] [--workdir DIR]\n"
+               "                     [--keep]\n",
                stderr);
 }
 
@@ -81,6 +83,8 @@ bool parse(int argc, char** argv, Options& o) {
             o.mainJob = false;
         } else if (a == "--pdfkiln" && hasValue) {
             o.tool = argv[++i];
+        } else if (a == "--keep") {
+            o.keep = true;
         } else if (a == "--workdir" && hasValue) {
             o.workdir = argv[++i];
         } else {
@@ -151,7 +155,7 @@ void mainJob(const Options& o, const Peers& peers, const std::string& dir, bench
         bench::DocOptions d;
         d.pages = pages;
         d.shape = shape;
-        const std::string in = dir + "/in.pdf", ours = dir + "/ours.pdf", qout = dir + "/qpdf.pdf",
+        const std::string in = dir + "/" + bench::shapeName(shape) + "-" + std::to_string(pages) + ".pdf", ours = dir + "/ours.pdf", qout = dir + "/qpdf.pdf",
                           mout = dir + "/mutool.pdf";
         const std::size_t size = bench::writeDocument(d, in);
         if (size == 0) {
@@ -179,7 +183,8 @@ void mainJob(const Options& o, const Peers& peers, const std::string& dir, bench
         }
         std::printf("\n");
         std::fflush(stdout);
-        for (const std::string* f : {&in, &ours, &qout, &mout}) std::remove(f->c_str());
+        for (const std::string* f : {&in, &ours, &qout, &mout})
+            if (!o.keep || f != &in) std::remove(f->c_str());
     }
     if (!growth.empty()) {
         std::printf("  our cost per page relative to %d pages:", basePages);

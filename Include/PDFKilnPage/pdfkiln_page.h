@@ -128,6 +128,15 @@ public:
 
     // Content and resources of the current page.
     int getPageContents(const std::string** out);
+    // The current page's content as stored, for a caller that copies it
+    // without decoding it: available when the page has one content stream
+    // (not a private /PieceInfo object) whose /Filter and /DecodeParms are
+    // written in its dictionary, not behind references. `out` gets the
+    // stream's bytes (decrypted, still encoded), `filter` and `parms` the
+    // values of those two entries as written (empty when absent). Gives
+    // kResultOk, or kResultNotLocalised when the content is not available
+    // this way (getPageContents then gives it decoded).
+    int getPageContentsEncoded(const std::string** out, std::string& filter, std::string& parms);
     int getPageRes(const std::string** out, int newNumber);
     int getNames(const std::string** out);
     std::string getPageRootString(int newNumber) const;

@@ -27,6 +27,13 @@ public:
     // The memory buffer read from, when it is one: the token reader then
     // works on its bytes directly.
     CMemoryBuf* memory() const { return memory_; }
+    // tellg(), and `*this >> std::ws`, with the same results and stream
+    // states, read off the bytes in memory without the stream machinery.
+    std::streampos tell() {
+        if (memory_ && !fail()) return std::streampos(memory_->offset());
+        return tellg();
+    }
+    CSourFile& skipWs();
     ~CSourFile() override;
     CSourFile(const CSourFile&) = delete;
     CSourFile& operator=(const CSourFile&) = delete;

@@ -25,6 +25,23 @@ CSourFile::CSourFile(std::streambuf* buf) : std::istream(nullptr) {
     memory_ = dynamic_cast<CMemoryBuf*>(buf);
 }
 
+CSourFile& CSourFile::skipWs() {
+    if (!memory_ || !good()) {
+        *this >> std::ws;
+        return *this;
+    }
+    const char* p = memory_->cursor();
+    const char* const e = memory_->limit();
+    // The classic locale's blanks, as std::ws sees them.
+    while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+    memory_->moveTo(p);
+    if (p == e) {
+        if (memory_->limitIsEnd()) setstate(std::ios::eofbit);
+        else *this >> std::ws;  // the next window carries on
+    }
+    return *this;
+}
+
 CSourFile::~CSourFile() { clearPageTree(); }
 
 void CSourFile::makeView(CSourFile& parent, bool shareTable) {

@@ -44,16 +44,22 @@ struct Options {
     // Annotations and form fields: kept unless switched off.
     bool noAnnots = false, noForms = false;
     int annotsDisable = 0;
+    // Decode every page's content and compress it again, instead of copying
+    // a Flate-compressed content stream as it is stored.
+    bool recompress = false;
 };
 
 void usage() {
     std::fputs("usage: pdfkiln compose -o OUT.pdf [--nup CxR] [--sheet WxH] [--password P] [--quiet]\n"
                "                       [--encrypt aes-128 --user U --owner O [--permissions P]]\n"
-               "                       [--no-annots] [--no-forms] [--annots-disable MASK] IN[:PAGES]...\n"
+               "                       [--no-annots] [--no-forms] [--annots-disable MASK] [--recompress]\n"
+               "                       IN[:PAGES]...\n"
                "  PAGES: comma-separated numbers and ranges (3-7, 5-z); all pages when left out\n"
                "  annotations and form fields are kept, moved with their page; --no-annots drops the\n"
                "  annotations, --no-forms the form fields, --annots-disable MASK the annotation subtypes\n"
-               "  whose bits are set (1 /Link, 2 /Text, ... as the library's annotation mask)\n",
+               "  whose bits are set (1 /Link, 2 /Text, ... as the library's annotation mask)\n"
+               "  a page whose content is one Flate-compressed stream is copied as stored;\n"
+               "  --recompress decodes every page's content and compresses it again\n",
                stderr);
 }
 
@@ -76,6 +82,8 @@ bool parseArgs(int argc, char** argv, Options& o) {
             o.noAnnots = true;
         } else if (a == "--no-forms") {
             o.noForms = true;
+        } else if (a == "--recompress") {
+            o.recompress = true;
         } else if (a == "--annots-disable" && i + 1 < argc) {
             o.annotsDisable = static_cast<int>(std::strtoul(argv[++i], nullptr, 0));
         } else if (a == "--quiet") {
@@ -175,6 +183,22 @@ private:
 std::string deflate(const std::string& data) {
     static Deflater state;
     return state.run(data);
+}
+
+// The current page's content as stored, when that is one stream compressed
+// with Flate alone: the form takes those bytes as they are, which saves
+// decoding and compressing them again.
+bool storedFlate(CPDFKilnPage& doc, std::string& data) {
+    const std::string* stored = nullptr;
+    std::string filter, parms;
+    if (doc.getPageContentsEncoded(&stored, filter, parms) != 0 || !parms.empty() || !stored || stored->empty())
+        return false;
+    std::string names;
+    for (char c : filter)
+        if (c != '[' && c != ']' && c != ' ' && c != '\r' && c != '\n' && c != '\t') names += c;
+    if (names != "/FlateDecode") return false;
+    data = *stored;
+    return true;
 }
 
 std::string num(double v) {
@@ -677,11 +701,17 @@ int cmdCompose(int argc, char** argv) {
             }
             const std::string* contents = nullptr;
             const std::string* res = nullptr;
-            rc = doc.getPageContents(&contents);
-            if (rc != 0)
-                std::fprintf(stderr, "pdfkiln: %s: page %d: content does not decode (%d)\n", j.file.c_str(), p, rc);
+            std::string data;
+            if (!o.recompress && storedFlate(doc, data)) {
+                // copied as stored
+            } else {
+                rc = doc.getPageContents(&contents);
+                if (rc != 0)
+                    std::fprintf(stderr, "pdfkiln: %s: page %d: content does not decode (%d)\n", j.file.c_str(), p,
+                                 rc);
+                data = deflate(*contents);
+            }
             doc.getPageRes(&res, form);
-            const std::string data = deflate(*contents);
             w.stream(form,
                      "/Type /XObject /Subtype /Form /BBox [" + num(pl.box[0]) + " " + num(pl.box[1]) + " " +
                          num(pl.box[2]) + " " + num(pl.box[3]) + "] /Resources " + cleanResources(*res) +
@@ -791,7 +821,9 @@ int cmdCompose(int argc, char** argv) {
         const std::size_t sheetIndex = first / perSheet;
         const int pageObj = sheetObjs[sheetIndex];
         const std::string& annotRefs = sheetAnnots[sheetIndex];
-        w.stream(contentObj, "/Filter /FlateDecode", deflate(content));
+        // A sheet's few placements are not worth compressing.
+        if (content.size() < 512) w.stream(contentObj, "", content);
+        else w.stream(contentObj, "/Filter /FlateDecode", deflate(content));
         w.object(pageObj, "<< /Type /Page /Parent " + std::to_string(root) + " 0 R /MediaBox [0 0 " + num(W) + " " +
                               num(H) + "] /Resources << /XObject << " + xobjects + ">> >> /Contents " +
                               std::to_string(contentObj) + " 0 R" +
