@@ -68,7 +68,12 @@ public:
     std::vector<SObj> pending;           // other references, for the closure
 };
 
-class CMarkInfo : public CCatalogEntry {};
+// /MarkInfo: the value of its /Marked key, false when absent or not "true".
+class CMarkInfo : public CCatalogEntry {
+public:
+    bool Read(CSourFile& in) override;
+    bool marked = false;
+};
 
 // Optional content properties: the /OCGs list and the default
 // configuration's /ON, /OFF and /Order lists (references only; the labels

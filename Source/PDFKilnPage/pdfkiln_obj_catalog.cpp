@@ -19,7 +19,7 @@ bool openObjectDict(CSourFile& in) {
     }
     std::string token;
     readPDFString(in, token);
-    return token == "<<";
+    return tokenIs(token, "<<");
 }
 
 }  // namespace
@@ -30,17 +30,17 @@ bool skipValue(CSourFile& in) {
     do {
         readPDFString(in, token);
         if (!in.good()) return false;
-        if (token == "<<") {
+        if (tokenIs(token, "<<")) {
             ++dicts;
-        } else if (token == ">>") {
+        } else if (tokenIs(token, ">>")) {
             if (dicts == 0) return false;
             --dicts;
-        } else if (token == "[") {
+        } else if (tokenIs(token, "[")) {
             ++arrays;
-        } else if (token == "]") {
+        } else if (tokenIs(token, "]")) {
             if (arrays == 0) return false;
             --arrays;
-        } else if (token == "(") {
+        } else if (tokenIs(token, "(")) {
             int depth = 1;
             while (depth > 0) {
                 readPDFString(in, token);
@@ -48,9 +48,9 @@ bool skipValue(CSourFile& in) {
                 if (token == "\\") {
                     readPDFString(in, token);  // the escaped byte
                     if (!in.good()) return false;
-                } else if (token == "(") {
+                } else if (tokenIs(token, "(")) {
                     ++depth;
-                } else if (token == ")") {
+                } else if (tokenIs(token, ")")) {
                     --depth;
                 }
             }
@@ -67,6 +67,35 @@ bool CCatalogEntry::Read(CSourFile& in) {
     }
     readOk = skipValue(in);
     return readOk;
+}
+
+bool CMarkInfo::Read(CSourFile& in) {
+    std::streampos at = in.tellg();
+    if (!IsObjStart(in)) {
+        in.clear();
+        in.seekg(at);
+    }
+    marked = false;
+    readOk = false;
+    std::string token;
+    readPDFString(in, token);
+    if (token != "<<") return false;
+    for (;;) {
+        readPDFString(in, token);
+        if (!in.good()) return false;
+        if (token == ">>") break;
+        if (token == "/Marked") {
+            readPDFString(in, token);
+            if (!in.good()) return false;
+            marked = token == "true";
+        } else if (!token.empty() && token[0] == '/') {
+            if (!skipValue(in)) return false;
+        } else {
+            return false;
+        }
+    }
+    readOk = true;
+    return true;
 }
 
 CCatalog::CCatalog() { flags |= kIndirect; }
@@ -204,30 +233,30 @@ bool CCatalog::readFirstPass(CSourFile& in) {
     for (;;) {
         readPDFString(in, token);
         if (!in.good()) return false;
-        if (token == kwendobj) break;
+        if (tokenIs(token, kwendobj)) break;
         if (bounded && static_cast<int64_t>(in.tellg()) > end) break;
-        if (token == nmPages || token == nmMetadata) {
+        if (tokenIs(token, nmPages) || tokenIs(token, nmMetadata)) {
             CObjRef ref;
             if (!ref.Read(in)) return false;
-            (token == nmPages ? pagesRef : metadataRef) = SObj(ref.num, ref.gen);
-        } else if (token == nmAcroForm) {
+            (tokenIs(token, nmPages) ? pagesRef : metadataRef) = SObj(ref.num, ref.gen);
+        } else if (tokenIs(token, nmAcroForm)) {
             readEntry(in, acroForm);
-        } else if (token == nmMarkInfo) {
+        } else if (tokenIs(token, nmMarkInfo)) {
             // A direct /MarkInfo (the common case) is read in place and never
             // fails the catalog; a referenced one is fetched by number.
             readEntry(in, markInfo);
             if (!in.good()) return false;
-        } else if (token == nmVersion) {
+        } else if (tokenIs(token, nmVersion)) {
             if (!readVersion(in)) return false;
-        } else if (token == nmNames && !namesSeen) {
+        } else if (tokenIs(token, nmNames) && !namesSeen) {
             namesSeen = true;  // read on the second pass, once the pages stand
-        } else if (token == nmOCProperties) {
+        } else if (tokenIs(token, nmOCProperties)) {
             readEntry(in, ocProperties);
-        } else if (token == nmDPartRoot) {
+        } else if (tokenIs(token, nmDPartRoot)) {
             readTreeRoot<CDPartRoot>(in, dPartRootRef, !in.root().partPages.empty());
-        } else if (token == nmStructTreeRoot) {
+        } else if (tokenIs(token, nmStructTreeRoot)) {
             readTreeRoot<CStructTreeRoot>(in, structTreeRootRef, !in.root().tagPages.empty());
-        } else if (token == nmType && !namesSeen) {
+        } else if (tokenIs(token, nmType) && !namesSeen) {
             readPDFString(in, type);
         } else if (!token.empty() && token[0] == '/' && !namesSeen) {
             if (!skipValue(in)) return false;
@@ -251,8 +280,8 @@ bool CCatalog::readSecondPass(CSourFile& in) {
     for (;;) {
         readPDFString(in, token);
         if (!in.good()) return false;
-        if (token == kwendobj) return true;
-        if (token != nmNames) continue;
+        if (tokenIs(token, kwendobj)) return true;
+        if (!tokenIs(token, nmNames)) continue;
         if (names.self.num != 0) return true;
         CObjRef ref;
         const bool isRef = ref.Read(in);

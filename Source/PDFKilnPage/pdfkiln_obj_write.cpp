@@ -94,7 +94,7 @@ bool CObj::rewriteAnnotRef(CDestFile&, const std::string&, int, int) { return fa
 // Keys that a page's copier leaves out with their values: the embedding
 // program supplies the content, the annotations and the boxes itself.
 static bool droppedPageKey(const std::string& key) {
-    return key == nmAnnots || key == nmContents || key == nmMediaBox || key == nmCropBox;
+    return tokenIs(key, nmAnnots) || tokenIs(key, nmContents) || tokenIs(key, nmMediaBox) || tokenIs(key, nmCropBox);
 }
 
 bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
@@ -138,12 +138,12 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
         const std::streampos tokStart = in.tell();
 
         // A page's /Contents and /Annots references go whatever the mode.
-        if (!keep || (pageRules && (prev == nmAnnots || prev == nmContents))) {
+        if (!keep || (pageRules && (tokenIs(prev, nmAnnots) || tokenIs(prev, nmContents)))) {
             CObjRef ref;
             if (ref.Read(in)) {
                 copySpan(in, flushed, tokStart, out);
                 flushed = in.tell();
-                if (pageRules && (prev == nmAnnots || prev == nmContents)) {
+                if (pageRules && (tokenIs(prev, nmAnnots) || tokenIs(prev, nmContents))) {
                     // nothing stands in for it: the key went before
                 } else if (annotRules && rewriteAnnotRef(out, prev, ref.num, ref.gen)) {
                     // the annotation wrote its own value (its page, its target)
@@ -177,25 +177,25 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             const std::streampos valueStart = in.tell();
             std::string next;
             readPDFString(in, next);
-            if (next == "[") {
+            if (tokenIs(next, "[")) {
                 int depth = 1;
                 while (depth > 0 && in.good()) {
                     readPDFString(in, next);
-                    if (next == "[") {
+                    if (tokenIs(next, "[")) {
                         ++depth;
-                    } else if (next == "]") {
+                    } else if (tokenIs(next, "]")) {
                         --depth;
-                    } else if (next == "(" || next == "<") {
+                    } else if (tokenIs(next, "(") || tokenIs(next, "<")) {
                         CStringType skipped(self);
-                        skipped.isHex = next == "<";
+                        skipped.isHex = tokenIs(next, "<");
                         skipped.Read(in);
-                    } else if (next == kwendobj || next == kwstream || (!in.good() && next.back() == '\0')) {
+                    } else if (tokenIs(next, kwendobj) || tokenIs(next, kwstream) || (!in.good() && next.back() == '\0')) {
                         break;
                     }
                 }
                 flushed = in.tell();
                 if (flushed == std::streampos(-1)) flushed = endOf(in);
-            } else if (next == "(" && token == nmContents) {
+            } else if (tokenIs(next, "(") && tokenIs(token, nmContents)) {
                 CStringType skipped(self);
                 skipped.Read(in);
                 flushed = in.tell();
@@ -210,11 +210,11 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
         }
 
         if (annotRules) {
-            if (token == "<<") {
+            if (tokenIs(token, "<<")) {
                 annotDictEvent(++dictDepth, true);
-            } else if (token == ">>") {
+            } else if (tokenIs(token, ">>")) {
                 annotDictEvent(dictDepth--, false);
-            } else if (token != nmLength && token.size() > 1 && token[0] == '/') {
+            } else if (!tokenIs(token, nmLength) && token.size() > 1 && token[0] == '/') {
                 const std::streampos keyEnd = tokEnd;
                 in.clear();
                 in.seekg(keyEnd);
@@ -239,7 +239,7 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             }
         }
 
-        if (isName && token == nmLength) {
+        if (isName && tokenIs(token, nmLength)) {
             CLength len(self);
             const std::streampos keyEnd = tokEnd;
             in.skipWs();
@@ -261,13 +261,13 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
         }
 
         bool plain = true;  // false: the value is written unencrypted
-        if (isName && (token == nmRC || token == nmDS)) {
+        if (isName && (tokenIs(token, nmRC) || tokenIs(token, nmDS))) {
             const std::streampos back = in.tell();
             std::string next;
             readPDFString(in, next);
             in.clear();
             in.seekg(back);
-            if (next == "(" || next == "<" || next == kwstream) {
+            if (tokenIs(next, "(") || tokenIs(next, "<") || tokenIs(next, kwstream)) {
                 copySpan(in, flushed, tokEnd, out);
                 flushed = tokEnd;
                 prev = token;
@@ -284,7 +284,7 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             }
         }
 
-        if ((lead == '(' || lead == '<') && (token == "(" || token == "<")) {
+        if ((lead == '(' || lead == '<') && (tokenIs(token, "(") || tokenIs(token, "<"))) {
             const std::streampos start = plain ? tokStart : flushed;
             copySpan(in, flushed, start, out);
             const SObj saved = out.curObj;
@@ -292,7 +292,7 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             CStringType s(self);
             s.noDecrypt = isSourceEncrypt;
             s.noEncrypt = isOutputEncrypt;
-            s.isHex = token == "<";
+            s.isHex = tokenIs(token, "<");
             s.Read(in);
             s.Write(out, in);
             out.curObj = saved;
@@ -301,7 +301,7 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             prev = token;
             continue;
         }
-        if (lead == 's' && token == kwstream) {
+        if (lead == 's' && tokenIs(token, kwstream)) {
             copySpan(in, flushed, tokEnd, out);
             const SObj saved = out.curObj;
             if (!plain) out.curObj = SObj();
@@ -324,7 +324,7 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             prev = token;
             continue;
         }
-        if (lead == 'e' && token == kwendobj) {
+        if (lead == 'e' && tokenIs(token, kwendobj)) {
             copySpan(in, flushed, tokEnd, out);
             out << '\n';
             out.writtenLength = static_cast<int>(out.size());

@@ -10,6 +10,7 @@
 
 #include "crypt/pcrypt.h"
 #include "pdfkiln_destfile.h"
+#include "pdfkiln_findingvalue.h"
 #include "pdfkiln_sourfile.h"
 #include "pfdecrypt.h"
 #include "yard/pdf_rules.h"
@@ -27,13 +28,12 @@ CPDFKilnPage::CPDFKilnPage(const char* name, const std::string& pwd) : fileName(
 }
 
 CPDFKilnPage::~CPDFKilnPage() {
+    for (FindingHint* h : hints) delete h;
     delete source;
     if (ownsStream) delete stream;
 }
 
 int CPDFKilnPage::getPageCount() const { return source ? static_cast<int>(source->pages.size()) : 0; }
-
-void CPDFKilnPage::findValue() {}
 
 // Renders the catalog into a scratch sink and takes the version and /ID texts.
 int CPDFKilnPage::readCatalogText() {
@@ -56,6 +56,8 @@ int CPDFKilnPage::init() {
             if (!ownsStream && !input.loadStream(*stream)) return kResultBadFile;
             source = new CSourFile(input.buffer());
         }
+        source->nestedStrings = balancedStrings;
+        source->rebuildTable = rebuildObjectTable;
         int rc = source->CheckAndInit();
         if (rc != 0) return rc;
         rc = readCatalogText();
@@ -69,6 +71,18 @@ int CPDFKilnPage::init() {
         return kResultStdException;
     }
 }
+
+void CPDFKilnPage::setBalancedStrings(bool on) {
+    balancedStrings = on;
+    if (source) source->nestedStrings = on;
+}
+
+void CPDFKilnPage::setRebuildObjectTable(bool on) {
+    rebuildObjectTable = on;
+    if (source) source->rebuildTable = on;
+}
+
+bool CPDFKilnPage::isObjectTableRebuilt() const { return source && source->tableRebuilt; }
 
 int CPDFKilnPage::SetSourcePassword() const {
     const CEncrypt& enc = source->fileInfo.encrypt;

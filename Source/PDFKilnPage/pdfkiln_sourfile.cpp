@@ -13,6 +13,19 @@ constexpr std::size_t kHeaderLine = 1024;
 const char* const kVersions[] = {"%PDF-1.0", "%PDF-1.1", "%PDF-1.2", "%PDF-1.3", "%PDF-1.4",
                                  "%PDF-1.5", "%PDF-1.6", "%PDF-1.7", "%PDF-2.0"};
 
+// The catalog at the trailer's /Root, then the page list.
+int readCatalogAndPages(CSourFile& in) {
+    in.catalog.Init();
+    in.catalog.self = in.fileInfo.rootRef;
+    in.catalog.fromStream(in);
+    if (!in.good()) return kResultBadFile;
+    const int rc = in.readPageTree();
+    in.clear();
+    if (rc != 0) return rc;
+    in.curPageNo = 0;
+    return kResultOk;
+}
+
 }  // namespace
 
 CSourFile::CSourFile(std::istream& in) : std::istream(nullptr) {
@@ -135,19 +148,18 @@ int CSourFile::CheckAndInit() {
     fileInfo.offsets.clear();
     xrefStreamObjects.clear();
     fileInfo.classicSections = fileInfo.xrefStreams = 0;
+    tableRebuilt = false;
     fileInfo.fromStream(*this);
-    if (!good()) return kResultBadXRef;
-
-    catalog.Init();
-    catalog.self = fileInfo.rootRef;
-    catalog.fromStream(*this);
-    if (!good()) return kResultBadFile;
-
-    const int rc = readPageTree();
-    clear();
-    if (rc != 0) return rc;
-    curPageNo = 0;
-    return kResultOk;
+    int rc = good() ? readCatalogAndPages(*this) : kResultBadXRef;
+    // The last resort, when asked for: a table made from the file's bytes.
+    if (rc != kResultOk && rebuildTable) {
+        clear();
+        if (rebuildObjectTable()) {
+            tableRebuilt = true;
+            rc = readCatalogAndPages(*this);
+        }
+    }
+    return rc;
 }
 
 int CSourFile::InitOther() {

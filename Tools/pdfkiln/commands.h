@@ -10,5 +10,7 @@ int cmdJbig2(int argc, char** argv);
 int cmdCompose(int argc, char** argv);
 int cmdFind(int argc, char** argv);
 int cmdContent(int argc, char** argv);
+int cmdMerge(int argc, char** argv);
+int cmdSplit(int argc, char** argv);
 
 #endif

@@ -153,13 +153,6 @@ std::string rectText(const std::vector<float>& r, bool json) {
 
 }  // namespace
 
-bool pageAnnotsAvailable(CPDFKilnPage& doc, int page) {
-    const CSourFile* src = doc.getSource();
-    if (src && page >= 1 && page <= static_cast<int>(src->pages.size())) return true;
-    std::fprintf(stderr, "pdfkiln: page %d does not exist (%d pages)\n", page, doc.getPageCount());
-    return false;
-}
-
 void printPageAnnots(CPDFKilnPage& doc, int page, bool json) {
     CSourFile* src = doc.getSource();
     if (!src || page < 1 || page > static_cast<int>(src->pages.size())) return;

@@ -6,8 +6,6 @@ namespace PDF_KILN {
 class CPDFKilnPage;
 }
 
-// True when the page exists; otherwise says so on standard error.
-bool pageAnnotsAvailable(PDF_KILN::CPDFKilnPage& doc, int page);
 // Prints the annotations of `page` (object, subtype, rectangle as the file
 // has them) as a text section, or as a JSON member "annotations" followed by
 // a comma.
