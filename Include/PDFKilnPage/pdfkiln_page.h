@@ -242,6 +242,13 @@ protected:
     CMemSource input;  // the document's bytes, parsed from memory
     int startObjNo = 0;
     int curPage = 0;
+    // True from a successful init until a page is selected or an option that
+    // the reading depends on changes: SetSourcePassword may then keep the
+    // reading when the password gives the same key.
+    bool openedAsIs = false;
+    // The key and password state of the last full reading (keyState).
+    std::string readingKeyState;
+    static std::string keyState(const CEncrypt& enc);
     CSourFile* source = nullptr;
     std::string contentsText, resourcesText, annotsText, formFieldsText, namesText;
     std::string catalogText;

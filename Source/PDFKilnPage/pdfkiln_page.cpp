@@ -48,6 +48,15 @@ int CPDFKilnPage::readCatalogText() {
     return kResultOk;
 }
 
+// The key and the password state the source decrypts with, as one value.
+std::string CPDFKilnPage::keyState(const CEncrypt& enc) {
+    std::string s(reinterpret_cast<const char*>(enc.fileKey), sizeof enc.fileKey);
+    const int32_t words[] = {enc.passwordState, enc.handlerKind, enc.cipherMode, enc.Length,
+                             enc.passwordFlagOwner ? 1 : 0, enc.passwordFlagUser ? 1 : 0};
+    s.append(reinterpret_cast<const char*>(words), sizeof words);
+    return s;
+}
+
 int CPDFKilnPage::init() {
     try {
         if (!stream->good()) return kResultBadFile;
@@ -60,10 +69,12 @@ int CPDFKilnPage::init() {
         source->rebuildTable = rebuildObjectTable;
         int rc = source->CheckAndInit();
         if (rc != 0) return rc;
+        readingKeyState = keyState(source->fileInfo.encrypt);
         rc = readCatalogText();
         if (rc != 0) return rc;
         (void)SetSourcePassword();
         findValue();
+        openedAsIs = true;
         return kResultOk;
     } catch (const CFileError&) {
         return kResultBadFile;
@@ -73,11 +84,13 @@ int CPDFKilnPage::init() {
 }
 
 void CPDFKilnPage::setBalancedStrings(bool on) {
+    openedAsIs = false;
     balancedStrings = on;
     if (source) source->nestedStrings = on;
 }
 
 void CPDFKilnPage::setRebuildObjectTable(bool on) {
+    openedAsIs = false;
     rebuildObjectTable = on;
     if (source) source->rebuildTable = on;
 }
@@ -107,8 +120,13 @@ int CPDFKilnPage::SetSourcePassword() const {
 int CPDFKilnPage::SetSourcePassword(const std::string& pwd) {
     password = pwd;
     int result = SetSourcePassword();
+    // Where the password leaves the key and the state as they were when the
+    // document was read, reading it again would give everything it gave
+    // then: the reading stands (as long as nothing was selected since).
+    if (openedAsIs && keyState(source->fileInfo.encrypt) == readingKeyState) return result;
     int rc = source->CheckAndInit();
     if (rc != 0) throw rc;
+    readingKeyState = keyState(source->fileInfo.encrypt);
     rc = readCatalogText();
     if (rc != 0) throw rc;
     findValue();
@@ -261,6 +279,7 @@ template int helpFunction_getPageBox(const PDF_RULES::ArtBoxTokenizer&, float&, 
 
 int CPDFKilnPage::setPageNo(int page) {
     if (page == curPage) return kResultOk;
+    openedAsIs = false;
     try {
         clear();
         curPage = page;
@@ -425,14 +444,17 @@ void CPDFKilnPage::setCurPageObj(int number, int generation) {
 }
 
 void CPDFKilnPage::setAnnotsEnable(PDF_KILN_AnnotsEnableE mask) {
+    openedAsIs = false;
     if (source) source->annotsEnable = mask;
 }
 
 void CPDFKilnPage::setAcroFormsEnable(PDF_KILN_AcroFormsEnableE mask) {
+    openedAsIs = false;
     if (source) source->acroFormsEnable = mask;
 }
 
 void CPDFKilnPage::setAnnotsCustomSubtype(const std::vector<std::string>& subtypes) {
+    openedAsIs = false;
     if (source) source->annotSubtypes = subtypes;
 }
 
