@@ -484,6 +484,9 @@ bool CFileInfo::Read(CSourFile& in) {
         }
     }
 
+    // An offset past the file's end names no section, however large: the
+    // seek fails alike, without the sum below overflowing.
+    if (start > fileSize) start = fileSize + 1;
     if (start >= 0) {
         // Walk the chain newest first; a section visited twice ends it.
         std::set<long long> visited;

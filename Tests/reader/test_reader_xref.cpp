@@ -62,6 +62,16 @@ TEST(XRefTail, TheLastStartxrefOfTheTailCounts) {
     EXPECT_EQ(s.file.catalog.type, "/Catalog");
 }
 
+TEST(XRefTail, AnOffsetBeyondAnyNumberEndsLikeOnePastTheEnd) {
+    // 2^63 - 1 and more: the offset plus the header's position must not
+    // overflow; the section is not there, as for any offset past the end.
+    for (const char* huge : {"9223372036854775807", "99999999999999999999999"}) {
+        Source s(pdftest::minimalPdf() + "startxref\n" + huge + "\n%%EOF\n");
+        s.file.CheckAndInit();
+        EXPECT_EQ(s.file.fileInfo.classicSections, 0) << huge;
+    }
+}
+
 TEST(XRefTail, PositionBelowTenIsNoTablePositionTenIs) {
     // A section right behind the header: "%PDF-1.4\n" is 9 bytes.
     const std::string section = "xref\n0 1\n0000000000 65535 f\r\ntrailer\n<< /Size 1 >>\n";
