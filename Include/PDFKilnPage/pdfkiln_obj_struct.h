@@ -1,4 +1,4 @@
-// Logical structure and document parts (Part 4.7): walked only for the pages
+// Logical structure and document parts: walked only for the pages
 // that structure elements and document parts name, so that a destination
 // naming one finds its page. Nothing of them is written.
 #ifndef PDFKILN_OBJ_STRUCT_H

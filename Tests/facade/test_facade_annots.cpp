@@ -142,7 +142,7 @@ TEST(FacadeAnnots, MasksSwitchOffAndFormMaskZeroLeavesTheFormAlone) {
 
 namespace {
 
-// Kept quirks of Part 1.5.
+// Kept quirks of the annotation export.
 TEST(FacadeAnnots, AThreeNumberRectEndsTheInlineRewriteAndTheTextStays) {
     std::map<int, std::string> o{
         {1, "<< /Type /Catalog /Pages 2 0 R >>"},
