@@ -882,14 +882,6 @@ Bitmap jbig2decEmbedded(const testutil::TempDir& dir, const PdfImage& im) {
     return jbig2dec(args + testutil::quote(dir.file("d.jb2")), dir.file("oracle.pbm"));
 }
 
-// The JBIG2 images of a PDF that carry /JBIG2Globals, found by looking at
-// its bytes (a stream dictionary is never inside an object stream).
-bool pdfHasJbig2Globals(const std::string& path) {
-    const Bytes b = readFile(path);
-    const std::string s(b.begin(), b.end());
-    return s.find("/JBIG2Decode") != std::string::npos && s.find("/JBIG2Globals") != std::string::npos;
-}
-
 }  // namespace
 
 TEST(Jbig2DecPdf, EveryJbig2ImageOfAPdfMatchesJbig2decOnTheSameGlobalsAndData) {
