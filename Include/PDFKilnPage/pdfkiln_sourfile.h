@@ -73,6 +73,9 @@ public:
     // Containers being decoded right now, so that a container whose /Length
     // is stored inside itself fails instead of recursing without end.
     std::set<int> objStmDecoding;
+    // Largest decoded size of one stream, and of all decoded object streams
+    // kept at once; 0 for no budget (see CPDFKilnPage::setDecodedBudget).
+    std::size_t decodeBudget = 0;
 
     CCatalog catalog;
     CFileInfo fileInfo;

@@ -338,6 +338,7 @@ bool CFileInfo::ReadXRefObj(CSourFile& in, int& inOut) {
             if (readRefTriple(in, num, g) && encrypt.self.num == 0) encrypt.self = SObj(num, g);
         } else if (token == kwstream) {
             if (!stm.Read(in)) return false;
+            stm.decodedBudget = in.root().decodeBudget;
             int len = static_cast<int>(stm.data.size());
             if (stm.filterStreamType(stm.data, len) != 0) return false;
             if (!haveW) return false;

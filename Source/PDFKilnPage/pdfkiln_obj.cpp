@@ -426,6 +426,7 @@ bool decodeObjectStream(CSourFile& in, const SObj& container, const SObj& wanted
         } else if (token == kwstream) {
             if (!stm.Read(in)) return false;
             stm.isEncryptObject = container == in.root().fileInfo.encrypt.self;
+            stm.decodedBudget = root.decodeBudget;
             int len = static_cast<int>(stm.data.size());
             if (stm.filterStreamType(stm.data, len) != 0) return false;
             haveBody = true;
@@ -448,7 +449,14 @@ bool CObj::ReadObjStream(CSourFile& in, std::string& out, SObjState state) {
     if (!d->indexed) {
         // The head is read as numbers from the start of the data, pair by
         // pair, until a pair does not read or the count is reached.
-        std::istringstream idx(d->data);
+        // Read in place: a decoded object stream is not copied to index it.
+        struct ViewBuf : std::streambuf {
+            explicit ViewBuf(std::string& t) {
+                char* b = t.empty() ? nullptr : &t[0];
+                setg(b, b, b + t.size());
+            }
+        } view(d->data);
+        std::istream idx(&view);
         int num = 0, off = 0;
         while (static_cast<int>(d->index.size()) < d->count && (idx >> num >> off)) d->index.emplace_back(num, off);
         d->indexed = true;
