@@ -60,6 +60,7 @@ int cmdFind(int argc, char** argv) {
         return 2;
     }
     CPDFKilnPage doc(file, password);
+    doc.setDecodedBudget(decodedBudget());
     int rc = doc.init();
     if (rc == 0 && !password.empty()) {
         try {

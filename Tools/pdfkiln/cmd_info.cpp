@@ -148,6 +148,7 @@ int cmdInfo(int argc, char** argv) {
         return 2;
     }
     CPDFKilnPage doc(a.file, a.password);
+    doc.setDecodedBudget(decodedBudget());
     int rc = doc.init();
     if (rc == 0 && !a.password.empty()) {
         try {
@@ -248,6 +249,7 @@ int cmdXref(int argc, char** argv) {
         return 2;
     }
     CPDFKilnPage doc(a.file, a.password);
+    doc.setDecodedBudget(decodedBudget());
     int rc = doc.init();
     if (rc != 0 && rc != kResultNotLocalised) {
         std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", a.file, resultText(rc), rc);

@@ -63,6 +63,7 @@ int cmdObject(int argc, char** argv) {
         return 2;
     }
     CPDFKilnPage doc(file, "");
+    doc.setDecodedBudget(decodedBudget());
     int rc = doc.init();
     if (rc != 0 && rc != kResultNotLocalised) {
         std::fprintf(stderr, "pdfkiln: %s: cannot open (%d)\n", file, rc);

@@ -3,6 +3,8 @@
 #ifndef PDFKILN_TOOL_COMMANDS_H
 #define PDFKILN_TOOL_COMMANDS_H
 
+#include <cstddef>
+
 int cmdInfo(int argc, char** argv);
 int cmdXref(int argc, char** argv);
 int cmdObject(int argc, char** argv);
@@ -10,5 +12,12 @@ int cmdJbig2(int argc, char** argv);
 int cmdCompose(int argc, char** argv);
 int cmdFind(int argc, char** argv);
 int cmdContent(int argc, char** argv);
+
+// Exit status of a compose run with pages skipped or emptied.
+constexpr int kExitPartial = 3;
+
+// The decoded-size budget that every command hands to the library: the value
+// of --max-decoded (any command), 256 MiB when none is given.
+std::size_t decodedBudget();
 
 #endif

@@ -1,5 +1,8 @@
 // pdfkiln: the command-line face of the library.
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <limits>
 #include <cstring>
 #include <string>
 
@@ -29,11 +32,34 @@ void usage(FILE* out) {
         "                                      with --globals G, by JBIG2Dec with /JBIG2Globals G\n"
         "  jbig2 FILE.pdf (--object N | --all) -o OUT.png|OUT.pbm\n"
         "                                      image object N (or every JBIG2 image, OUT-N.png or\n"
-        "                                      OUT with N for %d) through Jbig2ToRGB_New\n",
+        "                                      OUT with N for %d) through Jbig2ToRGB_New\n"
+        "\n"
+        "  --max-decoded SIZE (any command)    largest decoded stream, and decoded content of a page,\n"
+        "                                      in bytes or with K, M, G; default 256M, 0 for the\n"
+        "                                      library's own cap of 1G per decoding stage\n",
         out);
 }
 
+std::size_t budget = std::size_t(256) << 20;
+
+// SIZE: a decimal count of bytes, or with K, M or G behind it (binary units).
+bool parseSize(const char* text, std::size_t& out) {
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long v = std::strtoull(text, &end, 10);
+    if (end == text || errno != 0 || *text == '-') return false;
+    unsigned shift = 0;
+    if (*end == 'K' || *end == 'k') shift = 10, ++end;
+    else if (*end == 'M' || *end == 'm') shift = 20, ++end;
+    else if (*end == 'G' || *end == 'g') shift = 30, ++end;
+    if (*end != '\0' || v > (std::numeric_limits<std::size_t>::max() >> shift)) return false;
+    out = static_cast<std::size_t>(v) << shift;
+    return true;
+}
+
 }  // namespace
+
+std::size_t decodedBudget() { return budget; }
 
 // Stands in when the JBIG2 command is not built into this tool.
 __attribute__((weak)) int cmdJbig2(int, char**) {
@@ -45,6 +71,26 @@ int main(int argc, char** argv) {
     if (argc < 2 || !std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help")) {
         usage(argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;
+    }
+    // --max-decoded is taken out wherever it stands; the commands read it
+    // through decodedBudget().
+    int kept = 1;
+    for (int i = 1; i < argc; ++i) {
+        if (!std::strcmp(argv[i], "--max-decoded")) {
+            if (i + 1 >= argc || !parseSize(argv[i + 1], budget)) {
+                std::fputs("pdfkiln: --max-decoded wants a size (bytes, or with K, M, G)\n", stderr);
+                return 2;
+            }
+            ++i;
+            continue;
+        }
+        argv[kept++] = argv[i];
+    }
+    argc = kept;
+    argv[argc] = nullptr;
+    if (argc < 2) {
+        usage(stderr);
+        return 2;
     }
     std::string cmd = argv[1];
     if (cmd == "info") return cmdInfo(argc - 1, argv + 1);
