@@ -322,7 +322,7 @@ bool CFileInfo::ReadXRefObj(CSourFile& in, int& inOut) {
                 if (!in.good() || token.empty() || !IsNum(token)) return false;
                 int count = 0;
                 if (!readInt(in, count)) return false;
-                index[n++] = {std::atoi(token.c_str()), count};
+                index[n++] = {static_cast<int>(std::strtol(token.c_str(), nullptr, 10)), count};
             }
         } else if (token == nmPrev) {
             if (!readInt(in, prev)) return false;
@@ -470,7 +470,7 @@ bool CFileInfo::Read(CSourFile& in) {
                 ++classicSections;
                 cur = GetPrev(file, true);
             } else if (!token.empty() && IsNum(token)) {
-                int inOut = std::atoi(token.c_str());
+                int inOut = static_cast<int>(std::strtol(token.c_str(), nullptr, 10));
                 if (!ReadXRefObj(file, inOut)) break;
                 ++xrefStreams;
                 cur = inOut;

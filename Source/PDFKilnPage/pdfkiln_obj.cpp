@@ -386,6 +386,7 @@ namespace {
 bool decodeObjectStream(CSourFile& in, const SObj& container, const SObj& wanted) {
     CSourFile& root = in.root();
     if (root.decodedObjStm(container.num)) return true;
+    if (root.objStmUndecodable.count(container.num)) return false;
     // A /Length that leads back into this same container would decode it
     // again from inside its own decoding: refuse the inner attempt.
     if (!root.objStmDecoding.insert(container.num).second) return false;
@@ -428,7 +429,11 @@ bool decodeObjectStream(CSourFile& in, const SObj& container, const SObj& wanted
             stm.isEncryptObject = container == in.root().fileInfo.encrypt.self;
             stm.decodedBudget = root.decodeBudget;
             int len = static_cast<int>(stm.data.size());
-            if (stm.filterStreamType(stm.data, len) != 0) return false;
+            if (stm.filterStreamType(stm.data, len) != 0) {
+                // The same bytes fail the same way: a bomb is decoded once.
+                root.objStmUndecodable.insert(container.num);
+                return false;
+            }
             haveBody = true;
             break;
         }

@@ -510,8 +510,12 @@ int CPDFKilnPage::getPageContents(const std::string** out) {
                 if (to > from) {
                     std::string data = text.substr(from, to - from);
                     CFilter filter;
-                    std::stringstream in(text.substr(filterAt + std::strlen(nmFilter)));
-                    filter.ReadFilter(in, 0);
+                    {
+                        std::stringstream in(text.substr(filterAt + std::strlen(nmFilter)));
+                        filter.ReadFilter(in, 0);
+                    }
+                    // Only the stream's own bytes stay while it decodes.
+                    std::string().swap(text);
                     // The budget holds for all the page's content together.
                     if (decodedBudget > 0) {
                         if (contentsText.size() >= decodedBudget) {

@@ -77,6 +77,7 @@ int CSourFile::CheckAndInit() {
     seekg(0);
     unsetf(std::ios::skipws);
     objStmCache.clear();
+    objStmUndecodable.clear();
 
     // Header: the first line that holds "%PDF-"; junk may stand before it.
     char line[kHeaderLine];

@@ -55,6 +55,9 @@ def measured(args, timeout=SECONDS):
     return code, seconds, rusage.ru_maxrss, text
 
 
+PEAKS = []  # (seconds, peak RSS in KiB, file, command) of every run
+
+
 def check_file(tool, directory, name, kind):
     """The problems of one file, as text lines."""
     path = os.path.join(directory, name + ".pdf")
@@ -69,6 +72,7 @@ def check_file(tool, directory, name, kind):
     composed = None
     for label, args in runs:
         code, seconds, rss, err = measured(args)
+        PEAKS.append((seconds, rss, name, label))
         where = "%s %s" % (name, label)
         if code is None:
             problems.append("%s: over %d s" % (where, SECONDS))
@@ -122,6 +126,10 @@ def main():
                 problems += found
         for p in problems:
             print(p)
+        if PEAKS:
+            slow, big = max(PEAKS), max(PEAKS, key=lambda p: p[1])
+            print("%d runs; slowest %.2f s (%s %s); largest %d MiB (%s %s)" % (
+                len(PEAKS), slow[0], slow[2], slow[3], big[1] >> 10, big[2], big[3]))
         print("%d problem(s)" % len(problems))
         return 1 if problems else 0
     finally:
