@@ -28,13 +28,16 @@ struct Options {
     std::vector<int> sizes{500, 1000, 2000, 4000, 8000};
     int runs = 3;
     bool mainJob = true, open = true;
+    bool keep = false;
+    bool encrypted = true;  // the AES-256 section  // leave the generated inputs in the work directory (for profiling)
     std::string tool;
     std::string workdir;
 };
 
 void usage() {
     std::fputs("usage: bench_mainjob [--shapes shared,unique,flat] [--sizes 500,1000,...] [--max PAGES]\n"
-               "                     [--runs N] [--no-open] [--open-only] [--pdfkiln PATH] [--workdir DIR]\n",
+               "                     [--runs N] [--no-open] [--open-only] [--pdfkiln PATH] [--workdir DIR]\n"
+               "                     [--keep] [--no-encrypted] [--encrypted-only]\n",
                stderr);
 }
 
@@ -79,8 +82,16 @@ bool parse(int argc, char** argv, Options& o) {
             o.open = false;
         } else if (a == "--open-only") {
             o.mainJob = false;
+            o.encrypted = false;
+        } else if (a == "--no-encrypted") {
+            o.encrypted = false;
+        } else if (a == "--encrypted-only") {
+            o.mainJob = false;
+            o.open = false;
         } else if (a == "--pdfkiln" && hasValue) {
             o.tool = argv[++i];
+        } else if (a == "--keep") {
+            o.keep = true;
         } else if (a == "--workdir" && hasValue) {
             o.workdir = argv[++i];
         } else {
@@ -151,7 +162,7 @@ void mainJob(const Options& o, const Peers& peers, const std::string& dir, bench
         bench::DocOptions d;
         d.pages = pages;
         d.shape = shape;
-        const std::string in = dir + "/in.pdf", ours = dir + "/ours.pdf", qout = dir + "/qpdf.pdf",
+        const std::string in = dir + "/" + bench::shapeName(shape) + "-" + std::to_string(pages) + ".pdf", ours = dir + "/ours.pdf", qout = dir + "/qpdf.pdf",
                           mout = dir + "/mutool.pdf";
         const std::size_t size = bench::writeDocument(d, in);
         if (size == 0) {
@@ -179,7 +190,8 @@ void mainJob(const Options& o, const Peers& peers, const std::string& dir, bench
         }
         std::printf("\n");
         std::fflush(stdout);
-        for (const std::string* f : {&in, &ours, &qout, &mout}) std::remove(f->c_str());
+        for (const std::string* f : {&in, &ours, &qout, &mout})
+            if (!o.keep || f != &in) std::remove(f->c_str());
     }
     if (!growth.empty()) {
         std::printf("  our cost per page relative to %d pages:", basePages);
@@ -189,7 +201,7 @@ void mainJob(const Options& o, const Peers& peers, const std::string& dir, bench
 }
 
 void opening(const Options& o, const Peers& peers, const std::string& dir) {
-    std::printf("\nopening: pdfkiln info FILE beside qpdf --show-npages FILE (median of %d)\n", o.runs);
+    std::printf("\nopening: pdfkiln object FILE 1 beside qpdf --show-npages FILE (median of %d)\n", o.runs);
     std::printf("%-44s %8s %9s %9s %10s %8s %8s %9s\n", "file", "MB", "ours ms", "qpdf ms", "ours/qpdf", "ours MiB",
                 "qpdf MiB", "mem o/q");
     struct Case {
@@ -204,21 +216,49 @@ void opening(const Options& o, const Peers& peers, const std::string& dir) {
     big.ownImageWidth = big.ownImageHeight = 1448;
     for (const Case& c : {Case{"20,000 pages, shared (two-level tree)", many},
                           Case{"48 pages with a 2 MB image each", big}}) {
-        const std::string in = dir + "/open.pdf";
+        const std::string in = dir + (c.doc.pages == 20000 ? "/open-20000.pdf" : "/open-big.pdf");
         const std::size_t size = bench::writeDocument(c.doc, in);
         if (size == 0) {
             std::printf("cannot write %s\n", in.c_str());
             return;
         }
-        const bench::Measured a = median({o.tool, "info", in}, o.runs);
+        const bench::Measured a = median({o.tool, "object", in, "1"}, o.runs);
         bench::Measured q;
         if (peers.qpdf) q = median({"qpdf", "--show-npages", in}, o.runs);
         std::printf("%-44s %8.1f %9s %9s %10s %8s %8s %9s\n", c.label, size / 1e6, ms(a).c_str(), ms(q).c_str(),
                     ratio(a.seconds, q.seconds, a.ok && q.ok).c_str(), mib(a).c_str(), mib(q).c_str(),
                     ratio(a.peakMiB, q.peakMiB, a.ok && q.ok).c_str());
         std::fflush(stdout);
-        std::remove(in.c_str());
+        if (!o.keep) std::remove(in.c_str());
     }
+}
+
+// The main job on a 500-page file encrypted with AES-256 (revision 6, by
+// qpdf), opened with its user password, beside the same job on the file
+// unencrypted and beside qpdf's page copy of the encrypted file.
+void encryptedJob(const Options& o, const Peers& peers, const std::string& dir) {
+    std::printf("\nencrypted: 500 pages (shared), AES-256 R6 by qpdf, composed with the user password "
+                "(median of %d)\n", o.runs);
+    if (!peers.qpdf) {
+        std::printf("  needs qpdf to encrypt the input\n");
+        return;
+    }
+    bench::DocOptions d;
+    d.pages = 500;
+    const std::string plain = dir + "/enc-plain.pdf", enc = dir + "/enc-aes256.pdf", out = dir + "/enc-out.pdf";
+    if (bench::writeDocument(d, plain) == 0 ||
+        !bench::runMeasured({"qpdf", "--encrypt", "user", "owner", "256", "--", plain, enc}).ok) {
+        std::printf("  cannot write the inputs\n");
+        return;
+    }
+    const bench::Measured p = median({o.tool, "compose", "-o", out, plain}, o.runs);
+    const bench::Measured a = median({o.tool, "compose", "--password", "user", "-o", out, enc}, o.runs);
+    const bench::Measured q = median({"qpdf", "--empty", "--pages", enc, "--password=user", "1-z", "--", out}, o.runs);
+    std::printf("%-26s %9s %9s %9s %14s %10s\n", "", "ours ms", "plain ms", "qpdf ms", "ours/plain", "ours/qpdf");
+    std::printf("%-26s %9s %9s %9s %14s %10s\n", "500 pages, AES-256 R6", ms(a).c_str(), ms(p).c_str(), ms(q).c_str(),
+                ratio(a.seconds, p.seconds, a.ok && p.ok).c_str(), ratio(a.seconds, q.seconds, a.ok && q.ok).c_str());
+    for (const std::string* f : {&plain, &enc, &out})
+        if (!o.keep || f == &out) std::remove(f->c_str());
 }
 
 }  // namespace
@@ -255,6 +295,7 @@ int main(int argc, char** argv) {
     if (o.mainJob)
         for (bench::Shape s : o.shapes) mainJob(o, peers, o.workdir, s);
     if (o.open) opening(o, peers, o.workdir);
+    if (o.encrypted) encryptedJob(o, peers, o.workdir);
     if (ownDir) std::filesystem::remove_all(o.workdir);
     return 0;
 }

@@ -48,6 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     doc.init();
     CSourFile* src = doc.getSource();
     if (!src) return 0;
+    try { (void)doc.getVersion(); } catch (const std::exception&) {}  // the XMP and /Info claims
     try {
         // Copy the keys: fetching must not change the table, but be safe.
         std::vector<SObj> keys;

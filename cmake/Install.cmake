@@ -10,6 +10,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/Include/PDFKilnPage
 install(DIRECTORY
   ${PROJECT_SOURCE_DIR}/Source/QarMemStream/include/QarMemStream
   ${PROJECT_SOURCE_DIR}/Source/ZQGraphicService/include/ZQGraphicService
+  ${PROJECT_SOURCE_DIR}/Source/ZQXml/include/ZQXml
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/PDFKilnPage FILES_MATCHING PATTERN "*.h")
 
 install(EXPORT PDFKilnPageTargets NAMESPACE PDFKilnPage::

@@ -5,6 +5,8 @@
 
 #include "QarMemStream/QarMemStream.h"
 #include "ZQGraphicService/ZqFilter.h"
+#include "ZQXml/ZQXml.h"
+#include "cpdfkilnpage_encode.h"
 #include "crypt/pcrypt.h"
 #include "jbig2/jbig2.h"
 #include "jbig2/jbig2streamdec.h"

@@ -67,6 +67,9 @@ public:
     bool Read(CSourFile& in) override;
     bool Write(CDestFile& out, CSourFile& in) override;
     void WriteXRef(CDestFile& out);
+    // After the table is known: reads /Info and /Encrypt and tries the
+    // empty password. What Read does behind the chain walk.
+    bool ReadInfoAndEncrypt(CSourFile& in);
     int GetPrev(CSourFile& in, bool expectTrailer);
     bool ReadCrt(CSourFile& in);
     bool ReadXRefObj(CSourFile& in, int& inOut);

@@ -31,6 +31,8 @@ public:
     // decoders' own cap. While it is set, any failure of the chain is
     // reported as the filter failure code.
     std::size_t decodedBudget = 0;
+    // Set by filterStreamType when a stage's output passed its limit.
+    bool passedLimit = false;
 };
 
 }  // namespace PDF_KILN

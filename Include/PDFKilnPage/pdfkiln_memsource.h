@@ -37,6 +37,12 @@ public:
     const char* limit() const { return egptr(); }
     bool limitIsEnd() const { return fd_ < 0 || winOff_ + static_cast<std::size_t>(egptr() - eback()) >= size_; }
     void moveTo(const char* p) { setg(eback(), const_cast<char*>(p), egptr()); }
+    // The read position as an offset into the input (what tellg gives).
+    off_type offset() const { return position(); }
+    // Appends the input's bytes [from, to) to `out` when they are all in
+    // memory now; false (and nothing appended) otherwise. The read position
+    // does not move.
+    bool copyRange(std::size_t from, std::size_t to, std::string& out) const;
 
 protected:
     pos_type seekoff(off_type off, std::ios_base::seekdir dir, std::ios_base::openmode which) override;

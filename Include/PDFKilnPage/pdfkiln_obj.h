@@ -101,6 +101,14 @@ std::istream& operator>>(CSourFile& in, std::string& token);
 // The same reader on a source: straight from its bytes when it reads memory.
 std::istream& readPDFString(CSourFile& in, std::string& token);
 
+// token == text, with the first two bytes compared inline: in the readers'
+// loops most tokens differ from most names and keywords right there, which
+// spares the length count and the library call. (A string's byte at size()
+// is its terminating zero, so t[1] is readable for a one-byte token.)
+inline bool tokenIs(const std::string& t, const char* text) {
+    return t[0] == text[0] && (text[0] == 0 || t[1] == text[1]) && t.compare(text) == 0;
+}
+
 // Reads `width` bytes at `position` as a big-endian unsigned number.
 void ExtStr2Int(const char* buffer, int& position, int width, int& value);
 
@@ -204,6 +212,8 @@ public:
     virtual bool rewriteAnnotRef(CDestFile& out, const std::string& key, int num, int gen);
 
     static bool IsObjStart(std::istream& in);
+    // The same, with the numbers read off the bytes in memory.
+    static bool IsObjStart(CSourFile& in);
     // Positions a stream at the value of object `key`; *view is the stream to
     // read from afterwards (a view over `text` for a compressed object).
     static bool ParseObj(CSourFile& in, CSourFile*& view, std::stringstream& text, const SObj& key);
@@ -243,6 +253,22 @@ private:
     CSourFile* at_ = nullptr;
 };
 
+
+// Whether the unescaped parenthesis `c` ends a literal string. By default the
+// first ")" ends it; with `nested` set, "(" opens a level and the ")" that
+// balances the opener ends it, as ISO 32000-1 7.3.4.2 reads strings. `depth`
+// counts the open levels inside the string and starts at 0. Every reader of
+// literal string bodies asks this one question.
+inline bool literalStringEnds(char c, int& depth, bool nested) {
+    if (c == '(') {
+        if (nested) ++depth;
+        return false;
+    }
+    if (c != ')') return false;
+    if (!nested || depth == 0) return true;
+    --depth;
+    return false;
+}
 
 // A literal or hexadecimal string, decoded and (where the file is encrypted) decrypted.
 class CStringType : public CObj {

@@ -32,7 +32,12 @@ public:
 
 class CNames : public CCatalogEntry {};
 class CAcroForm : public CCatalogEntry {};
-class CMarkInfo : public CCatalogEntry {};
+// /MarkInfo: the value of its /Marked key, false when absent or not "true".
+class CMarkInfo : public CCatalogEntry {
+public:
+    bool Read(CSourFile& in) override;
+    bool marked = false;
+};
 class COCProperties : public CCatalogEntry {};
 
 class CCatalog : public CObj {

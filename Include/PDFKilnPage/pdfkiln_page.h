@@ -104,6 +104,17 @@ public:
     CPDFKilnPage& operator=(const CPDFKilnPage&) = delete;
 
     int init();
+    // Reading options that other readers apply and the default rules do not;
+    // both off unless set, and both act from the next init (or password).
+    // Literal strings end at the ")" that balances their opener (ISO 32000-1
+    // 7.3.4.2) instead of at the first ")".
+    void setBalancedStrings(bool on);
+    // When the cross-reference chain gives no usable catalog, the object
+    // table is rebuilt from the "N G obj" headers in the file's bytes, with
+    // the catalog named by the last trailer or found by its /Type.
+    void setRebuildObjectTable(bool on);
+    // Whether the document in use was opened through that rebuild.
+    bool isObjectTableRebuilt() const;
     int SetSourcePassword() const;
     int SetSourcePassword(const std::string& password);
     bool GetSourceFileInfo(SFileInfo& info) const;
@@ -136,6 +147,15 @@ public:
 
     // Content and resources of the current page.
     int getPageContents(const std::string** out);
+    // The current page's content as stored, for a caller that copies it
+    // without decoding it: available when the page has one content stream
+    // (not a private /PieceInfo object) whose /Filter and /DecodeParms are
+    // written in its dictionary, not behind references. `out` gets the
+    // stream's bytes (decrypted, still encoded), `filter` and `parms` the
+    // values of those two entries as written (empty when absent). Gives
+    // kResultOk, or kResultNotLocalised when the content is not available
+    // this way (getPageContents then gives it decoded).
+    int getPageContentsEncoded(const std::string** out, std::string& filter, std::string& parms);
     int getPageRes(const std::string** out, int newNumber);
     int getNames(const std::string** out);
     std::string getPageRootString(int newNumber) const;
@@ -184,6 +204,35 @@ public:
     int targetCipher() const { return cipherKind; }
     const std::string& getEncryptKey() const { return encryptKey; }
 
+    // Output intents, version and conformance. The intents are read once
+    // at opening; an index out of range, or a key without value, gives "".
+    int getOutputIntentsCount() const;
+    std::string getOPIOutputConditionIdentifier(unsigned short index) const;
+    std::string getOPIS(unsigned short index) const;
+    std::string getOPIRegistryName(unsigned short index) const;
+    // The decoded ICC profile.
+    std::string getOPIDestOutputProfile(unsigned short index) const;
+    std::string getOPIProfileName(unsigned short index) const;
+    std::string getOPIF(unsigned short index) const;
+    std::string getOPIFS(unsigned short index) const;
+    std::string getOPIProfileCS(unsigned short index) const;
+    std::string getOPICheckSum(unsigned short index) const;
+    std::string getOPIICCVersion(unsigned short index) const;
+    // /Info and /OutputCondition as Unicode; cleared first.
+    void getOPIInfo(unsigned short index, icu::UnicodeString& out) const;
+    void getOPIOutputCondition(unsigned short index, icu::UnicodeString& out) const;
+    // Bits 0-7 the PDF version (0..7 for 1.0..1.7, 10 for 2.0), bits 8-11
+    // the PDF/X kind, bits 12-15 the PDF/A kind. Reads the XMP metadata on
+    // every call; a metadata packet that is not well-formed XML throws the
+    // parser's exception (ZQXmlException, a std::exception).
+    unsigned int getVersion() const;
+    // Off by default: getVersion reads pdfaid:part and pdfaid:conformance
+    // in element form only. On, their attribute form on the rdf:Description
+    // that declares the schema counts as well.
+    void setReadXmpAttributes(bool on) { readXmpAttributes = on; }
+    // The /Marked value of the catalog's /MarkInfo.
+    bool isMarked() const;
+
     // Read access for tools and tests.
     CSourFile* getSource() const { return source; }
     const std::string& getCatalogText() const { return catalogText; }
@@ -201,6 +250,10 @@ protected:
     CMemSource input;  // the document's bytes, parsed from memory
     int startObjNo = 0;
     int curPage = 0;
+    // True from a successful init until a page is selected or an option that
+    // the reading depends on changes: SetSourcePassword may then keep the
+    // reading when the password gives the same key.
+    bool openedAsIs = false;
     CSourFile* source = nullptr;
     std::size_t decodedBudget = 0;
     std::string contentsText, resourcesText, annotsText, formFieldsText, namesText;
@@ -225,6 +278,11 @@ protected:
     std::set<std::pair<int, int>> lengthObjects;
     bool lengthFilterDone = false;
     int cipherKind = 0;  // target cipher: 0 none, 1 RC4, 2 AES-128, 3 AES-256
+    int outputIntentsCount = 0;
+    bool readXmpAttributes = false;
+    std::string outputIntentValue(unsigned short index, const char* key) const;
+    bool balancedStrings = false;
+    bool rebuildObjectTable = false;
 
     // The renumbering of getPageRootString and its kin: known mappings
     // first, then numbers counted up from the start number.

@@ -27,6 +27,13 @@ public:
     // The memory buffer read from, when it is one: the token reader then
     // works on its bytes directly.
     CMemoryBuf* memory() const { return memory_; }
+    // tellg(), and `*this >> std::ws`, with the same results and stream
+    // states, read off the bytes in memory without the stream machinery.
+    std::streampos tell() {
+        if (memory_ && !fail()) return std::streampos(memory_->offset());
+        return tellg();
+    }
+    CSourFile& skipWs();
     ~CSourFile() override;
     CSourFile(const CSourFile&) = delete;
     CSourFile& operator=(const CSourFile&) = delete;
@@ -98,6 +105,17 @@ public:
     int annotsEnable = 0;
     std::vector<std::string> annotSubtypes;
     int acroFormsEnable = 0;
+    // Reading options beyond the default rules, off unless the caller asks:
+    // literal strings end at the ")" that balances their opener, and a file
+    // whose cross-reference chain gives no usable catalog gets its object
+    // table rebuilt from the "N G obj" headers in its bytes.
+    bool nestedStrings = false;
+    bool rebuildTable = false;
+    // Set when the object table in use was rebuilt by that scan.
+    bool tableRebuilt = false;
+    // The scan: fills the object table, the catalog reference and the trailer
+    // values from the bytes of the file. False when no catalog is found.
+    bool rebuildObjectTable();
 
     CSourFile* viewParent = nullptr;
 

@@ -17,6 +17,40 @@ const char* const FORMATDATE = "D:%04i%02i%02i%02i%02i%02i%c%02i'%02i'";
 
 namespace {
 
+// One "offset generation mark" entry of a classic section, read off the
+// bytes in memory as `>> offset >> gen >> mark` would read it. False, with
+// nothing consumed, where the entry is not in the plain digits form or not
+// whole in memory: the stream reads it then.
+bool readEntryFast(CSourFile& in, int& offset, int& gen, char& mark) {
+    CMemoryBuf* m = in.memory();
+    if (!m || !in.good() || !(in.flags() & std::ios::skipws)) return false;
+    const char* p = m->cursor();
+    const char* const e = m->limit();
+    auto blanks = [&]() {
+        while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+    };
+    auto number = [&](int& v) {
+        blanks();
+        const char* const start = p;
+        long long x = 0;
+        while (p != e && *p >= '0' && *p <= '9' && p - start < 10) x = x * 10 + (*p++ - '0');
+        // Not a number, one of 11 digits or more, or one that may go on
+        // past what is in memory: left to the stream.
+        if (p == start || p == e || (*p >= '0' && *p <= '9') || x > INT_MAX) return false;
+        v = static_cast<int>(x);
+        return true;
+    };
+    int o = 0, g = 0;
+    if (!number(o) || !number(g)) return false;
+    blanks();
+    if (p == e) return false;
+    offset = o;
+    gen = g;
+    mark = *p++;
+    m->moveTo(p);
+    return true;
+}
+
 // Bytes of the tail searched for the last "startxref".
 constexpr int kTailBytes = 300;
 // Upper bound of entries taken from one cross-reference stream subsection.
@@ -88,8 +122,8 @@ bool CFileInfo::readTrailerEncrypt(CSourFile& in) {
         in.seekg(at);
         std::string token;
         readPDFString(in, token);
-        if (token == "null") return true;
-        if (token == "<<") {
+        if (tokenIs(token, "null")) return true;
+        if (tokenIs(token, "<<")) {
             in.seekg(at);
             if (encrypt.handlerKind == 0 && encrypt.self.num == 0) {
                 encrypt.passwordState = 2;
@@ -103,8 +137,8 @@ bool CFileInfo::readTrailerEncrypt(CSourFile& in) {
                 int depth = 0;
                 do {
                     readPDFString(in, t);
-                    if (t == "<<") ++depth;
-                    else if (t == ">>") --depth;
+                    if (tokenIs(t, "<<")) ++depth;
+                    else if (tokenIs(t, ">>")) --depth;
                 } while (depth > 0 && in.good());
             }
             return true;
@@ -121,7 +155,7 @@ bool CFileInfo::readTrailerEncrypt(CSourFile& in) {
 bool CFileInfo::readIDString(CSourFile& in, const std::string& opener, unsigned char* dst, std::size_t& len) {
     CStringType s;
     s.noDecrypt = true;  // file identifiers are never encrypted
-    s.isHex = opener == "<";
+    s.isHex = tokenIs(opener, "<");
     s.Read(in);
     len = std::min<std::size_t>(s.text.size(), 256);
     std::memcpy(dst, s.text.data(), len);
@@ -132,13 +166,13 @@ bool CFileInfo::readIDString(CSourFile& in, const std::string& opener, unsigned 
 bool CFileInfo::readTrailerID(CSourFile& in) {
     std::string token;
     readPDFString(in, token);
-    if (token == "[") readPDFString(in, token);
-    if (token == "%") {
+    if (tokenIs(token, "[")) readPDFString(in, token);
+    if (tokenIs(token, "%")) {
         in.seekg(-1, std::ios::cur);
         skipComment(in);
         readPDFString(in, token);
     }
-    if (token != "<" && token != "(") return false;
+    if (!tokenIs(token, "<") && !tokenIs(token, "(")) return false;
     const bool keep = fileId.id1[0] == 0;
     unsigned char scratch[256];
     std::size_t len = 0;
@@ -146,7 +180,7 @@ bool CFileInfo::readTrailerID(CSourFile& in) {
     if (keep) fileId.id1Length = len;
     std::streampos at = in.tellg();
     readPDFString(in, token);
-    if (token == "<" || token == "(") {
+    if (tokenIs(token, "<") || tokenIs(token, "(")) {
         readIDString(in, token, keep ? fileId.id2 : scratch, len);
         if (keep) fileId.id2Length = len;
     } else {
@@ -160,7 +194,7 @@ int CFileInfo::GetPrev(CSourFile& in, bool expectTrailer) {
     std::string token;
     if (expectTrailer) {
         readPDFString(in, token);
-        if (token != kwtrailer) return -1;
+        if (!tokenIs(token, kwtrailer)) return -1;
     }
     if (!openDict(in)) return -1;
     int prev = -1;
@@ -168,28 +202,28 @@ int CFileInfo::GetPrev(CSourFile& in, bool expectTrailer) {
     for (;;) {
         if (!in.good()) break;
         readPDFString(in, token);
-        if (token == ">>") {
+        if (tokenIs(token, ">>")) {
             if (--depth == 0) break;
-        } else if (token == "<<") {
+        } else if (tokenIs(token, "<<")) {
             ++depth;
-        } else if (token == nmSize) {
+        } else if (tokenIs(token, nmSize)) {
             int v = 0;
             if (readInt(in, v) && size < 1) size = v;
-        } else if (token == nmPrev) {
+        } else if (tokenIs(token, nmPrev)) {
             int v = 0;
             if (readInt(in, v)) prev = v;
-        } else if (token == nmRoot) {
+        } else if (tokenIs(token, nmRoot)) {
             readTrailerRoot(in);
-        } else if (token == nmEncrypt) {
+        } else if (tokenIs(token, nmEncrypt)) {
             readTrailerEncrypt(in);
-        } else if (token == nmInfo) {
+        } else if (tokenIs(token, nmInfo)) {
             if (self.num != 0) {
                 int a = 0, b = 0;
                 readRefTriple(in, a, b);
             } else {
                 std::streampos at = in.tellg();
                 readPDFString(in, token);
-                if (token == "<<") {
+                if (tokenIs(token, "<<")) {
                     try {
                         FindStr(in, ">>");
                     } catch (const CFileError&) {
@@ -202,7 +236,7 @@ int CFileInfo::GetPrev(CSourFile& in, bool expectTrailer) {
                     if (readRefTriple(in, num, gen)) info.self = SObj(num, gen);
                 }
             }
-        } else if (token == nmID) {
+        } else if (tokenIs(token, nmID)) {
             if (!readTrailerID(in)) break;
         }
     }
@@ -219,17 +253,17 @@ bool CFileInfo::ReadCrt(CSourFile& in) {
             file.seekg(at);
             std::string token;
             readPDFString(file, token);
-            if (token == kwtrailer) {
+            if (tokenIs(token, kwtrailer)) {
                 file.seekg(at);
                 return true;
             }
-            if (token != "%") return false;
+            if (!tokenIs(token, "%")) return false;
             // A stray comment: look for the trailer keyword.
             for (;;) {
                 if (!file.good()) return false;
                 std::streampos before = file.tellg();
                 readPDFString(file, token);
-                if (token == kwtrailer) {
+                if (tokenIs(token, kwtrailer)) {
                     file.clear();
                     file.seekg(before);
                     return true;
@@ -242,7 +276,8 @@ bool CFileInfo::ReadCrt(CSourFile& in) {
         for (int i = 0; i < count; ++i) {
             int offset = 0, gen = 0;
             char mark = 0;
-            if (!(file >> offset) || !(file >> gen) || !(file >> mark)) return false;
+            if (!readEntryFast(file, offset, gen, mark) && (!(file >> offset) || !(file >> gen) || !(file >> mark)))
+                return false;
             if (offset <= 0) continue;
             // Numbers and offsets past what an int holds name no object:
             // their entries are read over and not entered.
@@ -268,7 +303,7 @@ bool CFileInfo::ReadXRefObj(CSourFile& in, int& inOut) {
     if (!(in >> gen)) return false;
     std::string token;
     readPDFString(in, token);
-    if (token != kwobj) return false;
+    if (!tokenIs(token, kwobj)) return false;
     self = SObj(ownNum, gen);
     self.aux |= 4;
     in.xrefStreamObjects.insert(self);
@@ -286,57 +321,57 @@ bool CFileInfo::ReadXRefObj(CSourFile& in, int& inOut) {
         (void)at;
         readPDFString(in, token);
         if (!in.good()) return false;
-        if (token == kwendobj) {
+        if (tokenIs(token, kwendobj)) {
             inOut = prev;
             return true;
         }
-        if (token == nmType) {
+        if (tokenIs(token, nmType)) {
             readPDFString(in, token);
-            if (token != nmXRef) return false;
-        } else if (token == nmSize) {
+            if (!tokenIs(token, nmXRef)) return false;
+        } else if (tokenIs(token, nmSize)) {
             if (!readInt(in, localSize)) return false;
             if (size < 1) size = localSize;
-        } else if (token == nmLength) {
+        } else if (tokenIs(token, nmLength)) {
             std::streampos p = in.tellg();
             if (!stm.ReadLen(in)) return false;
             in.clear();
             in.seekg(p);
-        } else if (token == nmDecodeParms) {
+        } else if (tokenIs(token, nmDecodeParms)) {
             decodeParmsAt = static_cast<long>(in.tellg()) - static_cast<long>(token.size());
-        } else if (token == nmFilter) {
+        } else if (tokenIs(token, nmFilter)) {
             if (!stm.ReadFilter(in, decodeParmsAt)) return false;
-        } else if (token == nmW) {
+        } else if (tokenIs(token, nmW)) {
             readPDFString(in, token);
-            if (token != "[") return false;
+            if (!tokenIs(token, "[")) return false;
             if (!readInt(in, w[0]) || !readInt(in, w[1]) || !readInt(in, w[2])) return false;
             readPDFString(in, token);
-            if (token != "]") return false;
+            if (!tokenIs(token, "]")) return false;
             haveW = true;
-        } else if (token == nmIndex) {
+        } else if (tokenIs(token, nmIndex)) {
             readPDFString(in, token);
-            if (token != "[") return false;
+            if (!tokenIs(token, "[")) return false;
             int n = 0;
             for (;;) {
                 readPDFString(in, token);
-                if (token == "]") break;
+                if (tokenIs(token, "]")) break;
                 if (!in.good() || token.empty() || !IsNum(token)) return false;
                 int count = 0;
                 if (!readInt(in, count)) return false;
                 index[n++] = {static_cast<int>(std::strtol(token.c_str(), nullptr, 10)), count};
             }
-        } else if (token == nmPrev) {
+        } else if (tokenIs(token, nmPrev)) {
             if (!readInt(in, prev)) return false;
-        } else if (token == nmRoot) {
+        } else if (tokenIs(token, nmRoot)) {
             readTrailerRoot(in);
-        } else if (token == nmInfo) {
+        } else if (tokenIs(token, nmInfo)) {
             int num = 0, g = 0;
             if (readRefTriple(in, num, g)) info.self.num = num;
-        } else if (token == nmID) {
+        } else if (tokenIs(token, nmID)) {
             if (!readTrailerID(in)) return false;
-        } else if (token == nmEncrypt) {
+        } else if (tokenIs(token, nmEncrypt)) {
             int num = 0, g = 0;
             if (readRefTriple(in, num, g) && encrypt.self.num == 0) encrypt.self = SObj(num, g);
-        } else if (token == kwstream) {
+        } else if (tokenIs(token, kwstream)) {
             if (!stm.Read(in)) return false;
             stm.decodedBudget = in.root().decodeBudget;
             int len = static_cast<int>(stm.data.size());
@@ -465,7 +500,7 @@ bool CFileInfo::Read(CSourFile& in) {
                 if (file.fail() || file.bad()) break;
             }
             readPDFString(file, token);
-            if (token == kwxref) {
+            if (tokenIs(token, kwxref)) {
                 if (!ReadCrt(file)) break;
                 ++classicSections;
                 cur = GetPrev(file, true);
@@ -481,6 +516,11 @@ bool CFileInfo::Read(CSourFile& in) {
         }
     }
 
+    return ReadInfoAndEncrypt(in);
+}
+
+bool CFileInfo::ReadInfoAndEncrypt(CSourFile& in) {
+    CSourFile& file = in;
     // Anything read during the walk (a direct /Encrypt) saw a partial table:
     // let the position index be built anew from the whole one.
     offsets.clear();
@@ -582,10 +622,10 @@ bool CFileInfo::CInfo::Read(CSourFile& in) {
     for (;;) {
         readPDFString(in, token);
         if (bounded && static_cast<int64_t>(in.tellg()) > end) return true;
-        if (token == kwendobj) return true;
-        if (token == nmTrapped || token == nmTitle || token == nmAuthor || token == nmSubject ||
-            token == nmKeywords || token == nmCreator || token == nmCreationDate || token == nmModDate ||
-            token == nmProducer) {
+        if (tokenIs(token, kwendobj)) return true;
+        if (tokenIs(token, nmTrapped) || tokenIs(token, nmTitle) || tokenIs(token, nmAuthor) || tokenIs(token, nmSubject) ||
+            tokenIs(token, nmKeywords) || tokenIs(token, nmCreator) || tokenIs(token, nmCreationDate) || tokenIs(token, nmModDate) ||
+            tokenIs(token, nmProducer)) {
             if (!ReadInfo(in, token)) return false;
         }
         if (!in.good()) return false;
@@ -613,25 +653,25 @@ bool CFileInfo::CInfo::readInfo(CSourFile& in, const std::string& key, int depth
         return true;
     }
     std::string token;
-    if (key == nmTrapped) {
+    if (tokenIs(key, nmTrapped)) {
         readPDFString(in, token);
         trapped = token;
         return true;
     }
     CStringType s(self);
     readPDFString(in, token);
-    if (token == "<") s.isHex = true;
-    else if (token != "(") return true;  // not a string: passed over
+    if (tokenIs(token, "<")) s.isHex = true;
+    else if (!tokenIs(token, "(")) return true;  // not a string: passed over
     if (!s.Read(in)) return false;
     std::string* slot = nullptr;
-    if (key == nmTitle) slot = &title;
-    else if (key == nmAuthor) slot = &author;
-    else if (key == nmSubject) slot = &subject;
-    else if (key == nmKeywords) slot = &keywords;
-    else if (key == nmCreator) slot = &creator;
-    else if (key == nmProducer) slot = &producer;
-    else if (key == nmCreationDate) slot = &creationDate;
-    else if (key == nmModDate) slot = &modDate;
+    if (tokenIs(key, nmTitle)) slot = &title;
+    else if (tokenIs(key, nmAuthor)) slot = &author;
+    else if (tokenIs(key, nmSubject)) slot = &subject;
+    else if (tokenIs(key, nmKeywords)) slot = &keywords;
+    else if (tokenIs(key, nmCreator)) slot = &creator;
+    else if (tokenIs(key, nmProducer)) slot = &producer;
+    else if (tokenIs(key, nmCreationDate)) slot = &creationDate;
+    else if (tokenIs(key, nmModDate)) slot = &modDate;
     if (slot) *slot = s.text;
     return true;
 }

@@ -26,13 +26,13 @@ void applyFlateDefaults(FilterPropTD& p) {
 }  // namespace
 
 FILTER_TYPE CFilter::GetFilterType(std::string name) {
-    if (name == nmFlateDecode || name == nmFl) return FILTER_FLATE;
-    if (name == nmLZWDecode || name == nmLZW) return FILTER_LZW;
-    if (name == nmASCIIHexDecode || name == nmAHx) return FILTER_ASCIIHEX;
-    if (name == nmASCII85Decode || name == nmA85) return FILTER_ASCII85;
-    if (name == nmRunLengthDecode || name == nmRL) return FILTER_RUNLENGTH;
-    if (name == nmCCITTFaxDecode || name == nmCCF) return FILTER_CCITTFAX;
-    if (name == nmDCTDecode || name == nmDCT) return FILTER_DCT;
+    if (tokenIs(name, nmFlateDecode) || tokenIs(name, nmFl)) return FILTER_FLATE;
+    if (tokenIs(name, nmLZWDecode) || tokenIs(name, nmLZW)) return FILTER_LZW;
+    if (tokenIs(name, nmASCIIHexDecode) || tokenIs(name, nmAHx)) return FILTER_ASCIIHEX;
+    if (tokenIs(name, nmASCII85Decode) || tokenIs(name, nmA85)) return FILTER_ASCII85;
+    if (tokenIs(name, nmRunLengthDecode) || tokenIs(name, nmRL)) return FILTER_RUNLENGTH;
+    if (tokenIs(name, nmCCITTFaxDecode) || tokenIs(name, nmCCF)) return FILTER_CCITTFAX;
+    if (tokenIs(name, nmDCTDecode) || tokenIs(name, nmDCT)) return FILTER_DCT;
     return FILTER_UNKNOWN;
 }
 
@@ -41,19 +41,19 @@ bool CFilter::IsNeedCompType(FILTER_TYPE type) { return type >= FILTER_FLATE && 
 bool CFilter::ReadParameter(std::istream& in, FilterPropTD& prop) {
     std::string token;
     readPDFString(in, token);
-    if (token != "<<") return false;
+    if (!tokenIs(token, "<<")) return false;
     for (;;) {
         // End of input ends the loop: a parameter dictionary that never closes
         // is a failed read, not an endless one.
         if (!in.good()) return false;
         readPDFString(in, token);
-        if (token == ">>") return true;
+        if (tokenIs(token, ">>")) return true;
         int32_t* field = nullptr;
-        if (token == "/Columns") field = &prop.columns;
-        else if (token == "/Predictor") field = &prop.predictor;
-        else if (token == "/Colors") field = &prop.colors;
-        else if (token == nmBitsPerComponent) field = &prop.bitsPerComponent;
-        else if (token == "/EarlyChange") field = &prop.earlyChange;
+        if (tokenIs(token, "/Columns")) field = &prop.columns;
+        else if (tokenIs(token, "/Predictor")) field = &prop.predictor;
+        else if (tokenIs(token, "/Colors")) field = &prop.colors;
+        else if (tokenIs(token, nmBitsPerComponent)) field = &prop.bitsPerComponent;
+        else if (tokenIs(token, "/EarlyChange")) field = &prop.earlyChange;
         if (field) {
             int v = 0;
             in >> v;
@@ -69,16 +69,16 @@ bool CFilter::ReadFilter(std::istream& in, long dictStart) {
     prop.earlyChange = 1;
     std::string token;
     readPDFString(in, token);
-    if (token == "[") {
+    if (tokenIs(token, "[")) {
         readPDFString(in, token);
         int counter = 0;
         for (;;) {
-            if (token == "]") return true;
+            if (tokenIs(token, "]")) return true;
             if (!in.good()) return false;
             FILTER_TYPE type = GetFilterType(token);
             if (!IsNeedCompType(type)) return false;
             readPDFString(in, token);
-            if (token == nmDecodeParms) {
+            if (tokenIs(token, nmDecodeParms)) {
                 if (!ReadParameter(in, prop)) return false;
             }
             prop.type = type;
@@ -90,8 +90,8 @@ bool CFilter::ReadFilter(std::istream& in, long dictStart) {
     if (!IsNeedCompType(type)) return false;
     std::streampos back = in.tellg();
     if (dictStart > 0) in.seekg(dictStart);
-    while (in.good() && token != nmDecodeParms && token != kwstream) readPDFString(in, token);
-    if (token == nmDecodeParms) {
+    while (in.good() && !tokenIs(token, nmDecodeParms) && !tokenIs(token, kwstream)) readPDFString(in, token);
+    if (tokenIs(token, nmDecodeParms)) {
         if (!ReadParameter(in, prop)) return false;
     }
     in.clear();
@@ -138,6 +138,7 @@ int CFilter::filterStreamType(std::string& data, int& length) {
                                 limit);
         }
         if (rc != 0) {
+            passedLimit = rc == ZQ_TOO_LARGE;
             // Under a budget every failure of the chain is the filter failure.
             if (decodedBudget > 0 || rc == ZQ_CORRUPT) return kResultFilterFailed;
             return rc;

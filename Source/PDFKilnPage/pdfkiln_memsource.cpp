@@ -48,6 +48,20 @@ CMemoryBuf::off_type CMemoryBuf::position() const {
     return static_cast<off_type>(winOff_) + (gptr() - eback()) + past_;
 }
 
+bool CMemoryBuf::copyRange(std::size_t from, std::size_t to, std::string& out) const {
+    if (to < from || past_ > 0) return false;
+    if (fd_ < 0) {
+        if (to > size_) return false;
+        out.append(base_ + from, to - from);
+        return true;
+    }
+    if (!eback() || from < winOff_) return false;
+    const std::size_t shown = static_cast<std::size_t>(egptr() - eback());
+    if (to - winOff_ > shown) return false;
+    out.append(eback() + (from - winOff_), to - from);
+    return true;
+}
+
 bool CMemoryBuf::showWindow(std::size_t offset) {
     if (offset >= size_) return false;
     const std::size_t start = offset / kWindowSize * kWindowSize;

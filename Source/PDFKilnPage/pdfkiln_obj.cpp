@@ -189,7 +189,7 @@ bool CFileBlock::FindStrInObj(std::istream& in, const std::string& what) {
         if (!in.good()) return false;
         readPDFString(in, token);
         if (token == what) return true;
-        if (token == kwendobj) return false;
+        if (tokenIs(token, kwendobj)) return false;
     }
 }
 
@@ -355,7 +355,7 @@ bool CObj::IsObjStart(std::istream& in) {
     if (!(in >> gen)) return false;
     std::string token;
     readPDFString(in, token);
-    if (token != kwobj) return false;
+    if (!tokenIs(token, kwobj)) return false;
     char c = 0;
     if (!(in >> std::ws).get(c)) {
         in.clear(in.rdstate() & ~std::ios::failbit & ~std::ios::eofbit);
@@ -406,32 +406,37 @@ bool decodeObjectStream(CSourFile& in, const SObj& container, const SObj& wanted
     for (;;) {
         readPDFString(in, token);
         if (!in.good()) return false;
-        if (token == kwendobj) break;
+        if (tokenIs(token, kwendobj)) break;
         if (boundByEnd && static_cast<int64_t>(in.tellg()) > end) break;
-        if (token == nmType) {
+        if (tokenIs(token, nmType)) {
             readPDFString(in, token);
-            if (token != nmObjStm) return false;
-        } else if (token == nmLength) {
+            if (!tokenIs(token, nmObjStm)) return false;
+        } else if (tokenIs(token, nmLength)) {
             std::streampos p = in.tellg();
             if (!stm.ReadLen(in)) return false;
             in.clear();
             in.seekg(p);
-        } else if (token == nmFilter) {
+        } else if (tokenIs(token, nmFilter)) {
             if (!stm.ReadFilter(in, 0)) return false;
-        } else if (token == nmFirst) {
+        } else if (tokenIs(token, nmFirst)) {
             in >> first;
             if (!in.good()) return false;
-        } else if (token == nmN) {
+        } else if (tokenIs(token, nmN)) {
             in >> count;
             if (!in.good()) return false;
-        } else if (token == kwstream) {
+        } else if (tokenIs(token, kwstream)) {
             if (!stm.Read(in)) return false;
             stm.isEncryptObject = container == in.root().fileInfo.encrypt.self;
             stm.decodedBudget = root.decodeBudget;
             int len = static_cast<int>(stm.data.size());
             if (stm.filterStreamType(stm.data, len) != 0) {
-                // The same bytes fail the same way: a bomb is decoded once.
-                root.objStmUndecodable.insert(container.num);
+                // A bomb is decoded once: the same bytes pass the same limit
+                // again. Only a bomb: other failures may come from a reading
+                // that a later one does not repeat (a key not yet known, a
+                // body cut short while the file is being opened).
+                const CEncrypt& enc = root.fileInfo.encrypt;
+                if (stm.passedLimit && !(enc.passwordState > 0 && enc.V >= 1))
+                    root.objStmUndecodable.insert(container.num);
                 return false;
             }
             haveBody = true;
@@ -739,8 +744,10 @@ bool CStringType::Read(CSourFile& in) {
         RedHexString(in);
     } else {
         char c = 0;
+        int depth = 0;
+        const bool nested = in.root().nestedStrings;
         while (in.get(c)) {
-            if (c == ')') break;
+            if (literalStringEnds(c, depth, nested)) break;
             if (c != '\\') {
                 text.push_back(c);
                 continue;
@@ -851,6 +858,45 @@ int scanInt(const char*& p, const char* e, bool skipws, int& value, bool& hitLim
 
 }  // namespace
 
+bool CObj::IsObjStart(CSourFile& in) {
+    CMemoryBuf* m = in.memory();
+    if (!m || !in.good() || !(in.flags() & std::ios::skipws))
+        return IsObjStart(static_cast<std::istream&>(in));
+    // "num gen" from the bytes; anything but two plain numbers followed by
+    // more bytes in memory is read by the stream from the same place.
+    const char* p = m->cursor();
+    const char* const e = m->limit();
+    bool hitLimit = false;
+    int num = 0, gen = 0;
+    if (scanInt(p, e, true, num, hitLimit) != 2 || scanInt(p, e, true, gen, hitLimit) != 2 || hitLimit)
+        return IsObjStart(static_cast<std::istream&>(in));
+    m->moveTo(p);
+    std::string token;
+    readPDFString(in, token);
+    if (!tokenIs(token, kwobj)) return false;
+    char c = 0;
+    if (!in.skipWs().get(c)) {
+        in.clear(in.rdstate() & ~std::ios::failbit & ~std::ios::eofbit);
+        return true;
+    }
+    while (c == '%') {
+        char d = 0;
+        while (in.get(d) && d != '\n' && d != '\r') {
+        }
+        if (!in) {
+            in.clear();
+            return true;
+        }
+        c = 0;
+        if (!in.skipWs().get(c)) {
+            in.clear();
+            return true;
+        }
+    }
+    in.unget();
+    return true;
+}
+
 bool CObjRef::Read(CSourFile& in) {
     if (CMemoryBuf* m = in.memory(); m && in.good()) {
         // "num gen R" straight from the bytes; on failure the stream stays
@@ -948,7 +994,7 @@ bool CStreamType::Read(CSourFile& in) {
             readPDFString(in, token);
             in.unsetf(std::ios::skipws);
         }
-        if (token == kwendstream) {
+        if (tokenIs(token, kwendstream)) {
             data.push_back('\n');
             in.clear();
             in.seekg(position);
@@ -968,7 +1014,7 @@ bool CStreamType::Read(CSourFile& in) {
     in.setf(std::ios::skipws);
     std::string token;
     readPDFString(in, token);
-    if (token == kwendstream) {
+    if (tokenIs(token, kwendstream)) {
         in.clear();
         in.seekg(position);
     } else if (data.rfind(kwendstream) != std::string::npos) {

@@ -18,7 +18,7 @@ bool openObjectDict(CSourFile& in) {
     }
     std::string token;
     readPDFString(in, token);
-    return token == "<<";
+    return tokenIs(token, "<<");
 }
 
 }  // namespace
@@ -29,17 +29,17 @@ bool skipValue(CSourFile& in) {
     do {
         readPDFString(in, token);
         if (!in.good()) return false;
-        if (token == "<<") {
+        if (tokenIs(token, "<<")) {
             ++dicts;
-        } else if (token == ">>") {
+        } else if (tokenIs(token, ">>")) {
             if (dicts == 0) return false;
             --dicts;
-        } else if (token == "[") {
+        } else if (tokenIs(token, "[")) {
             ++arrays;
-        } else if (token == "]") {
+        } else if (tokenIs(token, "]")) {
             if (arrays == 0) return false;
             --arrays;
-        } else if (token == "(") {
+        } else if (tokenIs(token, "(")) {
             int depth = 1;
             while (depth > 0) {
                 readPDFString(in, token);
@@ -47,9 +47,9 @@ bool skipValue(CSourFile& in) {
                 if (token == "\\") {
                     readPDFString(in, token);  // the escaped byte
                     if (!in.good()) return false;
-                } else if (token == "(") {
+                } else if (tokenIs(token, "(")) {
                     ++depth;
-                } else if (token == ")") {
+                } else if (tokenIs(token, ")")) {
                     --depth;
                 }
             }
@@ -66,6 +66,35 @@ bool CCatalogEntry::Read(CSourFile& in) {
     }
     readOk = skipValue(in);
     return readOk;
+}
+
+bool CMarkInfo::Read(CSourFile& in) {
+    std::streampos at = in.tellg();
+    if (!IsObjStart(in)) {
+        in.clear();
+        in.seekg(at);
+    }
+    marked = false;
+    readOk = false;
+    std::string token;
+    readPDFString(in, token);
+    if (token != "<<") return false;
+    for (;;) {
+        readPDFString(in, token);
+        if (!in.good()) return false;
+        if (token == ">>") break;
+        if (token == "/Marked") {
+            readPDFString(in, token);
+            if (!in.good()) return false;
+            marked = token == "true";
+        } else if (!token.empty() && token[0] == '/') {
+            if (!skipValue(in)) return false;
+        } else {
+            return false;
+        }
+    }
+    readOk = true;
+    return true;
 }
 
 CCatalog::CCatalog() { flags |= kIndirect; }
@@ -111,7 +140,7 @@ void CCatalog::readEntry(CSourFile& in, CCatalogEntry& entry) {
     }
     entry.heldByReference = false;
     std::streampos start = in.tellg();
-    if (!skipValue(in)) {
+    if (!entry.Read(in)) {
         in.clear();
         in.seekg(start);
     }
@@ -151,26 +180,26 @@ bool CCatalog::readFirstPass(CSourFile& in) {
     for (;;) {
         readPDFString(in, token);
         if (!in.good()) return false;
-        if (token == kwendobj) break;
+        if (tokenIs(token, kwendobj)) break;
         if (bounded && static_cast<int64_t>(in.tellg()) > end) break;
-        if (token == nmPages || token == nmMetadata) {
+        if (tokenIs(token, nmPages) || tokenIs(token, nmMetadata)) {
             CObjRef ref;
             if (!ref.Read(in)) return false;
-            (token == nmPages ? pagesRef : metadataRef) = SObj(ref.num, ref.gen);
-        } else if (token == nmAcroForm) {
+            (tokenIs(token, nmPages) ? pagesRef : metadataRef) = SObj(ref.num, ref.gen);
+        } else if (tokenIs(token, nmAcroForm)) {
             readEntry(in, acroForm);
-        } else if (token == nmMarkInfo) {
+        } else if (tokenIs(token, nmMarkInfo)) {
             // A direct /MarkInfo (the common case) is read in place and never
             // fails the catalog; a referenced one is fetched by number.
             readEntry(in, markInfo);
             if (!in.good()) return false;
-        } else if (token == nmVersion) {
+        } else if (tokenIs(token, nmVersion)) {
             if (!readVersion(in)) return false;
-        } else if (token == nmNames && !namesSeen) {
+        } else if (tokenIs(token, nmNames) && !namesSeen) {
             namesSeen = true;  // read on the second pass, once the pages stand
-        } else if (token == nmOCProperties) {
+        } else if (tokenIs(token, nmOCProperties)) {
             readEntry(in, ocProperties);
-        } else if (token == nmDPartRoot || token == nmStructTreeRoot) {
+        } else if (tokenIs(token, nmDPartRoot) || tokenIs(token, nmStructTreeRoot)) {
             // Document parts and structure are read where destinations need
             // them; here their value is passed over.
             CObjRef ref;
@@ -181,7 +210,7 @@ bool CCatalog::readFirstPass(CSourFile& in) {
                     in.seekg(start);
                 }
             }
-        } else if (token == nmType && !namesSeen) {
+        } else if (tokenIs(token, nmType) && !namesSeen) {
             readPDFString(in, type);
         } else if (!token.empty() && token[0] == '/' && !namesSeen) {
             if (!skipValue(in)) return false;
@@ -197,8 +226,8 @@ bool CCatalog::readSecondPass(CSourFile& in) {
     for (;;) {
         readPDFString(in, token);
         if (!in.good()) return false;
-        if (token == kwendobj) return true;
-        if (token != nmNames) continue;
+        if (tokenIs(token, kwendobj)) return true;
+        if (!tokenIs(token, nmNames)) continue;
         if (names.self.num != 0) return true;
         CObjRef ref;
         const bool isRef = ref.Read(in);

@@ -48,25 +48,25 @@ void skipHex(std::istream& in) {
 // Skips one value whose first token `token` was read: dictionaries and arrays
 // to their matching closer, strings to their end.
 void skipValueFrom(std::istream& in, const std::string& token) {
-    if (token == "(") {
+    if (tokenIs(token, "(")) {
         skipLiteral(in);
         return;
     }
-    if (token == "<") {
+    if (tokenIs(token, "<")) {
         skipHex(in);
         return;
     }
-    if (token != "<<" && token != "[") return;
+    if (!tokenIs(token, "<<") && !tokenIs(token, "[")) return;
     int depth = 1;
     std::string t;
     while (depth > 0 && in.good()) {
         readPDFString(in, t);
         if (atEnd(in, t)) return;
-        if (t == "<<" || t == "[") ++depth;
-        else if (t == ">>" || t == "]") --depth;
-        else if (t == "(") skipLiteral(in);
-        else if (t == "<") skipHex(in);
-        else if (t == kwendobj || t == kwstream) return;
+        if (tokenIs(t, "<<") || tokenIs(t, "[")) ++depth;
+        else if (tokenIs(t, ">>") || tokenIs(t, "]")) --depth;
+        else if (tokenIs(t, "(")) skipLiteral(in);
+        else if (tokenIs(t, "<")) skipHex(in);
+        else if (tokenIs(t, kwendobj) || tokenIs(t, kwstream)) return;
     }
 }
 
@@ -158,24 +158,24 @@ bool CPages::Read(CSourFile& in) {
         if (!in.good()) break;
         readPDFString(in, token);
         if (atEnd(in, token)) break;
-        if (token == kwendobj || token == kwstream) break;
-        if (token == "<<") {
+        if (tokenIs(token, kwendobj) || tokenIs(token, kwstream)) break;
+        if (tokenIs(token, "<<")) {
             ++dictDepth;
             continue;
         }
-        if (token == ">>") {
+        if (tokenIs(token, ">>")) {
             if (--dictDepth <= 0) break;
             continue;
         }
-        if (token == "[") {
+        if (tokenIs(token, "[")) {
             ++arrayDepth;
             continue;
         }
-        if (token == "]") {
+        if (tokenIs(token, "]")) {
             if (arrayDepth > 0) --arrayDepth;
             continue;
         }
-        if (token == "(" || token == "<") {
+        if (tokenIs(token, "(") || tokenIs(token, "<")) {
             skipValueFrom(in, token);
             continue;
         }
@@ -183,16 +183,16 @@ bool CPages::Read(CSourFile& in) {
         // and arrays (a /Group's /Type, say) are values of other keys.
         if (dictDepth != 1 || arrayDepth != 0 || token[0] != '/') continue;
 
-        if (token == nmType) {
+        if (tokenIs(token, nmType)) {
             readPDFString(in, type);
-            if (type != nmPages && type != nmPage) break;
-        } else if (token == nmParent) {
+            if (!tokenIs(type, nmPages) && !tokenIs(type, nmPage)) break;
+        } else if (tokenIs(token, nmParent)) {
             CObjRef ref;
             if (ref.Read(in)) {
                 parentRef = SObj(ref.num, ref.gen, kClassParent);
                 owner.parentMap[self] = parentRef;
             }
-        } else if (token == nmResources) {
+        } else if (tokenIs(token, nmResources)) {
             CObjRef ref;
             if (ref.Read(in)) {
                 resourcesRef = SObj(ref.num, ref.gen, kClassResources);
@@ -201,7 +201,7 @@ bool CPages::Read(CSourFile& in) {
             } else {
                 std::string open;
                 readPDFString(in, open);
-                if (open != "<<") {
+                if (!tokenIs(open, "<<")) {
                     skipValueFrom(in, open);
                     continue;
                 }
@@ -214,38 +214,38 @@ bool CPages::Read(CSourFile& in) {
                     }
                     std::string t;
                     readPDFString(in, t);
-                    if (atEnd(in, t) || t == kwendobj) break;
-                    if (t == "(" || t == "<") skipValueFrom(in, t);
-                    else if (t == "<<") ++depth;
-                    else if (t == ">>") --depth;
+                    if (atEnd(in, t) || tokenIs(t, kwendobj)) break;
+                    if (tokenIs(t, "(") || tokenIs(t, "<")) skipValueFrom(in, t);
+                    else if (tokenIs(t, "<<")) ++depth;
+                    else if (tokenIs(t, ">>")) --depth;
                 }
             }
-        } else if (token == nmFont || token == nmXObject) {
+        } else if (tokenIs(token, nmFont) || tokenIs(token, nmXObject)) {
             CObjRef ref;
             if (ref.Read(in)) {
-                const bool isFont = token == nmFont;
+                const bool isFont = tokenIs(token, nmFont);
                 SObj r(ref.num, ref.gen, isFont ? kClassFont : kClassXObject);
                 owner.ownerMap[r] = self;
                 (isFont ? font : xobject) = r;
                 (isFont ? hasFont : hasXObject) = true;
             }
-        } else if (token == nmContents) {
+        } else if (tokenIs(token, nmContents)) {
             CObjRef ref;
             if (ref.Read(in)) owner.ownerMap[SObj(ref.num, ref.gen, kClassContents)] = self;
-        } else if (token == nmRotate) {
+        } else if (tokenIs(token, nmRotate)) {
             int v = 0;
             if (ReadIntObj(in, v)) {
                 rotate = normaliseRotate(v);
                 hasRotate = true;
             }
             in.clear(in.rdstate() & ~std::ios::failbit);
-        } else if (token == nmKids) {
+        } else if (tokenIs(token, nmKids)) {
             kids.clear();
             if (!ReadKids(in, kids)) {
                 ok = false;
                 break;
             }
-        } else if (token == nmCount) {
+        } else if (tokenIs(token, nmCount)) {
             if (!ReadIntObj(in, count) || in.fail()) {
                 ok = false;
                 break;
@@ -265,7 +265,7 @@ bool CPages::Read(CSourFile& in) {
     }
     if (!ok) return false;
 
-    if (type == nmPages) {
+    if (tokenIs(type, nmPages)) {
         const bool any = hasBox[0] || hasBox[1] || hasBox[2] || hasBox[3] || hasBox[4] || hasRotate ||
                          hasResources || hasFont || hasXObject;
         if (any) {
@@ -280,7 +280,7 @@ bool CPages::Read(CSourFile& in) {
         }
         return true;
     }
-    if (type == nmPage) {
+    if (tokenIs(type, nmPage)) {
         auto* info = new CPaperInfo;
         for (int b = 0; b < 5; ++b) info->box[b] = hasBox[b] ? boxes[b] : owner.inheritedBox[b];
         info->rotate = hasRotate ? rotate : owner.inheritedRotate;
@@ -345,37 +345,37 @@ bool CPages::WriteOtherInfo(CDestFile& out, CSourFile& in) {
     int dictDepth = 0;
     for (;;) {
         readPDFString(in, token);
-        if (atEnd(in, token) || token == kwendobj || token == kwstream) break;
-        if (token == "<<") {
+        if (atEnd(in, token) || tokenIs(token, kwendobj) || tokenIs(token, kwstream)) break;
+        if (tokenIs(token, "<<")) {
             ++dictDepth;
             continue;
         }
-        if (token == ">>") {
+        if (tokenIs(token, ">>")) {
             if (--dictDepth <= 0) break;
             continue;
         }
-        if (token == "(" || token == "<" || token == "[") {
+        if (tokenIs(token, "(") || tokenIs(token, "<") || tokenIs(token, "[")) {
             skipValueFrom(in, token);
             continue;
         }
         if (dictDepth != 1) continue;
-        if (token == nmParent) {
+        if (tokenIs(token, nmParent)) {
             CObjRef ref;
             if (ref.Read(in)) {
                 SObj p(ref.num, ref.gen);
                 pending.push_back(p);
                 owner.parentMap[self] = p;
             }
-        } else if ((token == nmMediaBox && !(writtenBoxes & kWroteMediaBox)) ||
-                   (token == nmCropBox && !(writtenBoxes & kWroteCropBox))) {
+        } else if ((tokenIs(token, nmMediaBox) && !(writtenBoxes & kWroteMediaBox)) ||
+                   (tokenIs(token, nmCropBox) && !(writtenBoxes & kWroteCropBox))) {
             RectTD r;
             if (readRect(in, r)) {
                 out << token;
                 CPaperInfo::WriteRect(out, r);
-                writtenBoxes |= token == nmMediaBox ? kWroteMediaBox : kWroteCropBox;
+                writtenBoxes |= tokenIs(token, nmMediaBox) ? kWroteMediaBox : kWroteCropBox;
             }
             in.clear(in.rdstate() & ~std::ios::failbit);
-        } else if (token == nmRotate && !(writtenBoxes & kWroteRotate)) {
+        } else if (tokenIs(token, nmRotate) && !(writtenBoxes & kWroteRotate)) {
             int v = 0;
             if (ReadIntObj(in, v)) {
                 out << nmRotate << ' ' << v << ' ';
@@ -474,31 +474,31 @@ bool CPage::Read(CSourFile& in) {
         }
         readPDFString(in, token);
         if (atEnd(in, token)) break;
-        if (token == kwendobj) break;
-        if (token == kwstream) {
+        if (tokenIs(token, kwendobj)) break;
+        if (tokenIs(token, kwstream)) {
             owner.FindStr(kwendstream);
             continue;
         }
-        if (token == "<<") {
+        if (tokenIs(token, "<<")) {
             ++dictDepth;
             cls = 0;
             prev = token;
             continue;
         }
-        if (token == ">>") {
+        if (tokenIs(token, ">>")) {
             --dictDepth;
             cls = 0;
             prev = token;
             if (dictDepth <= 0) break;
             continue;
         }
-        if (token == "(" || token == "<") {
+        if (tokenIs(token, "(") || tokenIs(token, "<")) {
             skipValueFrom(in, token);
             prev = token;
             continue;
         }
-        if (token == "[") {
-            if (dictDepth == 1 && arrayDepth == 0 && prev == nmAnnots) {
+        if (tokenIs(token, "[")) {
+            if (dictDepth == 1 && arrayDepth == 0 && tokenIs(prev, nmAnnots)) {
                 // A direct annotation array: its dictionaries and references
                 // belong to the annotation classes (their /P and /Dest lead
                 // back to pages); the scan goes on behind its "]".
@@ -519,18 +519,18 @@ bool CPage::Read(CSourFile& in) {
             prev = token;
             continue;
         }
-        if (token == "]") {
+        if (tokenIs(token, "]")) {
             if (arrayDepth > 0) --arrayDepth;
             if (skipDest && arrayDepth < destDepth) skipDest = false;
             prev = token;
             continue;
         }
-        if (token == nmDest) {
+        if (tokenIs(token, nmDest)) {
             // Destinations name pages: their references are not the page's.
             const std::streampos at = in.tellg();
             std::string next;
             readPDFString(in, next);
-            if (next == "[") {
+            if (tokenIs(next, "[")) {
                 ++arrayDepth;
                 skipDest = true;
                 destDepth = arrayDepth;
@@ -549,15 +549,15 @@ bool CPage::Read(CSourFile& in) {
             else if (token.find(nmThumb) != std::string::npos) cls = kClassThumb;
             else if (token.find(nmIllustrator) != std::string::npos) cls = kClassIllustrator;
             else cls = 0;
-            if (token == nmRotate) {
+            if (tokenIs(token, nmRotate)) {
                 int v = 0;
                 if (ReadIntObj(in, v)) owner.pageRotate = normaliseRotate(v);
                 in.clear(in.rdstate() & ~std::ios::failbit);
-            } else if (token == nmGroup) {
+            } else if (tokenIs(token, nmGroup)) {
                 const std::streampos at = in.tellg();
                 std::string next;
                 readPDFString(in, next);
-                if (next == "<<") {
+                if (tokenIs(next, "<<")) {
                     const std::streampos from = in.tellg();
                     skipValueFrom(in, next);
                     std::streampos to = in.tellg();
@@ -676,7 +676,7 @@ int CPage::ReadTree(CSourFile& in, SObj start, std::set<SObj>& seen, std::vector
                 continue;
             }
             readPDFString(s, token);
-            if (atEnd(s, token) || token == kwendobj || token == kwstream) break;
+            if (atEnd(s, token) || tokenIs(token, kwendobj) || tokenIs(token, kwstream)) break;
         }
         root.clear();
     }
@@ -710,8 +710,8 @@ bool CPage::ReadObjs(CSourFile* owner, CSourFile& in, std::list<SObj>& work) {
             continue;
         }
         readPDFString(in, token);
-        if (atEnd(in, token) || token == kwendobj || token == kwstream) break;
-        if (token == "(" || token == "<") skipValueFrom(in, token);
+        if (atEnd(in, token) || tokenIs(token, kwendobj) || tokenIs(token, kwstream)) break;
+        if (tokenIs(token, "(") || tokenIs(token, "<")) skipValueFrom(in, token);
     }
     return true;
 }
@@ -814,14 +814,14 @@ int CSourFile::readPageTree() {
         clear();
         node.fromStream(*this);
         clear();
-        if (node.type == nmPages) {
+        if (tokenIs(node.type, nmPages)) {
             // A node met twice (a /Kids cycle, or a shared subtree) is
             // walked once.
             if (nodesSeen.insert(head).second) {
                 auto at = std::next(work.begin());
                 for (const SObj& k : node.kids) work.insert(at, SObj(k.num, k.gen));
             }
-        } else if (node.type == nmPage) {
+        } else if (tokenIs(node.type, nmPage)) {
             pages.push_back(head);
             pageSet.insert(head);
         } else if (fileInfo.encrypt.passwordState != 3) {

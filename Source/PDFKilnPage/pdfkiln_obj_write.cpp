@@ -22,8 +22,15 @@ struct LengthSlot {
 
 // Copies the source bytes [from, to) to the end of `out`; the read position
 // is left where it was.
-void copySpan(std::istream& in, std::streampos from, std::streampos to, std::string& out) {
+void copySpan(CSourFile& in, std::streampos from, std::streampos to, std::string& out) {
     if (from == std::streampos(-1) || to == std::streampos(-1) || to <= from) return;
+    // Bytes already in memory are appended directly; the stream's state and
+    // position stay as they are, as the seeking path below leaves them.
+    if (in.good())
+        if (CMemoryBuf* m = in.memory())
+            if (m->copyRange(static_cast<std::size_t>(std::streamoff(from)), static_cast<std::size_t>(std::streamoff(to)),
+                             out))
+                return;
     const std::streampos here = in.tellg();
     const bool wasEof = in.eof();
     in.clear();
@@ -87,7 +94,7 @@ bool CObj::rewriteAnnotRef(CDestFile&, const std::string&, int, int) { return fa
 // Keys that a page's copier leaves out with their values: the embedding
 // program supplies the content, the annotations and the boxes itself.
 static bool droppedPageKey(const std::string& key) {
-    return key == nmAnnots || key == nmContents || key == nmMediaBox || key == nmCropBox;
+    return tokenIs(key, nmAnnots) || tokenIs(key, nmContents) || tokenIs(key, nmMediaBox) || tokenIs(key, nmCropBox);
 }
 
 bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
@@ -104,7 +111,7 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
     const bool isOutputEncrypt = out.curObj.num > 0 && out.curObj == out.fileInfo.encrypt.self;
 
     std::vector<LengthSlot> slots;
-    std::streampos flushed = in.tellg();
+    std::streampos flushed = in.tell();
     std::string prev, token;
 
     auto finish = [&](bool ok) {
@@ -115,7 +122,7 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
     };
 
     for (;;) {
-        if (bounded && in.good() && static_cast<int64_t>(in.tellg()) > end) {
+        if (bounded && in.good() && static_cast<int64_t>(in.tell()) > end) {
             // No endobj before the next object: stop at the next object's start.
             copySpan(in, flushed, std::streampos(static_cast<std::streamoff>(end)), out);
             out.writtenLength = static_cast<int>(out.size());
@@ -126,17 +133,17 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             copySpan(in, flushed, endOf(in), out);
             return finish(false);
         }
-        in >> std::ws;
+        in.skipWs();
         if (!in.good()) continue;
-        const std::streampos tokStart = in.tellg();
+        const std::streampos tokStart = in.tell();
 
         // A page's /Contents and /Annots references go whatever the mode.
-        if (!keep || (pageRules && (prev == nmAnnots || prev == nmContents))) {
+        if (!keep || (pageRules && (tokenIs(prev, nmAnnots) || tokenIs(prev, nmContents)))) {
             CObjRef ref;
             if (ref.Read(in)) {
                 copySpan(in, flushed, tokStart, out);
-                flushed = in.tellg();
-                if (pageRules && (prev == nmAnnots || prev == nmContents)) {
+                flushed = in.tell();
+                if (pageRules && (tokenIs(prev, nmAnnots) || tokenIs(prev, nmContents))) {
                     // nothing stands in for it: the key went before
                 } else if (annotRules && rewriteAnnotRef(out, prev, ref.num, ref.gen)) {
                     // the annotation wrote its own value (its page, its target)
@@ -154,40 +161,44 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
         }
 
         readPDFString(in, token);
-        std::streampos tokEnd = in.tellg();
+        std::streampos tokEnd = in.tell();
+        // Most tokens are numbers, names of no interest or brackets: the
+        // first byte rules out the comparisons below for them.
+        char lead = token.empty() ? '\0' : token[0];
+        const bool isName = lead == '/';
         if (tokEnd == std::streampos(-1)) tokEnd = endOf(in);
 
-        if (pageRules && droppedPageKey(token)) {
+        if (pageRules && isName && droppedPageKey(token)) {
             copySpan(in, flushed, tokStart, out);
             flushed = tokEnd;
             // An array value goes to its closer, and a string behind
             // /Contents to its end; anything else is read as usual.
-            in >> std::ws;
-            const std::streampos valueStart = in.tellg();
+            in.skipWs();
+            const std::streampos valueStart = in.tell();
             std::string next;
             readPDFString(in, next);
-            if (next == "[") {
+            if (tokenIs(next, "[")) {
                 int depth = 1;
                 while (depth > 0 && in.good()) {
                     readPDFString(in, next);
-                    if (next == "[") {
+                    if (tokenIs(next, "[")) {
                         ++depth;
-                    } else if (next == "]") {
+                    } else if (tokenIs(next, "]")) {
                         --depth;
-                    } else if (next == "(" || next == "<") {
+                    } else if (tokenIs(next, "(") || tokenIs(next, "<")) {
                         CStringType skipped(self);
-                        skipped.isHex = next == "<";
+                        skipped.isHex = tokenIs(next, "<");
                         skipped.Read(in);
-                    } else if (next == kwendobj || next == kwstream || (!in.good() && next.back() == '\0')) {
+                    } else if (tokenIs(next, kwendobj) || tokenIs(next, kwstream) || (!in.good() && next.back() == '\0')) {
                         break;
                     }
                 }
-                flushed = in.tellg();
+                flushed = in.tell();
                 if (flushed == std::streampos(-1)) flushed = endOf(in);
-            } else if (next == "(" && token == nmContents) {
+            } else if (tokenIs(next, "(") && tokenIs(token, nmContents)) {
                 CStringType skipped(self);
                 skipped.Read(in);
-                flushed = in.tellg();
+                flushed = in.tell();
                 if (flushed == std::streampos(-1)) flushed = endOf(in);
             } else {
                 in.clear();
@@ -199,11 +210,11 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
         }
 
         if (annotRules) {
-            if (token == "<<") {
+            if (tokenIs(token, "<<")) {
                 annotDictEvent(++dictDepth, true);
-            } else if (token == ">>") {
+            } else if (tokenIs(token, ">>")) {
                 annotDictEvent(dictDepth--, false);
-            } else if (token != nmLength && token.size() > 1 && token[0] == '/') {
+            } else if (!tokenIs(token, nmLength) && token.size() > 1 && token[0] == '/') {
                 const std::streampos keyEnd = tokEnd;
                 in.clear();
                 in.seekg(keyEnd);
@@ -216,7 +227,7 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
                         return finish(false);
                     }
                     in.clear(in.rdstate() & ~std::ios::failbit);
-                    flushed = in.tellg();
+                    flushed = in.tell();
                     if (flushed == std::streampos(-1)) flushed = endOf(in);
                     prev = token;
                     continue;
@@ -228,17 +239,17 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             }
         }
 
-        if (token == nmLength) {
+        if (isName && tokenIs(token, nmLength)) {
             CLength len(self);
             const std::streampos keyEnd = tokEnd;
-            in >> std::ws;
-            const std::streampos valueStart = in.tellg();
+            in.skipWs();
+            const std::streampos valueStart = in.tell();
             if (!len.ReadLen(in) || in.fail()) {
                 in.clear();
                 copySpan(in, flushed, keyEnd, out);
                 return finish(false);
             }
-            std::streampos valueEnd = in.tellg();
+            std::streampos valueEnd = in.tell();
             if (valueEnd == std::streampos(-1)) valueEnd = endOf(in);
             copySpan(in, flushed, keyEnd, out);
             const std::size_t width = static_cast<std::size_t>(valueEnd - valueStart);
@@ -250,20 +261,21 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
         }
 
         bool plain = true;  // false: the value is written unencrypted
-        if (token == nmRC || token == nmDS) {
-            const std::streampos back = in.tellg();
+        if (isName && (tokenIs(token, nmRC) || tokenIs(token, nmDS))) {
+            const std::streampos back = in.tell();
             std::string next;
             readPDFString(in, next);
             in.clear();
             in.seekg(back);
-            if (next == "(" || next == "<" || next == kwstream) {
+            if (tokenIs(next, "(") || tokenIs(next, "<") || tokenIs(next, kwstream)) {
                 copySpan(in, flushed, tokEnd, out);
                 flushed = tokEnd;
                 prev = token;
-                in >> std::ws;
-                const std::streampos valueStart = in.tellg();
+                in.skipWs();
+                const std::streampos valueStart = in.tell();
                 readPDFString(in, token);
-                tokEnd = in.tellg();
+                lead = token.empty() ? '\0' : token[0];
+                tokEnd = in.tell();
                 if (tokEnd == std::streampos(-1)) tokEnd = endOf(in);
                 plain = false;
                 (void)valueStart;
@@ -272,7 +284,7 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             }
         }
 
-        if (token == "(" || token == "<") {
+        if ((lead == '(' || lead == '<') && (tokenIs(token, "(") || tokenIs(token, "<"))) {
             const std::streampos start = plain ? tokStart : flushed;
             copySpan(in, flushed, start, out);
             const SObj saved = out.curObj;
@@ -280,16 +292,16 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             CStringType s(self);
             s.noDecrypt = isSourceEncrypt;
             s.noEncrypt = isOutputEncrypt;
-            s.isHex = token == "<";
+            s.isHex = tokenIs(token, "<");
             s.Read(in);
             s.Write(out, in);
             out.curObj = saved;
-            flushed = in.tellg();
+            flushed = in.tell();
             if (flushed == std::streampos(-1)) flushed = endOf(in);
             prev = token;
             continue;
         }
-        if (token == kwstream) {
+        if (lead == 's' && tokenIs(token, kwstream)) {
             copySpan(in, flushed, tokEnd, out);
             const SObj saved = out.curObj;
             if (!plain) out.curObj = SObj();
@@ -306,13 +318,13 @@ bool CObj::CopyBody(CDestFile& out, CSourFile& in, CopyRules rules) {
             in.clear();
             st.Write(out, in);
             out.curObj = saved;
-            flushed = in.tellg();
+            flushed = in.tell();
             if (flushed == std::streampos(-1)) flushed = endOf(in);
-            if (!ok && in.tellg() == endOf(in)) return finish(false);
+            if (!ok && in.tell() == endOf(in)) return finish(false);
             prev = token;
             continue;
         }
-        if (token == kwendobj) {
+        if (lead == 'e' && tokenIs(token, kwendobj)) {
             copySpan(in, flushed, tokEnd, out);
             out << '\n';
             out.writtenLength = static_cast<int>(out.size());

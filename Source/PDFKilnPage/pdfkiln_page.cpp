@@ -10,6 +10,7 @@
 
 #include "crypt/pcrypt.h"
 #include "pdfkiln_destfile.h"
+#include "pdfkiln_findingvalue.h"
 #include "pdfkiln_sourfile.h"
 #include "pfdecrypt.h"
 #include "yard/pdf_rules.h"
@@ -47,13 +48,12 @@ CPDFKilnPage::CPDFKilnPage(const char* name, const std::string& pwd) : fileName(
 }
 
 CPDFKilnPage::~CPDFKilnPage() {
+    for (FindingHint* h : hints) delete h;
     delete source;
     if (ownsStream) delete stream;
 }
 
 int CPDFKilnPage::getPageCount() const { return source ? static_cast<int>(source->pages.size()) : 0; }
-
-void CPDFKilnPage::findValue() {}
 
 // Renders the catalog into a scratch sink and takes the version and /ID texts.
 int CPDFKilnPage::readCatalogText() {
@@ -77,12 +77,15 @@ int CPDFKilnPage::init() {
             source = new CSourFile(input.buffer());
         }
         source->decodeBudget = decodedBudget;
+        source->nestedStrings = balancedStrings;
+        source->rebuildTable = rebuildObjectTable;
         int rc = source->CheckAndInit();
         if (rc != 0) return rc;
         rc = readCatalogText();
         if (rc != 0) return rc;
         (void)SetSourcePassword();
         findValue();
+        openedAsIs = true;
         return kResultOk;
     } catch (const CFileError&) {
         return kResultBadFile;
@@ -90,6 +93,20 @@ int CPDFKilnPage::init() {
         return kResultStdException;
     }
 }
+
+void CPDFKilnPage::setBalancedStrings(bool on) {
+    openedAsIs = false;
+    balancedStrings = on;
+    if (source) source->nestedStrings = on;
+}
+
+void CPDFKilnPage::setRebuildObjectTable(bool on) {
+    openedAsIs = false;
+    rebuildObjectTable = on;
+    if (source) source->rebuildTable = on;
+}
+
+bool CPDFKilnPage::isObjectTableRebuilt() const { return source && source->tableRebuilt; }
 
 int CPDFKilnPage::SetSourcePassword() const {
     const CEncrypt& enc = source->fileInfo.encrypt;
@@ -114,11 +131,23 @@ int CPDFKilnPage::SetSourcePassword() const {
 int CPDFKilnPage::SetSourcePassword(const std::string& pwd) {
     password = pwd;
     if (!source) throw static_cast<int>(kResultBadFile);
+    // What the opening worked with: where the password gives the same key
+    // and the same state, reading the file again would give everything it
+    // gave then, so the reading stands (as long as no page was taken yet).
+    const CEncrypt& enc = source->fileInfo.encrypt;
+    unsigned char keyBefore[sizeof enc.fileKey];
+    std::memcpy(keyBefore, enc.fileKey, sizeof keyBefore);
+    const int32_t stateBefore = enc.passwordState, kindBefore = enc.handlerKind, modeBefore = enc.cipherMode;
+    const bool ownerBefore = enc.passwordFlagOwner, userBefore = enc.passwordFlagUser;
+    int result = SetSourcePassword();
+    if (openedAsIs &&
+        std::memcmp(keyBefore, enc.fileKey, sizeof keyBefore) == 0 && enc.passwordState == stateBefore &&
+        enc.handlerKind == kindBefore && enc.cipherMode == modeBefore && enc.passwordFlagOwner == ownerBefore &&
+        enc.passwordFlagUser == userBefore)
+        return result;
     // Codes reach the caller thrown, as int; so does whatever else went wrong
     // beneath, turned into a code.
-    int result = 0;
     const int rc = guardedEntry([&]() -> int {
-        result = SetSourcePassword();
         int code = source->CheckAndInit();
         if (code == 0) code = readCatalogText();
         return code;
@@ -164,6 +193,80 @@ void cutAtLastEndobj(std::string& text) {
     if (p != std::string::npos) text.erase(p);
 }
 
+// The value of `key` in the outermost dictionary of text[0, end): a name,
+// an array or a dictionary as written, or empty where the key is absent.
+// False where the value is anything else (a reference, say) or the text
+// does not read.
+bool directValue(const std::string& text, std::size_t end, const char* key, std::string& value) {
+    value.clear();
+    const std::size_t keyLen = std::strlen(key);
+    int depth = 0;  // dictionaries and arrays open
+    std::size_t i = 0;
+    auto isDelim = [](char c) { return std::strchr("()<>[]{}/% \t\r\n\f", c) != nullptr || c == 0; };
+    // Skips one value that starts at i; false where it does not end.
+    auto skipString = [&](std::size_t& at) {
+        if (text[at] == '(') {
+            int nest = 0;
+            for (; at < end; ++at) {
+                if (text[at] == '\\') { ++at; continue; }
+                if (text[at] == '(') ++nest;
+                else if (text[at] == ')' && --nest == 0) { ++at; return true; }
+            }
+            return false;
+        }
+        const std::size_t close = text.find('>', at);  // a hex string
+        if (close == std::string::npos || close >= end) return false;
+        at = close + 1;
+        return true;
+    };
+    while (i < end) {
+        const char c = text[i];
+        if (c == '(' || (c == '<' && i + 1 < end && text[i + 1] != '<')) {
+            if (!skipString(i)) return false;
+        } else if (c == '<' || c == '>') {
+            if (i + 1 >= end || text[i + 1] != c) return false;
+            depth += c == '<' ? 1 : -1;
+            i += 2;
+        } else if (c == '[' || c == ']') {
+            depth += c == '[' ? 1 : -1;
+            ++i;
+        } else if (c == '/' && depth == 1 && text.compare(i, keyLen, key) == 0 &&
+                   (i + keyLen >= end || isDelim(text[i + keyLen]))) {
+            std::size_t v = i + keyLen;
+            while (v < end && std::strchr(" \t\r\n\f", text[v]) && text[v]) ++v;
+            if (v >= end) return false;
+            std::size_t stop = v;
+            if (text[v] == '/') {
+                ++stop;
+                while (stop < end && !isDelim(text[stop])) ++stop;
+            } else if (text[v] == '[' || (text[v] == '<' && v + 1 < end && text[v + 1] == '<')) {
+                int nest = 0;
+                while (stop < end) {
+                    const char d = text[stop];
+                    if (d == '(' || (d == '<' && stop + 1 < end && text[stop + 1] != '<')) {
+                        if (!skipString(stop)) return false;
+                        continue;
+                    }
+                    if (d == '[' || (d == '<' && text[stop + 1] == '<')) ++nest;
+                    if (d == ']' || (d == '>' && stop + 1 < end && text[stop + 1] == '>')) --nest;
+                    stop += (d == '<' || d == '>') ? 2 : 1;
+                    if (nest == 0) break;
+                    // A reference inside the value is not copied as it stands.
+                    if (d == 'R' && stop < end && isDelim(text[stop])) return false;
+                }
+                if (nest != 0) return false;
+            } else {
+                return false;
+            }
+            value.assign(text, v, stop - v);
+            return true;
+        } else {
+            ++i;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 namespace privated {
@@ -200,6 +303,7 @@ template int helpFunction_getPageBox(const PDF_RULES::ArtBoxTokenizer&, float&, 
 
 int CPDFKilnPage::setPageNo(int page) {
     if (page == curPage) return kResultOk;
+    openedAsIs = false;
     try {
         clear();
         curPage = page;
@@ -364,14 +468,17 @@ void CPDFKilnPage::setCurPageObj(int number, int generation) {
 }
 
 void CPDFKilnPage::setAnnotsEnable(PDF_KILN_AnnotsEnableE mask) {
+    openedAsIs = false;
     if (source) source->annotsEnable = mask;
 }
 
 void CPDFKilnPage::setAcroFormsEnable(PDF_KILN_AcroFormsEnableE mask) {
+    openedAsIs = false;
     if (source) source->acroFormsEnable = mask;
 }
 
 void CPDFKilnPage::setAnnotsCustomSubtype(const std::vector<std::string>& subtypes) {
+    openedAsIs = false;
     if (source) source->annotSubtypes = subtypes;
 }
 
@@ -544,6 +651,39 @@ int CPDFKilnPage::getPageContents(const std::string** out) {
         return kResultStdException;
     }
     *out = &contentsText;
+    return kResultOk;
+}
+
+int CPDFKilnPage::getPageContentsEncoded(const std::string** out, std::string& filter, std::string& parms) {
+    contentsText.clear();
+    filter.clear();
+    parms.clear();
+    *out = &contentsText;
+    if (!source || source->contentsVector.size() != 1) return kResultNotLocalised;
+    const SObj& c = source->contentsVector.front();
+    if (source->pieceSet.count(c)) return kResultNotLocalised;
+    try {
+        CDestFile dest{std::string()};
+        getEncryptInfo(dest.fileInfo.encrypt);
+        CObj obj(SObj(c.num, c.gen));
+        obj.flags |= CObj::kIndirect;
+        StreamRecover<CSourFile> keep(*source);
+        if (!obj.LocalObj(dest, *source) || dest.streamDataPos == 0) return kResultNotLocalised;
+        const std::string& text = dest;
+        if (dest.streamDataPos + dest.streamDataSize > text.size()) return kResultNotLocalised;
+        const std::size_t dictEnd = text.rfind(kwstream, dest.streamDataPos);
+        if (dictEnd == std::string::npos) return kResultNotLocalised;
+        if (!directValue(text, dictEnd, "/Filter", filter) || !directValue(text, dictEnd, "/DecodeParms", parms)) {
+            filter.clear();
+            parms.clear();
+            return kResultNotLocalised;
+        }
+        contentsText.assign(text, dest.streamDataPos, dest.streamDataSize);
+    } catch (int code) {
+        return code;
+    } catch (const std::exception&) {
+        return kResultStdException;
+    }
     return kResultOk;
 }
 

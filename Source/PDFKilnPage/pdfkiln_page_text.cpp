@@ -222,21 +222,21 @@ std::string getDicStr(const std::string& text) {
         if (!in.good()) break;
         readPDFString(in, token);
         if (!token.empty() && token.back() == '\0' && !in.good()) break;
-        if (token == kwendobj) break;
-        if (token == "(") {
+        if (tokenIs(token, kwendobj)) break;
+        if (tokenIs(token, "(")) {
             skipLiteralString(in);
             continue;
         }
-        if (token == "<") {
+        if (tokenIs(token, "<")) {
             skipHexString(in);
             continue;
         }
-        if (token == "<<") {
+        if (tokenIs(token, "<<")) {
             if (depth == 0 && start == std::string::npos) start = before;
             ++depth;
             continue;
         }
-        if (token == ">>") {
+        if (tokenIs(token, ">>")) {
             --depth;
             if (depth == 0 && start != std::string::npos) {
                 stop = positionIn(in, text.size());
@@ -251,7 +251,7 @@ std::string getDicStr(const std::string& text) {
             }
             continue;
         }
-        if (depth == 0 && wantR && token == kwR) {
+        if (depth == 0 && wantR && tokenIs(token, kwR)) {
             stop = positionIn(in, text.size());
             break;
         }
@@ -277,16 +277,16 @@ std::string getArrayStr(const std::string& text) {
         if (!in.good()) break;
         readPDFString(in, token);
         if (!token.empty() && token.back() == '\0' && !in.good()) break;
-        if (token == kwendobj) break;
-        if (token == "(") skipLiteralString(in);
-        else if (token == "<") skipHexString(in);
-        else if (token == "<<") ++dicts;
-        else if (token == ">>") --dicts;
-        else if (token == nmDest) destAt = before;
-        else if (token == "[") {
+        if (tokenIs(token, kwendobj)) break;
+        if (tokenIs(token, "(")) skipLiteralString(in);
+        else if (tokenIs(token, "<")) skipHexString(in);
+        else if (tokenIs(token, "<<")) ++dicts;
+        else if (tokenIs(token, ">>")) --dicts;
+        else if (tokenIs(token, nmDest)) destAt = before;
+        else if (tokenIs(token, "[")) {
             if (arrays == 0 && start == std::string::npos) start = before;
             ++arrays;
-        } else if (token == "]") {
+        } else if (tokenIs(token, "]")) {
             --arrays;
             if (arrays == 0 && start != std::string::npos)
                 return text.substr(start, positionIn(in, text.size()) - start);
@@ -312,16 +312,16 @@ std::string CPageInfo::getValueString(const std::string& key) const {
     const std::size_t at = text.find(key);
     if (at == std::string::npos) return std::string();
     const std::size_t value = at + key.size();
-    if (key == "/P") {
+    if (tokenIs(key, "/P")) {
         const std::size_t slash = text.find('/', value);
         std::size_t close = text.find(']', value);
         if (close != std::string::npos) ++close;
         const std::size_t stop = std::min(slash, close);
         return text.substr(value, stop == std::string::npos ? std::string::npos : stop - value);
     }
-    if (key == "Resources" || key == "AcroForm" || key == "Group" || key == "Names")
+    if (tokenIs(key, "Resources") || tokenIs(key, "AcroForm") || tokenIs(key, "Group") || tokenIs(key, "Names"))
         return getDicStr(text.substr(value));
-    if (key == "Annots") return getArrayStr(text.substr(value ? value - 1 : 0));
+    if (tokenIs(key, "Annots")) return getArrayStr(text.substr(value ? value - 1 : 0));
     return std::string();
 }
 
@@ -593,11 +593,11 @@ std::string CPDFKilnPage::decryptObject(const std::string& text, int number, int
         if (!in.good()) break;
         const std::size_t before = positionIn(in, text.size());
         readPDFString(in, token);
-        if (token == kwstream || token == kwendobj || (!token.empty() && token.back() == '\0' && !in.good())) break;
-        if (token != "(" && token != "<") continue;
+        if (tokenIs(token, kwstream) || tokenIs(token, kwendobj) || (!token.empty() && token.back() == '\0' && !in.good())) break;
+        if (!tokenIs(token, "(") && !tokenIs(token, "<")) continue;
         out.append(text, copied, before - copied);
         std::string bytes;
-        if (token == "(") {
+        if (tokenIs(token, "(")) {
             int depth = 1;
             char c = 0;
             while (in.get(c)) {
@@ -633,7 +633,7 @@ std::string CPDFKilnPage::decryptObject(const std::string& text, int number, int
         }
         SObj key(number, generation);
         DecryptString(enc, &key, bytes);
-        if (token == "(") {
+        if (tokenIs(token, "(")) {
             out += '(';
             CStringType::WrtString(out, bytes);
         } else {

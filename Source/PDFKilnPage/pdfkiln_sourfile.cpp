@@ -13,6 +13,19 @@ constexpr std::size_t kHeaderLine = 1024;
 const char* const kVersions[] = {"%PDF-1.0", "%PDF-1.1", "%PDF-1.2", "%PDF-1.3", "%PDF-1.4",
                                  "%PDF-1.5", "%PDF-1.6", "%PDF-1.7", "%PDF-2.0"};
 
+// The catalog at the trailer's /Root, then the page list.
+int readCatalogAndPages(CSourFile& in) {
+    in.catalog.Init();
+    in.catalog.self = in.fileInfo.rootRef;
+    in.catalog.fromStream(in);
+    if (!in.good()) return kResultBadFile;
+    const int rc = in.readPageTree();
+    in.clear();
+    if (rc != 0) return rc;
+    in.curPageNo = 0;
+    return kResultOk;
+}
+
 }  // namespace
 
 CSourFile::CSourFile(std::istream& in) : std::istream(nullptr) {
@@ -23,6 +36,23 @@ CSourFile::CSourFile(std::istream& in) : std::istream(nullptr) {
 CSourFile::CSourFile(std::streambuf* buf) : std::istream(nullptr) {
     init(buf);
     memory_ = dynamic_cast<CMemoryBuf*>(buf);
+}
+
+CSourFile& CSourFile::skipWs() {
+    if (!memory_ || !good()) {
+        *this >> std::ws;
+        return *this;
+    }
+    const char* p = memory_->cursor();
+    const char* const e = memory_->limit();
+    // The classic locale's blanks, as std::ws sees them.
+    while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+    memory_->moveTo(p);
+    if (p == e) {
+        if (memory_->limitIsEnd()) setstate(std::ios::eofbit);
+        else *this >> std::ws;  // the next window carries on
+    }
+    return *this;
 }
 
 CSourFile::~CSourFile() { clearPageTree(); }
@@ -126,19 +156,18 @@ int CSourFile::CheckAndInit() {
     fileInfo.offsets.clear();
     xrefStreamObjects.clear();
     fileInfo.classicSections = fileInfo.xrefStreams = 0;
+    tableRebuilt = false;
     fileInfo.fromStream(*this);
-    if (!good()) return kResultBadXRef;
-
-    catalog.Init();
-    catalog.self = fileInfo.rootRef;
-    catalog.fromStream(*this);
-    if (!good()) return kResultBadFile;
-
-    const int rc = readPageTree();
-    clear();
-    if (rc != 0) return rc;
-    curPageNo = 0;
-    return kResultOk;
+    int rc = good() ? readCatalogAndPages(*this) : kResultBadXRef;
+    // The last resort, when asked for: a table made from the file's bytes.
+    if (rc != kResultOk && rebuildTable) {
+        clear();
+        if (rebuildObjectTable()) {
+            tableRebuilt = true;
+            rc = readCatalogAndPages(*this);
+        }
+    }
+    return rc;
 }
 
 int CSourFile::InitOther() {

@@ -81,7 +81,7 @@ def compose_file(tool, base, rel, max_pages):
     env = SANITIZER_ENV
     with tempfile.TemporaryDirectory() as tmp:
         out = os.path.join(tmp, "out.pdf")
-        rc, _, err = run(["timeout", "120", tool, "compose", "--quiet", "-o", out, path], timeout=150, env=env)
+        rc, _, err = run(["timeout", "120", tool, "compose", "--strict", "--quiet", "-o", out, path], timeout=150, env=env)
         if rc == 124 or rc >= 86:
             return rel, "crash", 0, 0, [], "exit %d" % rc
         if rc not in (0, 3) or not os.path.exists(out):

@@ -38,11 +38,11 @@ def main():
             if rc != 0 or int(out or b"0") < 1:
                 continue
             selection = path + ":1-%d" % min(PAGES_PER_FILE, int(out))
-            if run([tool, "compose", "--quiet", "-o", plain, selection])[0] != 0:
+            if run([tool, "compose", "--strict", "--quiet", "-o", plain, selection])[0] != 0:
                 continue
             taken += 1
             rel = os.path.relpath(path, base)
-            if run([tool, "compose", "--quiet", "-o", enc, "--encrypt", "aes-128", "--user", "U", "--owner", "O",
+            if run([tool, "compose", "--strict", "--quiet", "-o", enc, "--encrypt", "aes-128", "--user", "U", "--owner", "O",
                     selection])[0] != 0:
                 failures.append("%s: encrypted compose failed" % rel)
                 continue

@@ -59,7 +59,7 @@ def compare(tool, base, rel):
         for num, gen in streams:
             rc, data = run(["qpdf"] + qpw + ["--show-object=%s,%s" % (num, gen), "--filtered-stream-data", path])
             expected += data + b"\r"
-        args = [tool, "content", path, "--page", str(index + 1)] + (["--password", pw] if pw else [])
+        args = [tool, "content", "--strict", path, "--page", str(index + 1)] + (["--password", pw] if pw else [])
         rc, ours = run(["timeout", "20"] + args, env=env)
         if rc >= 86 or rc == 124 or rc < 0:
             return rel, "crash", compared, same, "page %d exit %d" % (index + 1, rc)

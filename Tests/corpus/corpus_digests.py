@@ -77,7 +77,7 @@ def compose_digest(tool, base, rel, fields):
         source += ":1-%d" % MAX_PAGES
     with tempfile.TemporaryDirectory() as tmp:
         out = os.path.join(tmp, "out.pdf")
-        rc = run(["timeout", str(FILE_SECONDS), tool, "compose", "--quiet", "-o", out, source],
+        rc = run(["timeout", str(FILE_SECONDS), tool, "compose", "--strict", "--quiet", "-o", out, source],
                  timeout=FILE_SECONDS + 30, env=SANITIZER_ENV)[0]
         if not os.path.exists(out):
             return "compose %d -" % rc

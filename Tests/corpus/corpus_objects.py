@@ -54,7 +54,7 @@ def main():
                             theirs[(int(num), int(gen))] = base64.b64decode(val["stream"].get("data", ""))
                 except (ValueError, KeyError, IndexError):
                     theirs = None  # ask qpdf object by object below
-            p = subprocess.run([tool, "object", path, "--all", "--json"], capture_output=True, timeout=120, env=env)
+            p = subprocess.run([tool, "object", "--strict", path, "--all", "--json"], capture_output=True, timeout=120, env=env)
             if p.returncode >= 86 or p.returncode < 0:
                 unexplained.append(f"{rel}: the tool crashed (exit {p.returncode})")
                 continue

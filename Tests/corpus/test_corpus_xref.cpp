@@ -29,7 +29,7 @@ TEST(CorpusXref, EveryFileOpensAndTablesAgreeWithQpdf) {
     for (const std::string& rel : corpus::qpdfFiles()) {
         const std::string path = corpus::quote(base + rel);
         std::string ours;
-        int rc = corpus::runTool("xref " + path, &ours);
+        int rc = corpus::runTool("xref --strict " + path, &ours);
         if (corpus::crashedOrHung(rc)) {
             crashed.push_back(rel + " (exit " + std::to_string(rc) + ")");
             continue;

@@ -362,3 +362,43 @@ TEST(PageNumbering, StreamLengthAndLengthPositions) {
     m[{10, 0}] = "4";
     EXPECT_TRUE(m.check(m.find({10, 0}))) << "a later length object is not added";
 }
+
+// The stored form of a page's content: one stream with its filter written
+// out is handed over as it stands (the bytes between "stream" and
+// "endstream"), anything else is left to getPageContents.
+TEST(PageContentStored, OneStreamWithDirectFilterOnly) {
+    struct Case {
+        const char* contents;  // the page's /Contents value
+        std::map<int, std::string> extra;
+        int rc;
+        const char* data;
+        const char* filter;
+        const char* parms;
+    };
+    const Case cases[] = {
+        {"5 0 R", {{5, "/Filter /FlateDecode stream:xyz\r\n"}}, 0, "xyz\r\n", "/FlateDecode", ""},
+        {"5 0 R", {{5, "/Filter [/AHx /Fl] /DecodeParms [null << /K 1 >>] stream:41>"}}, 0, "41>",
+         "[/AHx /Fl]", "[null << /K 1 >>]"},
+        {"5 0 R", {{5, "stream:q Q"}}, 0, "q Q", "", ""},
+        {"5 0 R", {{5, "/Filter 6 0 R stream:xyz"}, {6, "/FlateDecode"}}, 8001, "", "", ""},
+        {"5 0 R", {{5, "/Filter /Fl /DecodeParms << /Predictor 7 0 R >> stream:xyz"}, {7, "12"}}, 8001, "",
+         "", ""},
+        {"[5 0 R 6 0 R]", {{5, "stream:q"}, {6, "stream:Q"}}, 8001, "", "", ""},
+    };
+    for (const Case& c : cases) {
+        std::map<int, std::string> objs = c.extra;
+        objs[1] = kCatalog;
+        objs[2] = "<< /Type /Pages /Kids [3 0 R] /Count 1 >>";
+        objs[3] = std::string("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 10 10] /Contents ") + c.contents + " >>";
+        Doc d(buildPdf(objs));
+        ASSERT_EQ(d.rc, 0);
+        ASSERT_EQ(d.page->setPageNo(1), 0);
+        const std::string* data = nullptr;
+        std::string filter = "?", parms = "?";
+        EXPECT_EQ(d.page->getPageContentsEncoded(&data, filter, parms), c.rc) << c.contents << c.extra.begin()->second;
+        ASSERT_NE(data, nullptr);
+        EXPECT_EQ(*data, c.data) << c.extra.begin()->second;
+        EXPECT_EQ(filter, c.filter) << c.extra.begin()->second;
+        EXPECT_EQ(parms, c.parms) << c.extra.begin()->second;
+    }
+}

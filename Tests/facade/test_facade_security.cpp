@@ -145,7 +145,9 @@ TEST(KeyDerivation, EachR6HashRunsOncePerDocument) {
         int permissions = 0;
         doc.getSecurity(type, permissions); // the trials once more, all known
         EXPECT_EQ(cache.computed(DerivedKeyCache::HashR6), c.hashes) << c.password;
-        if (c.state != 5) EXPECT_EQ(content(doc, 1), expected);
+        if (c.state != 5) {
+            EXPECT_EQ(content(doc, 1), expected);
+        }
     }
     std::remove(path.c_str());
 }

@@ -214,9 +214,12 @@ ToolRun compose(const std::string& pdf, const std::string& flags) {
 }
 
 TEST(ComposeStatus, APageWhoseContentDoesNotDecodeIsAPartialResult) {
+    // Content that compose decodes: a single stream of Flate alone would be
+    // copied as stored.
     const std::string good = pageWith({"stream:q Q"});
-    const std::string broken = pageWith({"/Filter /FlateDecode stream:" + std::string(64, '\0')});
-    const std::string bomb = pageWith({flateStream(8 << 20)});
+    const std::string broken = pageWith({"/Filter /LZWDecode stream:" + std::string(64, '\xff')});
+    const std::string bomb = pageWith({"/Filter [/AHx /FlateDecode] stream:" +
+                                       pdftest::hexEncode(deflated(std::string(8 << 20, '\0')))});
     const struct {
         const char* name;
         std::string pdf;

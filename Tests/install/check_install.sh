@@ -25,4 +25,16 @@ LD_LIBRARY_PATH="$prefix/lib" "$work/b1/consumer" "$PDFKILN_SAMPLE"
 export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
 c++ -std=c++17 "$PDFKILN_CONSUMER_DIR/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs PDFKilnPage)
 LD_LIBRARY_PATH="$prefix/lib" "$work/consumer-pc" "$PDFKILN_SAMPLE"
+
+
+# The README's API tour compiles as written and runs on the sample.
+tour="$work/tour.cpp"
+awk '/^## API tour/ {on=1} on && /^```cpp/ {take=1; next} take && /^```/ {exit} take {print}' \
+  "$PDFKILN_CONSUMER_DIR/../../../README.md" > "$tour"
+[ -s "$tour" ] || { echo "no API tour in README.md"; exit 1; }
+c++ -std=c++17 -Wall -Wextra -Werror "$tour" -o "$work/tour" $(pkg-config --cflags --libs PDFKilnPage)
+LD_LIBRARY_PATH="$prefix/lib" "$work/tour" "$PDFKILN_SAMPLE" | grep -q "% page 1: form" || { echo "API tour output"; exit 1; }
+# The installed tool starts without LD_LIBRARY_PATH.
+env -u LD_LIBRARY_PATH "$prefix/bin/pdfkiln" --version >/dev/null || { echo "installed pdfkiln does not start"; exit 1; }
+echo "API tour and installed tool passed"
 echo "install check passed"

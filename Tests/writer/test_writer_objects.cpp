@@ -152,7 +152,9 @@ TEST(Numbers, WriterNumbersHaveFiveDecimalsAtMostAndATrailingBlank) {
     for (const auto& c : cases) {
         std::string s;
         CFileBlock::wrtNumberFtoStr(s, c.value);
-        if (c.text) EXPECT_EQ(s, c.text) << c.value;
+        if (c.text) {
+            EXPECT_EQ(s, c.text) << c.value;
+        }
         EXPECT_EQ(s.find_first_of("eE"), std::string::npos) << s;
         EXPECT_EQ(s.back(), ' ');
     }

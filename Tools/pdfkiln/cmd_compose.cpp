@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
@@ -20,7 +21,9 @@
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "PDFKilnPage/pdfkiln_obj_page.h"
 #include "commands.h"
+#include "conformance.h"
 #include "resource_text.h"
+#include "tool_common.h"
 
 using namespace PDF_KILN;
 
@@ -36,6 +39,7 @@ struct Options {
     int cols = 1, rows = 1;
     double sheetW = 0, sheetH = 0;  // 0: the page's own size (one per sheet) or A4 (n-up)
     std::string password;
+    bool strict = false;
     bool quiet = false;
     // Pages skipped or emptied: without it the first one stops the run.
     bool keepGoing = false;
@@ -43,79 +47,133 @@ struct Options {
     // Output encryption: "aes-128" (standard security handler, revision 4).
     std::string encrypt;
     std::string user, owner;
+    bool userGiven = false, ownerGiven = false;
     int permissions = -4;
     // Annotations and form fields: kept unless switched off.
     bool noAnnots = false, noForms = false;
     int annotsDisable = 0;
+    // Decode every page's content and compress it again, instead of copying
+    // a Flate-compressed content stream as it is stored.
+    bool recompress = false;
+    // A 7-bit output: streams in an ASCII85 layer, other bytes escaped.
+    bool ascii = false;
 };
 
-void usage() {
-    std::fputs("usage: pdfkiln compose -o OUT.pdf [--nup CxR] [--sheet WxH] [--password P] [--quiet]\n"
+void usage(FILE* to) {
+    std::fputs("usage: pdfkiln compose -o OUT.pdf [--nup CxR] [--sheet WxH] [--password P] [--strict] [--quiet]\n"
                "                       [--encrypt aes-128 --user U --owner O [--permissions P]]\n"
-               "                       [--no-annots] [--no-forms] [--annots-disable MASK] [--keep-going]\n"
-               "                       [--max-decoded SIZE] IN[:PAGES]...\n"
+               "                       [--no-annots] [--no-forms] [--annots-disable MASK] [--recompress]\n"
+               "                       [--ascii] [--keep-going] [--max-decoded SIZE] IN[:PAGES]...\n"
                "  PAGES: comma-separated numbers and ranges (3-7, 5-z); all pages when left out\n"
                "  annotations and form fields are kept, moved with their page; --no-annots drops the\n"
                "  annotations, --no-forms the form fields, --annots-disable MASK the annotation subtypes\n"
                "  whose bits are set (1 /Link, 2 /Text, ... as the library's annotation mask)\n"
+               "  a page whose content is one Flate-compressed stream is copied as stored;\n"
+               "  --recompress decodes every page's content and compresses it again\n"
+               "  a file named more than once is read once: its objects are written once\n"
+               "  --encrypt needs both --user and --owner; --permissions takes a number (the /P value)\n"
+               "  --strict reads by the library's own rules only (see pdfkiln --help)\n"
+               "  --ascii writes only 7-bit bytes: binary streams get an ASCII85 layer (their\n"
+               "  /DecodeParms kept with their filter), other bytes above 127 are escaped\n"
+               "  the first source's output intent is carried when all sources agree on it\n"
                "  a page that cannot be read, or whose content does not decode, stops the run with\n"
                "  status 3 and no output; --keep-going writes the rest (that page skipped or left\n"
                "  empty) and still ends with status 3\n"
                "  --max-decoded SIZE: largest decoded stream, and decoded content of a page (bytes,\n"
                "  or with K, M, G; default 256M; 0 for the library's own cap of 1G per stage)\n",
-               stderr);
+               to);
+}
+
+// Names the bad argument; false when there is one.
+bool bad(const std::string& message) {
+    tool::usageError("compose", message);
+    return false;
 }
 
 bool parseArgs(int argc, char** argv, Options& o) {
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
-        if ((a == "-o" || a == "--output") && i + 1 < argc) {
+        static const char* const valued[] = {"-o", "--output", "--nup", "--sheet", "--password", "--annots-disable",
+                                             "--encrypt", "--user", "--owner", "--permissions"};
+        for (const char* v : valued)
+            if (a == v && i + 1 >= argc) return bad(a + " needs a value");
+        if (a == "-o" || a == "--output") {
             o.out = argv[++i];
-        } else if (a == "--nup" && i + 1 < argc) {
-            if (std::sscanf(argv[++i], "%dx%d", &o.cols, &o.rows) != 2 || o.cols < 1 || o.rows < 1 || o.cols > 64 ||
-                o.rows > 64)
-                return false;
-        } else if (a == "--sheet" && i + 1 < argc) {
-            if (std::sscanf(argv[++i], "%lfx%lf", &o.sheetW, &o.sheetH) != 2 || !(o.sheetW > 0) || !(o.sheetH > 0) ||
-                o.sheetW > 14400 || o.sheetH > 14400)
-                return false;
-        } else if (a == "--password" && i + 1 < argc) {
+        } else if (a == "--nup") {
+            char tail = 0;
+            if (std::sscanf(argv[++i], "%dx%d%c", &o.cols, &o.rows, &tail) != 2 || o.cols < 1 || o.rows < 1 ||
+                o.cols > 64 || o.rows > 64)
+                return bad(std::string("--nup wants COLSxROWS, each from 1 to 64, not '") + argv[i] + "'");
+        } else if (a == "--sheet") {
+            char tail = 0;
+            if (std::sscanf(argv[++i], "%lfx%lf%c", &o.sheetW, &o.sheetH, &tail) != 2 || !(o.sheetW > 0) ||
+                !(o.sheetH > 0) || o.sheetW > 14400 || o.sheetH > 14400)
+                return bad(std::string("--sheet wants WIDTHxHEIGHT in points, up to 14400, not '") + argv[i] + "'");
+        } else if (a == "--password") {
             o.password = argv[++i];
+        } else if (a == "--strict") {
+            o.strict = true;
         } else if (a == "--no-annots") {
             o.noAnnots = true;
         } else if (a == "--no-forms") {
             o.noForms = true;
-        } else if (a == "--annots-disable" && i + 1 < argc) {
-            o.annotsDisable = static_cast<int>(std::strtoul(argv[++i], nullptr, 0));
+        } else if (a == "--recompress") {
+            o.recompress = true;
+        } else if (a == "--annots-disable") {
+            char* end = nullptr;
+            const unsigned long v = std::strtoul(argv[++i], &end, 0);
+            if (!*argv[i] || *end || v > 0x7fffffffUL || argv[i][0] == '-')
+                return bad(std::string("--annots-disable wants a mask (a number), not '") + argv[i] + "'");
+            o.annotsDisable = static_cast<int>(v);
+        } else if (a == "--ascii") {
+            o.ascii = true;
         } else if (a == "--quiet") {
             o.quiet = true;
         } else if (a == "--keep-going") {
             o.keepGoing = true;
-        } else if (a == "--encrypt" && i + 1 < argc) {
+        } else if (a == "--encrypt") {
             o.encrypt = argv[++i];
-            if (o.encrypt != "aes-128") return false;
-        } else if (a == "--user" && i + 1 < argc) {
+            if (o.encrypt != "aes-128") return bad("--encrypt knows aes-128 only, not '" + o.encrypt + "'");
+        } else if (a == "--user") {
             o.user = argv[++i];
-        } else if (a == "--owner" && i + 1 < argc) {
+            o.userGiven = true;
+        } else if (a == "--owner") {
             o.owner = argv[++i];
-        } else if (a == "--permissions" && i + 1 < argc) {
-            o.permissions = static_cast<int>(std::strtol(argv[++i], nullptr, 0));
+            o.ownerGiven = true;
+        } else if (a == "--permissions") {
+            char* end = nullptr;
+            const long v = std::strtol(argv[++i], &end, 0);
+            if (!*argv[i] || *end || v < INT32_MIN || v > INT32_MAX)
+                return bad(std::string("--permissions wants a number (the /P value), not '") + argv[i] + "'");
+            o.permissions = static_cast<int>(v);
         } else if (!a.empty() && a[0] == '-') {
-            return false;
+            return bad("unknown option '" + a + "'");
         } else {
             // IN:PAGES, where the colon is the last one and PAGES is made of
             // digits, commas, dashes and 'z' (a file name may hold colons).
+            // A name that is no file but whose part before the last colon
+            // is one takes what follows as a selection, to be checked.
             Input in{a, ""};
             const std::size_t c = a.rfind(':');
             if (c != std::string::npos && c + 1 < a.size() &&
-                a.find_first_not_of("0123456789,-z", c + 1) == std::string::npos) {
+                (a.find_first_not_of("0123456789,-z", c + 1) == std::string::npos ||
+                 (!tool::fileProblem(a.substr(0, c)).empty() ? false : !tool::fileProblem(a).empty()))) {
                 in.file = a.substr(0, c);
                 in.pages = a.substr(c + 1);
             }
             o.inputs.push_back(in);
         }
     }
-    return !o.out.empty() && !o.inputs.empty();
+    if (o.out.empty()) return bad("no output given (-o OUT)");
+    if (o.inputs.empty()) return bad("no input given");
+    if (!o.encrypt.empty() && (!o.userGiven || !o.ownerGiven))
+        return bad("--encrypt needs --user and --owner passwords (either may be \"\")");
+    if (o.encrypt.empty() && (o.userGiven || o.ownerGiven || o.permissions != -4))
+        return bad("--user, --owner and --permissions go with --encrypt");
+    for (const Input& in : o.inputs)
+        if (in.file == o.out || tool::sameFile(in.file, o.out))
+            return bad("-o '" + o.out + "' is an input: the output must be another file");
+    return true;
 }
 
 // Page numbers of a selection; false on a malformed one.
@@ -200,6 +258,22 @@ std::string deflate(const std::string& data) {
     return state.run(data);
 }
 
+// The current page's content as stored, when that is one stream compressed
+// with Flate alone: the form takes those bytes as they are, which saves
+// decoding and compressing them again.
+bool storedFlate(CPDFKilnPage& doc, std::string& data) {
+    const std::string* stored = nullptr;
+    std::string filter, parms;
+    if (doc.getPageContentsEncoded(&stored, filter, parms) != 0 || !parms.empty() || !stored || stored->empty())
+        return false;
+    std::string names;
+    for (char c : filter)
+        if (c != '[' && c != ']' && c != ' ' && c != '\r' && c != '\n' && c != '\t') names += c;
+    if (names != "/FlateDecode") return false;
+    data = *stored;
+    return true;
+}
+
 std::string num(double v) {
     if (std::fabs(v) < 1e-9) v = 0;
     char b[64];
@@ -217,9 +291,19 @@ public:
     void object(int n, const std::string& body) {
         if (offsets.size() <= static_cast<std::size_t>(n)) offsets.resize(static_cast<std::size_t>(n) + 1, -1);
         offsets[static_cast<std::size_t>(n)] = static_cast<long>(text.size());
-        text += std::to_string(n) + " 0 obj\n" + body + "\nendobj\n";
+        text += std::to_string(n) + " 0 obj\n" + (ascii ? sevenBitText(body) : body) + "\nendobj\n";
     }
     void stream(int n, const std::string& dict, const std::string& plain) {
+        if (ascii) {
+            const std::size_t f = dict.find("/Filter /FlateDecode");
+            const std::string layered = f == std::string::npos
+                                            ? dict + " /Filter /ASCII85Decode"
+                                            : dict.substr(0, f) + "/Filter [/ASCII85Decode /FlateDecode]" + dict.substr(f + 20);
+            ascii = false;
+            stream(n, sevenBitText(layered), ascii85(plain));
+            ascii = true;
+            return;
+        }
         std::string data = plain;
         if (encrypt.encrypted()) {
             SObj key(n, 0);
@@ -246,6 +330,7 @@ public:
     // The output's security state: what the tool writes itself is encrypted
     // with it, as the library encrypts what it delivers.
     CEncrypt encrypt;
+    bool ascii = false;
     std::string trailerExtra;
     std::string text = "%PDF-1.7\n%\xE2\xE3\xCF\xD3\n";
     int next = 1;
@@ -425,11 +510,22 @@ const char* resultText(int rc) {
 
 int cmdCompose(int argc, char** argv) {
     Options o;
-    if (!parseArgs(argc, argv, o)) {
-        usage();
-        return 2;
+    for (int i = 1; i < argc; ++i) {
+        if (!std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h")) {
+            usage(stdout);
+            return 0;
+        }
+    }
+    if (!parseArgs(argc, argv, o)) return tool::kExitUsage;
+    if (o.ascii && !o.encrypt.empty()) {
+        std::fputs("pdfkiln: --ascii cannot be combined with --encrypt\n", stderr);
+        return tool::kExitUsage;
     }
     Writer w;
+    if (o.ascii) {
+        w.ascii = true;
+        w.text = "%PDF-1.7\n";
+    }
     const int catalog = w.reserve();
     const int root = w.reserve();
     std::string fileKey;
@@ -439,38 +535,44 @@ int cmdCompose(int argc, char** argv) {
     // The status of a run that a skipped or emptied page ends.
     const auto stopped = [] {
         std::fputs("pdfkiln: stopped, no output written (--keep-going writes the other pages)\n", stderr);
-        return kExitPartial;
+        return tool::kExitPartial;
     };
 
     // Pages to do, for the progress report.
     struct Job {
-        std::unique_ptr<CPDFKilnPage> doc;
+        std::shared_ptr<CPDFKilnPage> doc;
         std::vector<int> pages;
         std::string file;
     };
     std::vector<Job> jobs;
     std::size_t total = 0;
-    for (const Input& in : o.inputs) {
+    tool::ReadOptions read;
+    read.password = o.password;
+    read.strict = o.strict;
+    for (std::size_t k = 0; k < o.inputs.size(); ++k) {
+        const Input& in = o.inputs[k];
         Job j;
         j.file = in.file;
-        j.doc.reset(new CPDFKilnPage(in.file.c_str(), o.password));
-        j.doc->setDecodedBudget(decodedBudget());
-        int rc = j.doc->init();
-        if (rc == 0 && !o.password.empty()) {
-            try {
-                j.doc->SetSourcePassword(o.password);
-            } catch (int code) {
-                rc = code;
+        // A file named again shares the facade of its first naming, so that
+        // the objects its pages share are delivered once.
+        for (std::size_t m = 0; m < k && !j.doc; ++m)
+            if (o.inputs[m].file == in.file || tool::sameFile(o.inputs[m].file, in.file)) j.doc = jobs[m].doc;
+        if (!j.doc) {
+            if (o.ascii) {
+                CPDFKilnPage_Encode* encode = new CPDFKilnPage_Encode(in.file.c_str(), o.password);
+                encode->setDecodeParmsFollow(true);
+                encode->setEncodeUnfiltered(true);
+                encode->setExactStreamStart(true);
+                j.doc.reset(encode);
+            } else {
+                j.doc.reset(new CPDFKilnPage(in.file.c_str(), o.password));
             }
-        }
-        if (rc != 0) {
-            std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", in.file.c_str(), resultText(rc), rc);
-            return 1;
+            if (int status = tool::openDocument(*j.doc, in.file, read)) return status;
         }
         if (!selectPages(in.pages, j.doc->getPageCount(), j.pages)) {
-            std::fprintf(stderr, "pdfkiln: %s: bad page selection '%s' (%d pages)\n", in.file.c_str(),
-                         in.pages.c_str(), j.doc->getPageCount());
-            return 2;
+            std::fprintf(stderr, "pdfkiln compose: %s: bad page selection '%s' (the file has %d pages)\n",
+                         in.file.c_str(), in.pages.c_str(), j.doc->getPageCount());
+            return tool::kExitUsage;
         }
         // Everything the library delivers for this source is encrypted for
         // the output: AES with a 16-byte key (cipher mode 4).
@@ -496,6 +598,9 @@ int cmdCompose(int argc, char** argv) {
         CPDFKilnPage& doc = *j.doc;
         for (int p : j.pages) {
             ++done;
+            // A shared facade may stand on this page from an earlier naming:
+            // leave it, so that the page is read afresh.
+            if (j.doc.use_count() > 1) doc.setPageNo(0);
             int rc = doc.setPageNo(p);
             if (rc != 0) {
                 std::fprintf(stderr, "pdfkiln: %s: page %d skipped: %s (%d)\n", j.file.c_str(), p, resultText(rc), rc);
@@ -546,18 +651,23 @@ int cmdCompose(int argc, char** argv) {
             }
             const std::string* contents = nullptr;
             const std::string* res = nullptr;
-            rc = doc.getPageContents(&contents);
-            if (rc != 0) {
-                // A decoder's own code is below the facade's range: the
-                // content failed in a filter all the same.
-                if (rc < 1000) rc = kResultFilterFailed;
-                std::fprintf(stderr, "pdfkiln: %s: page %d emptied: content does not decode: %s (%d)\n",
-                             j.file.c_str(), p, resultText(rc), rc);
-                ++failures;
-                if (!o.keepGoing) return stopped();
+            std::string data;
+            if (!o.recompress && storedFlate(doc, data)) {
+                // copied as stored
+            } else {
+                rc = doc.getPageContents(&contents);
+                if (rc != 0) {
+                    // A decoder's own code is below the facade's range: the
+                    // content failed in a filter all the same.
+                    if (rc < 1000) rc = kResultFilterFailed;
+                    std::fprintf(stderr, "pdfkiln: %s: page %d emptied: content does not decode: %s (%d)\n",
+                                 j.file.c_str(), p, resultText(rc), rc);
+                    ++failures;
+                    if (!o.keepGoing) return stopped();
+                }
+                data = deflate(*contents);
             }
             doc.getPageRes(&res, form);
-            const std::string data = deflate(*contents);
             w.stream(form,
                      "/Type /XObject /Subtype /Form /BBox [" + num(pl.box[0]) + " " + num(pl.box[1]) + " " +
                          num(pl.box[2]) + " " + num(pl.box[3]) + "] /Resources " + cleanResources(*res) +
@@ -569,7 +679,9 @@ int cmdCompose(int argc, char** argv) {
         }
         // The source's form: its fields that came along, merged into one.
         const std::string* formText = nullptr;
-        if (acroForm && doc.getAcroFormFields(&formText, acroForm) == 0 && formText) {
+        bool lastNaming = true;
+        for (std::size_t m = ji + 1; m < jobs.size(); ++m) lastNaming = lastNaming && jobs[m].doc != j.doc;
+        if (acroForm && lastNaming && doc.getAcroFormFields(&formText, acroForm) == 0 && formText) {
             const std::string f = dictValue(*formText, "/Fields");
             if (f.size() > 2 && f.front() == '[') fields += f.substr(1, f.size() - 2) + " ";
             if (dictValue(*formText, "/NeedAppearances") == "true") needAppearances = true;
@@ -583,7 +695,7 @@ int cmdCompose(int argc, char** argv) {
     }
     if (placed.empty()) {
         std::fputs("pdfkiln: no page could be placed\n", stderr);
-        return failures ? kExitPartial : 1;
+        return failures ? tool::kExitPartial : 1;
     }
 
     // Link targets: the sheet that shows the page, at the point the page's
@@ -667,7 +779,9 @@ int cmdCompose(int argc, char** argv) {
         const std::size_t sheetIndex = first / perSheet;
         const int pageObj = sheetObjs[sheetIndex];
         const std::string& annotRefs = sheetAnnots[sheetIndex];
-        w.stream(contentObj, "/Filter /FlateDecode", deflate(content));
+        // A sheet's few placements are not worth compressing.
+        if (content.size() < 512) w.stream(contentObj, "", content);
+        else w.stream(contentObj, "/Filter /FlateDecode", deflate(content));
         w.object(pageObj, "<< /Type /Page /Parent " + std::to_string(root) + " 0 R /MediaBox [0 0 " + num(W) + " " +
                               num(H) + "] /Resources << /XObject << " + xobjects + ">> >> /Contents " +
                               std::to_string(contentObj) + " 0 R" +
@@ -676,7 +790,19 @@ int cmdCompose(int argc, char** argv) {
         ++sheets;
     }
     w.object(root, "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(sheets) + " >>");
-    w.object(catalog, "<< /Type /Catalog /Pages " + std::to_string(root) + " 0 R" +
+    std::vector<CPDFKilnPage*> sources;
+    for (Job& j : jobs) sources.push_back(j.doc.get());
+    std::string intentNote;
+    const std::string intent = carriedOutputIntent(
+        sources,
+        [&w](const std::string& dict, const std::string& data) {
+            const int n = w.reserve();
+            w.stream(n, dict + " /Filter /FlateDecode", deflate(data));
+            return n;
+        },
+        intentNote);
+    if (!o.quiet && !intentNote.empty()) std::fprintf(stderr, "pdfkiln: %s\n", intentNote.c_str());
+    w.object(catalog, "<< /Type /Catalog " + intent + "/Pages " + std::to_string(root) + " 0 R" +
                           (acroForm && !fields.empty() ? " /AcroForm " + std::to_string(acroForm) + " 0 R" : "") +
                           " >>");
     w.finish(catalog);
@@ -691,5 +817,5 @@ int cmdCompose(int argc, char** argv) {
     if (!o.quiet)
         std::fprintf(stderr, "pdfkiln: %zu page(s) on %d sheet(s) written to %s%s\n", placed.size(), sheets,
                      o.out.c_str(), failures ? " (some pages skipped or emptied)" : "");
-    return failures ? kExitPartial : 0;
+    return failures ? tool::kExitPartial : 0;
 }

@@ -6,41 +6,45 @@
 
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "commands.h"
+#include "tool_common.h"
 
 using namespace PDF_KILN;
 
 int cmdContent(int argc, char** argv) {
     const char* file = nullptr;
-    std::string password;
+    tool::ReadOptions read;
     int page = 1;
     for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--page") && i + 1 < argc) page = std::atoi(argv[++i]);
-        else if (!std::strcmp(argv[i], "--password") && i + 1 < argc) password = argv[++i];
-        else if (!file) file = argv[i];
-        else {
-            file = nullptr;
-            break;
+        const std::string arg = argv[i];
+        if ((arg == "--page" || arg == "--password") && i + 1 >= argc)
+            return tool::usageError("content", arg + " needs a value");
+        if (arg == "--page") {
+            if (!tool::parseCount("content", "--page", argv[++i], 1 << 30, page)) return tool::kExitUsage;
+        } else if (arg == "--password") {
+            read.password = argv[++i];
+        } else if (arg == "--strict") {
+            read.strict = true;
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            return tool::usageError("content", "unknown option '" + arg + "'");
+        } else if (!file) {
+            file = argv[i];
+        } else {
+            return tool::usageError("content", "one file only; '" + arg + "' is one too many");
         }
     }
-    if (!file) {
-        std::fputs("usage: pdfkiln content FILE [--page N] [--password P]\n", stderr);
-        return 2;
+    if (!file) return tool::usageError("content", "no FILE given");
+    CPDFKilnPage doc(file, read.password);
+    if (int status = tool::openDocument(doc, file, read)) return status;
+    if (page > doc.getPageCount()) {
+        std::fprintf(stderr, "pdfkiln: %s: --page %d: the file has %d page(s)\n", file, page, doc.getPageCount());
+        return tool::kExitUsage;
     }
-    CPDFKilnPage doc(file, password);
-    doc.setDecodedBudget(decodedBudget());
-    int rc = doc.init();
-    if (rc == 0 && !password.empty()) {
-        try {
-            doc.SetSourcePassword(password);
-        } catch (int code) {
-            rc = code;
-        }
-    }
+    int rc = 0;
     if (rc == 0) rc = doc.setPageNo(page);
     const std::string* text = nullptr;
     if (rc == 0) rc = doc.getPageContents(&text);
     if (rc != 0) {
-        std::fprintf(stderr, "pdfkiln: %s: page %d: failed (%d)\n", file, page, rc);
+        std::fprintf(stderr, "pdfkiln: %s: page %d: %s (%d)\n", file, page, tool::resultText(rc), rc);
         return 1;
     }
     std::fwrite(text->data(), 1, text->size(), stdout);

@@ -7,6 +7,7 @@
 
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "commands.h"
+#include "tool_common.h"
 
 using namespace PDF_KILN;
 
@@ -31,12 +32,18 @@ bool typeByName(const std::string& name, EPDFType& type) {
 
 int cmdFind(int argc, char** argv) {
     const char* file = nullptr;
-    std::string password;
+    tool::ReadOptions read;
     FindingHint hint;
     std::vector<std::string> keys;
     for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--password") && i + 1 < argc) {
-            password = argv[++i];
+        const std::string arg = argv[i];
+        if (arg == "--password") {
+            if (i + 1 >= argc) return tool::usageError("find", "--password needs a value");
+            read.password = argv[++i];
+        } else if (arg == "--strict") {
+            read.strict = true;
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            return tool::usageError("find", "unknown option '" + arg + "'");
         } else if (!file) {
             file = argv[i];
         } else {
@@ -44,35 +51,20 @@ int cmdFind(int argc, char** argv) {
             EPDFType type = ePDFDictionary;
             std::size_t colon = wanted.find(':');
             if (colon != std::string::npos) {
-                if (!typeByName(wanted.substr(colon + 1), type)) {
-                    std::fprintf(stderr, "pdfkiln: unknown type in '%s'\n", argv[i]);
-                    return 2;
-                }
+                if (!typeByName(wanted.substr(colon + 1), type))
+                    return tool::usageError("find", "unknown type '" + wanted.substr(colon + 1) + "' in '" + arg + "'");
                 wanted.resize(colon);
             }
             if (wanted.empty() || wanted[0] != '/') wanted.insert(0, "/");
+            if (wanted.size() < 2) return tool::usageError("find", "empty key in '" + arg + "'");
             hint.insertHintInfo(wanted.c_str(), type);
             keys.push_back(wanted);
         }
     }
-    if (!file || keys.empty()) {
-        std::fputs("usage: pdfkiln find FILE [--password P] /Key[:type]...\n", stderr);
-        return 2;
-    }
-    CPDFKilnPage doc(file, password);
-    doc.setDecodedBudget(decodedBudget());
-    int rc = doc.init();
-    if (rc == 0 && !password.empty()) {
-        try {
-            doc.SetSourcePassword(password);
-        } catch (int code) {
-            rc = code;
-        }
-    }
-    if (rc != 0) {
-        std::fprintf(stderr, "pdfkiln: %s: cannot open (%d)\n", file, rc);
-        return 1;
-    }
+    if (!file) return tool::usageError("find", "no FILE given");
+    if (keys.empty()) return tool::usageError("find", "no /Key given");
+    CPDFKilnPage doc(file, read.password);
+    if (int status = tool::openDocument(doc, file, read)) return status;
     try {
         FindingValue finder(hint, doc.getSource());
         finder.find(true);

@@ -1,11 +1,14 @@
 // pdfkiln info / pdfkiln xref: what the reader learned about a file.
 #include <cstdio>
 #include <cstdlib>
+#include <cctype>
 #include <cstring>
 #include <string>
 
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "commands.h"
+#include "conformance.h"
+#include "tool_common.h"
 
 using namespace PDF_KILN;
 
@@ -27,7 +30,7 @@ std::string jsonString(const std::string& v) {
         if (c == '"' || c == '\\') {
             s += '\\';
             s += static_cast<char>(c);
-        } else if (c < 0x20 || c >= 0x7f) {
+        } else if (c < 0x20 || c == 0x7f) {
             char b[8];
             std::snprintf(b, sizeof b, "\\u%04x", c);
             s += b;
@@ -38,11 +41,11 @@ std::string jsonString(const std::string& v) {
     return s + "\"";
 }
 
-// Text for a person: non-printable bytes as \ooo.
+// Text for a person: control bytes as \ooo; UTF-8 passes.
 std::string printable(const std::string& v) {
     std::string s;
     for (unsigned char c : v) {
-        if (c >= 0x20 && c < 0x7f) s += static_cast<char>(c);
+        if (c >= 0x20 && c != 0x7f) s += static_cast<char>(c);
         else {
             char b[8];
             std::snprintf(b, sizeof b, "\\%03o", c);
@@ -52,40 +55,98 @@ std::string printable(const std::string& v) {
     return s;
 }
 
+void appendUtf8(std::string& out, unsigned long c) {
+    if (c < 0x80) {
+        out += static_cast<char>(c);
+    } else if (c < 0x800) {
+        out += static_cast<char>(0xC0 | (c >> 6));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        out += static_cast<char>(0xE0 | (c >> 12));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (c >> 18));
+        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+}
+
+// A PDF text string as UTF-8: UTF-16BE behind its byte order mark, UTF-8
+// behind its mark, otherwise one byte per character (PDFDocEncoding, read
+// as Latin-1 above 127).
+std::string textString(const std::string& v) {
+    std::string out;
+    if (v.size() >= 2 && static_cast<unsigned char>(v[0]) == 0xFE && static_cast<unsigned char>(v[1]) == 0xFF) {
+        for (std::size_t i = 2; i + 1 < v.size(); i += 2) {
+            unsigned long c = (static_cast<unsigned char>(v[i]) << 8) | static_cast<unsigned char>(v[i + 1]);
+            if (c >= 0xD800 && c < 0xDC00 && i + 3 < v.size()) {
+                const unsigned long low =
+                    (static_cast<unsigned char>(v[i + 2]) << 8) | static_cast<unsigned char>(v[i + 3]);
+                if (low >= 0xDC00 && low < 0xE000) {
+                    c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
+                    i += 2;
+                }
+            }
+            if (c >= 0xD800 && c < 0xE000) c = 0xFFFD;
+            appendUtf8(out, c);
+        }
+        return out;
+    }
+    if (v.size() >= 3 && v.compare(0, 3, "\xEF\xBB\xBF") == 0) return v.substr(3);
+    for (unsigned char c : v) appendUtf8(out, c);
+    return out;
+}
+
+// Whether the dictionary text has `key` (followed by a delimiter or blank).
+bool hasKey(const std::string& text, const std::string& key) {
+    for (std::size_t p = text.find(key); p != std::string::npos; p = text.find(key, p + 1)) {
+        const std::size_t e = p + key.size();
+        if (e >= text.size() || !std::isalnum(static_cast<unsigned char>(text[e]))) return true;
+    }
+    return false;
+}
+
 std::string ref(const SObj& o) { return std::to_string(o.num) + " " + std::to_string(o.gen) + " R"; }
 
 struct Args {
     const char* file = nullptr;
-    std::string password;
+    tool::ReadOptions read;
     bool json = false;
     bool ok = true;
     int page = 0;         // --page N
     bool objects = false; // --objects
 };
 
-Args parse(int argc, char** argv) {
+Args parse(const char* command, int argc, char** argv) {
     Args a;
-    for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--json")) a.json = true;
-        else if (!std::strcmp(argv[i], "--password") && i + 1 < argc) a.password = argv[++i];
-        else if (!std::strcmp(argv[i], "--page") && i + 1 < argc) a.page = std::atoi(argv[++i]);
-        else if (!std::strcmp(argv[i], "--objects")) a.objects = true;
-        else if (argv[i][0] == '-' && argv[i][1]) a.ok = false;
-        else if (!a.file) a.file = argv[i];
-        else a.ok = false;
+    for (int i = 1; i < argc && a.ok; ++i) {
+        const std::string arg = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (arg == "--json") a.json = true;
+        else if (arg == "--strict") a.read.strict = true;
+        else if (arg == "--password" && hasValue) a.read.password = argv[++i];
+        else if (arg == "--page" && hasValue) a.ok = tool::parseCount(command, "--page", argv[++i], 1 << 30, a.page);
+        else if (arg == "--objects") a.objects = true;
+        else if ((arg == "--password" || arg == "--page") && !hasValue) {
+            tool::usageError(command, arg + " needs a value");
+            a.ok = false;
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            tool::usageError(command, "unknown option '" + arg + "'");
+            a.ok = false;
+        } else if (!a.file) {
+            a.file = argv[i];
+        } else {
+            tool::usageError(command, "one file only; '" + arg + "' is one too many");
+            a.ok = false;
+        }
     }
-    if (!a.file) a.ok = false;
+    if (a.ok && !a.file) {
+        tool::usageError(command, "no FILE given");
+        a.ok = false;
+    }
     return a;
-}
-
-const char* resultText(int rc) {
-    switch (rc) {
-        case kResultBadFile: return "not a usable PDF file";
-        case kResultBadXRef: return "the cross-reference chain could not be read";
-        case kResultNotLocalised: return "the catalog could not be located";
-        case kResultStdException: return "internal error while reading";
-        default: return "open failed";
-    }
 }
 
 std::string rectText(float x1, float y1, float x2, float y2, bool json) {
@@ -104,9 +165,13 @@ void printPages(CPDFKilnPage& doc, bool json) {
         float r[4];
         std::string line;
         for (int b = 0; b < 5; ++b) {
+            r[0] = r[1] = r[2] = r[3] = 0;
             doc.getPageBox(p, static_cast<CPDFKilnPage::EBox>(b), r[0], r[1], r[2], r[3]);
-            if (json) line += std::string(b ? ", " : "") + "\"" + names[b] + "\": " + rectText(r[0], r[1], r[2], r[3], true);
-            else line += std::string(" /") + names[b] + " " + rectText(r[0], r[1], r[2], r[3], false);
+            // The page tree leaves a box the page does not have at zero.
+            const bool absent = r[0] == 0 && r[1] == 0 && r[2] == 0 && r[3] == 0;
+            const std::string value = absent ? (json ? "null" : "absent") : rectText(r[0], r[1], r[2], r[3], json);
+            if (json) line += std::string(b ? ", " : "") + "\"" + names[b] + "\": " + value;
+            else line += std::string(" /") + names[b] + " " + value;
         }
         float w = 0, h = 0;
         doc.getPageSize(p, w, h, CPDFKilnPage::eVisibleBox);
@@ -142,29 +207,16 @@ int printPageObjects(CPDFKilnPage& doc, int page) {
 }  // namespace
 
 int cmdInfo(int argc, char** argv) {
-    Args a = parse(argc, argv);
-    if (!a.ok) {
-        std::fputs("usage: pdfkiln info FILE [--password P] [--json] [--page N --objects]\n", stderr);
-        return 2;
-    }
-    CPDFKilnPage doc(a.file, a.password);
-    doc.setDecodedBudget(decodedBudget());
-    int rc = doc.init();
-    if (rc == 0 && !a.password.empty()) {
-        try {
-            doc.SetSourcePassword(a.password);
-        } catch (int code) {
-            rc = code;
-        }
-    }
-    if (rc != 0) {
-        std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", a.file, resultText(rc), rc);
-        return 1;
-    }
+    Args a = parse("info", argc, argv);
+    if (!a.ok) return tool::kExitUsage;
+    if (a.objects != (a.page > 0)) return tool::usageError("info", "--objects and --page N go together");
+    CPDFKilnPage doc(a.file, a.read.password);
+    if (int status = tool::openDocument(doc, a.file, a.read)) return status;
     if (a.objects) {
-        if (a.page < 1) {
-            std::fputs("pdfkiln: --objects needs --page N\n", stderr);
-            return 2;
+        if (a.page > doc.getPageCount()) {
+            std::fprintf(stderr, "pdfkiln: %s: --page %d: the file has %d page(s)\n", a.file, a.page,
+                         doc.getPageCount());
+            return tool::kExitUsage;
         }
         return printPageObjects(doc, a.page);
     }
@@ -177,6 +229,20 @@ int cmdInfo(int argc, char** argv) {
     const CEncrypt& enc = fi.encrypt;
     const std::string id1 = hex(fi.fileId.id1, fi.fileId.id1Length);
     const std::string id2 = hex(fi.fileId.id2, fi.fileId.id2Length);
+    // Only the fields the file's /Info has: the reader starts from the
+    // writer's defaults, which are no part of the file.
+    std::string infoText;
+    if (fi.info.self.num > 0) {
+        CDestFile sink;
+        sink.modeFlags |= CDestFile::kKeepNumbers;
+        CObj obj(fi.info.self);
+        src.clear();
+        try {
+            if (obj.LocalObj(sink, src)) infoText = sink;
+        } catch (...) {
+        }
+        src.clear();
+    }
     struct Field { const char* key; const std::string* value; };
     const Field fields[] = {{"Title", &info.title},       {"Author", &info.author},
                             {"Subject", &info.subject},   {"Keywords", &info.keywords},
@@ -188,8 +254,9 @@ int cmdInfo(int argc, char** argv) {
         std::printf("{\n  \"file\": %s,\n", jsonString(a.file).c_str());
         std::printf("  \"version\": %s,\n  \"headerOffset\": %d,\n", jsonString(src.version).c_str(), src.headerOffset);
         std::printf("  \"xref\": {\"classicSections\": %d, \"xrefStreams\": %d, \"objects\": %zu, "
-                    "\"free\": %d, \"inUse\": %d, \"compressed\": %d},\n",
-                    fi.classicSections, fi.xrefStreams, fi.objTable->size(), byKind[0], byKind[1], byKind[2]);
+                    "\"free\": %d, \"inUse\": %d, \"compressed\": %d, \"rebuilt\": %s},\n",
+                    fi.classicSections, fi.xrefStreams, fi.objTable->size(), byKind[0], byKind[1], byKind[2],
+                    doc.isObjectTableRebuilt() ? "true" : "false");
         std::printf("  \"trailer\": {\"Size\": %d, \"Root\": %s, \"Info\": %s, \"Encrypt\": %s, \"ID\": [%s, %s]},\n",
                     fi.size, jsonString(ref(fi.rootRef)).c_str(),
                     fi.info.self.num ? jsonString(ref(fi.info.self)).c_str() : "null",
@@ -198,8 +265,11 @@ int cmdInfo(int argc, char** argv) {
         std::printf("  \"info\": {");
         for (std::size_t i = 0; i < sizeof fields / sizeof fields[0]; ++i)
             std::printf("%s%s: %s", i ? ", " : "", jsonString(fields[i].key).c_str(),
-                        jsonString(*fields[i].value).c_str());
+                        hasKey(infoText, std::string("/") + fields[i].key)
+                            ? jsonString(textString(*fields[i].value)).c_str()
+                            : "null");
         std::printf("},\n");
+        printConformance(doc, true);
         printPages(doc, true);
         if (enc.handlerKind) {
             std::printf("  \"encrypt\": {\"Filter\": %s, \"V\": %d, \"R\": %d, \"Length\": %d, \"P\": %d, "
@@ -217,7 +287,9 @@ int cmdInfo(int argc, char** argv) {
     std::printf("file:            %s\n", a.file);
     printPages(doc, false);
     std::printf("version:         %s (header at offset %d)\n", src.version.c_str(), src.headerOffset);
-    std::printf("cross-reference: %d classic section(s), %d stream(s)\n", fi.classicSections, fi.xrefStreams);
+    printConformance(doc, false);
+    std::printf("cross-reference: %d classic section(s), %d stream(s)%s\n", fi.classicSections, fi.xrefStreams,
+                doc.isObjectTableRebuilt() ? "; the table was rebuilt from the objects in the file" : "");
     std::printf("objects:         %zu (%d in use, %d in object streams, %d free)\n", fi.objTable->size(), byKind[1],
                 byKind[2], byKind[0]);
     std::printf("trailer:\n");
@@ -228,7 +300,10 @@ int cmdInfo(int argc, char** argv) {
     else if (enc.handlerKind) std::printf("  /Encrypt       (direct dictionary)\n");
     if (fi.fileId.id1Length) std::printf("  /ID            <%s> <%s>\n", id1.c_str(), id2.c_str());
     std::printf("info:\n");
-    for (const Field& f : fields) std::printf("  /%-13s %s\n", f.key, printable(*f.value).c_str());
+    if (infoText.empty()) std::printf("  (none)\n");
+    for (const Field& f : fields)
+        if (hasKey(infoText, std::string("/") + f.key))
+            std::printf("  /%-13s %s\n", f.key, printable(textString(*f.value)).c_str());
     if (enc.handlerKind) {
         std::printf("encrypt:\n");
         std::printf("  /Filter        %s\n", enc.Filter);
@@ -243,16 +318,21 @@ int cmdInfo(int argc, char** argv) {
 }
 
 int cmdXref(int argc, char** argv) {
-    Args a = parse(argc, argv);
-    if (!a.ok) {
-        std::fputs("usage: pdfkiln xref FILE [--json]\n", stderr);
-        return 2;
+    Args a = parse("xref", argc, argv);
+    if (!a.ok) return tool::kExitUsage;
+    if (a.page || a.objects) return tool::usageError("xref", "takes FILE [--json] [--strict]");
+    const std::string problem = tool::fileProblem(a.file);
+    if (!problem.empty()) {
+        std::fprintf(stderr, "pdfkiln: %s: %s\n", a.file, problem.c_str());
+        return tool::kExitFailed;
     }
-    CPDFKilnPage doc(a.file, a.password);
+    CPDFKilnPage doc(a.file, a.read.password);
+    doc.setBalancedStrings(!a.read.strict);
+    doc.setRebuildObjectTable(!a.read.strict);
     doc.setDecodedBudget(decodedBudget());
     int rc = doc.init();
     if (rc != 0 && rc != kResultNotLocalised) {
-        std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", a.file, resultText(rc), rc);
+        std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", a.file, tool::resultText(rc), rc);
         return 1;
     }
     const ObjTable& table = *doc.getSource()->fileInfo.objTable;

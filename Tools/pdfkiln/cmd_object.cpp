@@ -7,6 +7,7 @@
 
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "commands.h"
+#include "tool_common.h"
 
 using namespace PDF_KILN;
 
@@ -49,31 +50,48 @@ bool render(CSourFile& src, const SObj& key, CDestFile& sink) {
 
 int cmdObject(int argc, char** argv) {
     const char* file = nullptr;
-    bool all = false, json = false;
-    long num = -1, gen = 0;
+    bool all = false, json = false, strict = false;
+    int num = -1, gen = 0;
+    bool haveGen = false;
     for (int i = 1; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--all")) all = true;
-        else if (!std::strcmp(argv[i], "--json")) json = true;
+        const std::string arg = argv[i];
+        if (arg == "--all") all = true;
+        else if (arg == "--json") json = true;
+        else if (arg == "--strict") strict = true;
+        else if (arg.size() > 1 && arg[0] == '-') return tool::usageError("object", "unknown option '" + arg + "'");
         else if (!file) file = argv[i];
-        else if (num < 0) num = std::strtol(argv[i], nullptr, 10);
-        else gen = std::strtol(argv[i], nullptr, 10);
+        else if (num < 0) {
+            // Object 0 is the head of the free list: never an object.
+            if (!tool::parseCount("object", "N", argv[i], 1 << 30, num)) return tool::kExitUsage;
+        } else if (!haveGen) {
+            if (arg != "0" && !tool::parseCount("object", "G", argv[i], 65535, gen)) return tool::kExitUsage;
+            haveGen = true;
+        } else {
+            return tool::usageError("object", "'" + arg + "' is one argument too many");
+        }
     }
-    if (!file || (!all && num < 0)) {
-        std::fputs("usage: pdfkiln object FILE N [G] | pdfkiln object FILE --all [--json]\n", stderr);
-        return 2;
+    if (!file) return tool::usageError("object", "no FILE given");
+    if (all == (num >= 0)) return tool::usageError("object", "give either N [G] or --all");
+    if (json && !all) return tool::usageError("object", "--json goes with --all");
+    const std::string problem = tool::fileProblem(file);
+    if (!problem.empty()) {
+        std::fprintf(stderr, "pdfkiln: %s: %s\n", file, problem.c_str());
+        return tool::kExitFailed;
     }
     CPDFKilnPage doc(file, "");
+    doc.setBalancedStrings(!strict);
+    doc.setRebuildObjectTable(!strict);
     doc.setDecodedBudget(decodedBudget());
     int rc = doc.init();
     if (rc != 0 && rc != kResultNotLocalised) {
-        std::fprintf(stderr, "pdfkiln: %s: cannot open (%d)\n", file, rc);
+        std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", file, tool::resultText(rc), rc);
         return 1;
     }
     CSourFile& src = *doc.getSource();
     if (!all) {
         CDestFile sink;
-        if (!render(src, SObj(static_cast<int>(num), static_cast<int>(gen)), sink)) {
-            std::fprintf(stderr, "pdfkiln: object %ld %ld cannot be located\n", num, gen);
+        if (!render(src, SObj(num, gen), sink)) {
+            std::fprintf(stderr, "pdfkiln: object %d %d cannot be located\n", num, gen);
             return 1;
         }
         std::fwrite(sink.data(), 1, sink.size(), stdout);

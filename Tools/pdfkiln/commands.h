@@ -12,9 +12,8 @@ int cmdJbig2(int argc, char** argv);
 int cmdCompose(int argc, char** argv);
 int cmdFind(int argc, char** argv);
 int cmdContent(int argc, char** argv);
-
-// Exit status of a compose run with pages skipped or emptied.
-constexpr int kExitPartial = 3;
+int cmdMerge(int argc, char** argv);
+int cmdSplit(int argc, char** argv);
 
 // The decoded-size budget that every command hands to the library: the value
 // of --max-decoded (any command), 256 MiB when none is given.

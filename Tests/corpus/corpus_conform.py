@@ -1,0 +1,201 @@
+#!/usr/bin/env python3
+"""Conformance claims against the peers: `pdfkiln info --json` on ghostscript's
+PDF/A-1b, PDF/A-2b and PDF/X-3 outputs (made here, with ICC profiles of
+Debian's icc-profiles-free) and on every file of the qpdf corpus. The version,
+the PDF/X and the PDF/A claim that the library's code says must equal what
+pikepdf reads (header and catalog /Version, open_metadata().pdfa_status) and
+what /GTS_PDFXVersion says as qpdf shows the /Info object; each output
+intent's /S, identifier and profile bytes must equal pikepdf's decoded
+/DestOutputProfile. A difference is allowed only for a file named in
+conform-explained.txt with the rule that makes it; any other fails.
+
+usage: corpus_conform.py PDFKILN_TOOL CORPUS_DIR
+"""
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import zlib
+
+try:
+    import pikepdf
+except ImportError:  # Debian's python3-pikepdf belongs to the system interpreter
+    if os.path.exists("/usr/bin/python3") and os.path.realpath(sys.executable) != "/usr/bin/python3" \
+            and not os.environ.get("PDFKILN_CONFORM_REEXEC"):
+        os.environ["PDFKILN_CONFORM_REEXEC"] = "1"
+        os.execv("/usr/bin/python3", ["/usr/bin/python3"] + sys.argv)
+    print("pikepdf not installed; skipped")
+    sys.exit(0)
+
+from corpus_common import load_explained, run
+
+X_KINDS = {1: "PDF/X-1:2001", 2: "PDF/X-1a:2001", 3: "PDF/X-3:2002", 4: "PDF/X-1a:2003", 5: "PDF/X-2:2003",
+           6: "PDF/X-3:2003", 7: "PDF/X-4", 8: "PDF/X-4p", 9: "PDF/X-5g", 10: "PDF/X-5n", 11: "PDF/X-5pg"}
+A_KINDS = {1: "1A", 2: "1B", 3: "2A", 4: "2B", 5: "2U", 6: "3A", 7: "3B", 8: "3U"}
+ICC = "/usr/share/color/icc"
+PS = b"""%!PS
+/Helvetica findfont 24 scalefont setfont 72 700 moveto (Conformance) show
+0.3 setgray 72 500 200 100 rectfill showpage
+"""
+
+
+def make_ghostscript_files(tmp):
+    """ghostscript's PDF/A-1b, PDF/A-2b and PDF/X-3 outputs; {} without gs or the profiles."""
+    lib = None
+    for root in ("/usr/share/ghostscript",):
+        for d, _, fs in os.walk(root):
+            if "PDFA_def.ps" in fs and "PDFX_def.ps" in fs:
+                lib = d
+    if not shutil.which("gs") or not lib or not os.path.exists(ICC + "/sRGB.icc"):
+        print("ghostscript or its ICC profiles missing; its files skipped")
+        return {}
+    ps = os.path.join(tmp, "in.ps")
+    with open(ps, "wb") as f:
+        f.write(PS)
+    defs = {}
+    for kind, name, profile in (("a", "PDFA_def.ps", "sRGB.icc"), ("x", "PDFX_def.ps", "Gray.icc")):
+        with open(os.path.join(lib, name), "rb") as f:
+            text = f.read()
+        text = re.sub(rb"/ICCProfile \([^)]*\)", b"/ICCProfile (" + (ICC + "/" + profile).encode() + b")", text)
+        defs[kind] = os.path.join(tmp, name)
+        with open(defs[kind], "wb") as f:
+            f.write(text)
+    made = {}
+    common = ["gs", "-q", "-dNOPAUSE", "-dBATCH", "-dSAFER", "--permit-file-read=%s/" % ICC, "-sDEVICE=pdfwrite"]
+    for name, extra, d in (("gs-pdfa1b.pdf", ["-dPDFA=1", "-dPDFACompatibilityPolicy=1",
+                                              "-sColorConversionStrategy=RGB"], "a"),
+                           ("gs-pdfa2b.pdf", ["-dPDFA=2", "-dPDFACompatibilityPolicy=1",
+                                              "-sColorConversionStrategy=RGB"], "a"),
+                           ("gs-pdfx3.pdf", ["-dPDFX", "-sColorConversionStrategy=Gray"], "x")):
+        out = os.path.join(tmp, name)
+        rc, _ = run(common + extra + ["-o", out, defs[d], ps], timeout=120)
+        if rc == 0 and os.path.exists(out):
+            made[name] = out
+        else:
+            print("FAIL ghostscript did not make %s" % name)
+    return made
+
+
+def qpdf_info_pdfx(path):
+    """/GTS_PDFXVersion of the trailer's /Info as qpdf shows the object, or None."""
+    rc, trailer = run(["qpdf", "--show-object=trailer", path])
+    m = re.search(rb"/Info (\d+) (\d+) R", trailer or b"")
+    if not m:
+        return None
+    rc, info = run(["qpdf", "--show-object=%s,%s" % (m.group(1).decode(), m.group(2).decode()), path])
+    m = re.search(rb"/GTS_PDFXVersion \(([^)]*)\)", info or b"")
+    return m.group(1).decode("latin-1") if m else None
+
+
+def peer_view(path):
+    """What pikepdf and qpdf say: (version, pdfx, pdfa, intents) or None when pikepdf cannot open it."""
+    try:
+        with pikepdf.open(path) as pdf:
+            version = pdf.pdf_version
+            root_version = pdf.Root.get("/Version")
+            if root_version is not None and str(root_version).lstrip("/") > version:
+                version = str(root_version).lstrip("/")
+            pdfa = ""
+            try:
+                pdfa = pdf.open_metadata().pdfa_status or ""
+            except Exception:
+                pdfa = "?"
+            intents = []
+            for oi in pdf.Root.get("/OutputIntents", []):
+                profile = oi.get("/DestOutputProfile")
+                data = profile.read_bytes() if profile is not None else b""
+                ident = oi.get("/OutputConditionIdentifier")
+                intents.append((str(oi.get("/S", "")), bytes(ident) if ident is not None else b"",
+                                len(data), zlib.crc32(data)))
+    except Exception:
+        return None
+    return version, qpdf_info_pdfx(path), pdfa, intents
+
+
+def our_view(tool, path):
+    rc, out = run([tool, "info", "--json", path], timeout=60)
+    if rc != 0:
+        return None
+    try:
+        c = json.loads(out.decode("utf-8", "replace"))["conformance"]
+    except (ValueError, KeyError):
+        return "bad json"
+    code = c["versionCode"]
+    if code is None:
+        return "XMP does not read"
+    low = code & 0xFF
+    version = "2.0" if low == 10 else "1.%d" % low
+    x = X_KINDS.get((code >> 8) & 15, "other" if (code >> 8) & 15 else None)
+    a = A_KINDS.get((code >> 12) & 15, "other" if (code >> 12) & 15 else "")
+    intents = [(i["S"], i["OutputConditionIdentifier"], i["profileSize"], i["profileCrc32"])
+               for i in c["outputIntents"]]
+    return version, x, a, intents
+
+
+def compare(ours, peer):
+    """The differences, as short texts."""
+    if isinstance(ours, str):
+        return [ours]
+    diffs = []
+    version, pdfx, pdfa, intents = peer
+    if ours[0] != version:
+        diffs.append("version %s, peers %s" % (ours[0], version))
+    if ours[1] != pdfx:
+        diffs.append("PDF/X %s, peers %s" % (ours[1], pdfx))
+    if ours[2] != pdfa:
+        diffs.append("PDF/A %r, peers %r" % (ours[2], pdfa))
+    if len(ours[3]) != len(intents):
+        diffs.append("%d output intents, peers %d" % (len(ours[3]), len(intents)))
+    for o, p in zip(ours[3], intents):
+        if o[0] != p[0] or o[1].encode("latin-1", "replace") != p[1] or o[2:] != p[2:]:
+            diffs.append("intent %s/%s/%d bytes, peers %s/%r/%d bytes" % (o[0], o[1], o[2], p[0], p[1], p[2]))
+    return diffs
+
+
+def main():
+    tool, corpus = sys.argv[1], sys.argv[2]
+    if run(["qpdf", "--version"])[0] != 0:
+        print("qpdf not installed; skipped")
+        return 0
+    explained = load_explained("conform-explained.txt")
+    failures, others = [], []
+    checked = claims = 0
+    with tempfile.TemporaryDirectory() as tmp:
+        files = make_ghostscript_files(tmp)
+        base = os.path.join(corpus, "qpdf")
+        if os.path.isdir(base):
+            for d, _, fs in os.walk(base):
+                for f in fs:
+                    if f.endswith(".pdf"):
+                        files[os.path.relpath(os.path.join(d, f), base)] = os.path.join(d, f)
+        for name in sorted(files):
+            peer = peer_view(files[name])
+            if peer is None:
+                continue
+            ours = our_view(tool, files[name])
+            if ours is None:
+                continue
+            checked += 1
+            if peer[1] or peer[2] or peer[3]:
+                claims += 1
+            diffs = compare(ours, peer)
+            if not diffs:
+                continue
+            if name in explained:
+                others.append("%s: %s (%s)" % (name, "; ".join(diffs), explained[name]))
+            else:
+                failures.append("%s: %s" % (name, "; ".join(diffs)))
+    print("%d files compared, %d with a claim or an output intent, %d explained differences"
+          % (checked, claims, len(others)))
+    for o in others:
+        print("explained: " + o)
+    for f in failures:
+        print("FAIL " + f)
+    return 1 if failures or checked == 0 else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,131 @@
+#!/usr/bin/env python3
+"""Installs the build into a scratch prefix and runs the installed pdfkiln
+through a table of cases: arguments, expected exit status, a text the
+output must hold (and one it must not). Inputs are built here, small.
+
+usage: tool_points.py BUILD_DIR SOURCE_DIR CORPUS_DIR
+"""
+import os
+import subprocess
+import sys
+import tempfile
+
+
+def pdf(objects, root=1, broken_startxref=False, info=None):
+    """A classic PDF of the object bodies given (numbered from 1)."""
+    out = b"%PDF-1.4\n"
+    offsets = []
+    for i, body in enumerate(objects, 1):
+        offsets.append(len(out))
+        out += b"%d 0 obj\n%s\nendobj\n" % (i, body)
+    xref = len(out)
+    out += b"xref\n0 %d\n0000000000 65535 f \n" % (len(objects) + 1)
+    for o in offsets:
+        out += b"%010d 00000 n \n" % o
+    out += b"trailer\n<< /Size %d /Root %d 0 R%s >>\n" % (len(objects) + 1, root,
+                                                         b" /Info %d 0 R" % info if info else b"")
+    out += b"startxref\n%d\n%%%%EOF\n" % (12345678 if broken_startxref else xref)
+    return out
+
+
+PAGE = [b"<< /Type /Catalog /Pages 2 0 R >>",
+        b"<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+        b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R /Resources << >>"
+        b" /PieceNote (a (nested) note) >>",
+        b"<< /Length 20 >>\nstream\n0 0 1 rg 0 0 50 50 re f\nendstream"]
+UTF16 = PAGE[:4] + [b"<< /Title <FEFF00500072006900E8007200650020D83DDE00> >>"]
+
+
+def main():
+    build, source, corpus = sys.argv[1:4]
+    tmp = tempfile.mkdtemp()
+    prefix = os.path.join(tmp, "prefix")
+    subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True, capture_output=True)
+    tool = os.path.join(prefix, "bin", "pdfkiln")
+    files = {
+        "nested": pdf(PAGE),
+        "nostartxref": pdf(PAGE, broken_startxref=True),
+        "utf16": pdf(UTF16, info=5),
+    }
+    for name, data in files.items():
+        with open(os.path.join(tmp, name + ".pdf"), "wb") as f:
+            f.write(data)
+    t = lambda n: os.path.join(tmp, n)
+    sample = os.path.join(source, "samples", "sample.pdf")
+    enc = os.path.join(corpus, "qpdf", "qpdf", "qtest", "qpdf", "enc-R3,V2,U=view,O=master.pdf")
+    qpdf_ok = subprocess.run(["qpdf", "--version"], capture_output=True).returncode == 0
+    env = {k: v for k, v in os.environ.items() if k != "LD_LIBRARY_PATH"}
+
+    # (point, arguments, status, text in output, text not in output, output file qpdf must accept)
+    cases = [
+        (1, ["compose", "-o", t("o1.pdf"), t("nested.pdf")], 0, "written", None, t("o1.pdf")),
+        (1, ["object", t("nested.pdf"), "3"], 0, "(a \\(nested\\) note)", None, None),
+        (1, ["object", "--strict", t("nested.pdf"), "3"], 0, "(a \\(nested)", None, None),
+        (2, ["info", t("nostartxref.pdf")], 0, "rebuilt", None, None),
+        (2, ["compose", "-o", t("o2.pdf"), t("nostartxref.pdf")], 0, "written", None, t("o2.pdf")),
+        (2, ["info", "--strict", t("nostartxref.pdf")], 1, "(100", None, None),
+        (3, ["merge", "-o", t("m.pdf"), sample, t("nested.pdf"), "--select", "2:1 1:0"], 0, "", None, t("m.pdf")),
+        (3, ["merge", "-o", t("m.pdf"), sample, "--select", "1:9"], 2, "selects no page", None, None),
+        (3, ["split", sample, "--pages-per-file", "1", "-o", t("s-%d.pdf")], 0, "", None, t("s-2.pdf")),
+        (3, ["help", "merge"], 0, "1:1~5", None, None),
+        (4, ["info", enc], 4, "password is required", "pages", None),
+        (4, ["info", enc, "--password", "wrong"], 4, "password is not correct", None, None),
+        (4, ["content", enc], 4, "password", None, None),
+        (4, ["compose", "-o", t("o4.pdf"), enc], 4, "password", None, None),
+        (4, ["info", enc, "--password", "view"], 0, "pages:           30", None, None),
+        (5, ["info", sample], 0, "/MediaBox", "PDF_KILN", None),
+        (5, ["info", t("nested.pdf")], 0, "/TrimBox absent", "Zarnoth", None),
+        (5, ["info", t("utf16.pdf")], 0, "Prière 😀", "\\376", None),
+        (5, ["info", "--json", t("utf16.pdf")], 0, '"Author": null', None, None),
+        (6, ["info", sample, "--page", "0", "--objects"], 2, "--page", None, None),
+        (6, ["info", sample, "--page", "x", "--objects"], 2, "'x'", None, None),
+        (6, ["info", sample, "--page", "1.5", "--objects"], 2, "'1.5'", None, None),
+        (6, ["compose", "-o", t("o6.pdf"), sample + ":abc"], 2, "bad page selection 'abc'", None, None),
+        (6, ["info", t("missing.pdf")], 1, "No such file", None, None),
+        (6, ["info", tmp], 1, "Is a directory", None, None),
+        (6, ["compose", "-o", t("o6.pdf"), "--nup", "0x2", sample], 2, "--nup", None, None),
+        (6, ["compose", "-o", t("o6.pdf"), "--sheet", "axb", sample], 2, "--sheet", None, None),
+        (6, ["compose", "-o", t("o6.pdf"), "--frobnicate", sample], 2, "'--frobnicate'", None, None),
+        (6, ["compose", "-o", t("o6.pdf"), "--encrypt", "aes-128", "--user", "u", "--owner", "o",
+             "--permissions", "foo", sample], 2, "'foo'", None, None),
+        (6, ["compose", "-o", sample, sample], 2, "is an input", None, None),
+        (6, ["compose", "-o", t("o6.pdf"), "--encrypt", "aes-128", sample], 2, "--user and --owner", None, None),
+        (7, ["compose", "-o", t("o7.pdf"), sample + ":1", sample + ":2"], 0, "written", None, t("o7.pdf")),
+        (8, ["--version"], 0, "pdfkiln 7", None, None),
+        (8, ["help", "compose"], 0, "--nup", None, None),
+        (8, ["object", "--help"], 0, "JSON Lines", None, None),
+        (8, ["help", "find"], 0, "breadth first", None, None),
+        (9, ["info", sample], 0, "pages:", None, None),
+    ]
+    failures = []
+    for point, args, status, want, unwanted, check in cases:
+        p = subprocess.run([tool] + args, capture_output=True, env=env, timeout=60)
+        text = (p.stdout + p.stderr).decode("utf-8", "replace")
+        label = "point %d: pdfkiln %s" % (point, " ".join(os.path.basename(a) if a.startswith(tmp) else a for a in args))
+        if p.returncode != status:
+            failures.append("%s: exit %d, wanted %d\n%s" % (label, p.returncode, status, text[:300]))
+        elif want and want not in text:
+            failures.append("%s: no '%s' in\n%s" % (label, want, text[:300]))
+        elif unwanted and unwanted in text:
+            failures.append("%s: '%s' in\n%s" % (label, unwanted, text[:300]))
+        elif check and qpdf_ok and subprocess.run(["qpdf", "--check", check], capture_output=True).returncode != 0:
+            failures.append("%s: qpdf --check refuses the output" % label)
+    # Point 7: naming a file twice writes its shared objects once, as naming it once does.
+    if qpdf_ok:
+        subprocess.run([tool, "compose", "-o", t("o7b.pdf"), sample + ":1-2"], capture_output=True, env=env)
+        size = lambda f: len(subprocess.run(["qpdf", "--show-xref", f], capture_output=True).stdout.splitlines())
+        if size(t("o7.pdf")) != size(t("o7b.pdf")):
+            failures.append("point 7: a file named twice gives %d objects, named once %d" %
+                            (size(t("o7.pdf")), size(t("o7b.pdf"))))
+    # Point 8: the manual page is installed.
+    if not os.path.exists(os.path.join(prefix, "share", "man", "man1", "pdfkiln.1")):
+        failures.append("point 8: pdfkiln.1 is not installed")
+    print("%d cases, %d failures" % (len(cases) + 2, len(failures)))
+    for f in failures:
+        print("FAIL " + f)
+    subprocess.run(["rm", "-rf", tmp])
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
