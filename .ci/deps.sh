@@ -5,7 +5,8 @@ set -euo pipefail
 pkgs=(cmake ninja-build g++ pkg-config python3
       zlib1g-dev libicu-dev libxml2-dev libjpeg62-turbo-dev libtiff-dev
       libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libjbig2dec0-dev
-      qpdf mupdf-tools jbig2dec openssl ghostscript python3-pikepdf icc-profiles-free)
+      qpdf mupdf-tools jbig2dec openssl ghostscript python3-pikepdf icc-profiles-free
+      python3-reportlab poppler-utils)
 if [ "${1:-}" = "--fuzz" ]; then pkgs+=(clang libclang-rt-14-dev); fi
 missing=()
 for p in "${pkgs[@]}"; do

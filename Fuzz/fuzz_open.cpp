@@ -1,7 +1,10 @@
 // Fuzz target: open a document from arbitrary bytes, fetch every object of
 // its table and run the filter chain of every stream object, then walk every
 // page as an embedding program does: select it, number its closure, and take
-// its content and resources.
+// its content, resources, annotations (moved by a turning matrix) with their
+// link targets, the form's fields and the name dictionary. The input's last
+// byte picks the masks, so that switched-off annotations and fields are
+// fuzzed too.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -73,15 +76,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } catch (int) {
     }
     try {
+        const unsigned last = size ? data[size - 1] : 0;
+        doc.setAnnotsEnable((last & 1) ? static_cast<int>(0x80000000u | 0x2) : 0);
+        doc.setAnnotsCustomSubtype({"/Square", "Stamp"});
+        doc.setAcroFormsEnable((last & 2) ? 32 : 0x100);
         int next = 1;
         const int pages = std::min(doc.getPageCount(), 64);
         for (int p = 1; p <= pages; ++p) {
             if (doc.setPageNo(p) != 0) continue;
+            doc.setPageCm(PgCmTD{0, 0.5f, -0.5f, 0, 300, 10});
+            doc.setCurPageObj(next++, 0);
             doc.setStartObjNo(next);
             for (auto it = doc.begin(); it != doc.end(); doc.next(it)) next = std::max(next, it->first.first + 1);
+            for (const DestTD& d : doc.getDestVector()) next = std::max(next, d.number + 1);
             const std::string* out = nullptr;
             doc.getPageContents(&out);
             doc.getPageRes(&out, next);
+            doc.getPageAnnots(&out);
+            out = nullptr;
+            doc.getAcroFormFields(&out, next);
+            doc.getNames(&out);
             float w = 0, h = 0;
             doc.getPageSize(w, h);
         }

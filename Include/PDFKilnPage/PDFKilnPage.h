@@ -21,6 +21,7 @@
 #include "pdfkiln_obj_annot.h"
 #include "pdfkiln_obj_catalog.h"
 #include "pdfkiln_obj_names.h"
+#include "pdfkiln_obj_struct.h"
 #include "pdfkiln_page.h"
 #include "pdfkiln_sourfile.h"
 #include "pfdecrypt.h"

@@ -4,7 +4,7 @@
 #define PDFKILN_COBJECTPOSITION_H
 
 #include <cstdint>
-#include <set>
+#include <vector>
 
 #include "pdfkiln_obj.h"
 
@@ -22,7 +22,7 @@ public:
 
 private:
     const ObjTable* table;
-    const std::set<unsigned long>* offsets;
+    const std::vector<unsigned long>* offsets;
 };
 
 }  // namespace PDF_KILN

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "pdfkiln_obj.h"
 #include "pfdecrypt.h"
@@ -80,8 +81,11 @@ public:
 
     ObjTable* objTable;
     ObjTable ownTable;
-    std::set<long long> positions;
-    std::set<unsigned long> offsets;
+    // Where objects begin (classic in-use entries, the end of the last
+    // section, headers found by a rebuild), in the order they were met.
+    std::vector<long long> positions;
+    // The sorted, distinct object positions CObjectPosition ends objects at.
+    std::vector<unsigned long> offsets;
     CEncrypt encrypt;
     int size = 0;
     SObj rootRef;

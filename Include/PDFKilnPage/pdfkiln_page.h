@@ -254,6 +254,9 @@ protected:
     // the reading depends on changes: SetSourcePassword may then keep the
     // reading when the password gives the same key.
     bool openedAsIs = false;
+    // The key and password state of the last full reading (keyState).
+    std::string readingKeyState;
+    static std::string keyState(const CEncrypt& enc);
     CSourFile* source = nullptr;
     std::size_t decodedBudget = 0;
     std::string contentsText, resourcesText, annotsText, formFieldsText, namesText;

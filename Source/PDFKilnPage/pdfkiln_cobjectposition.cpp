@@ -1,5 +1,7 @@
 #include "pdfkiln_cobjectposition.h"
 
+#include <algorithm>
+
 #include "pdfkiln_sourfile.h"
 
 namespace PDF_KILN {
@@ -11,10 +13,17 @@ CObjectPosition::CObjectPosition(CSourFile* source) {
     CFileInfo& fi = root.fileInfo;
     table = source->fileInfo.objTable;
     if (fi.offsets.empty()) {
+        // Built once: a sorted vector holds the same set in an eighth of the
+        // memory of a tree, and is searched by halving.
+        std::vector<unsigned long>& o = fi.offsets;
+        o.reserve(fi.objTable->size() + fi.positions.size());
         for (const auto& e : *fi.objTable)
-            if (e.second.kind == 1) fi.offsets.insert(static_cast<unsigned long>(e.second.pos));
+            if (e.second.kind == 1) o.push_back(static_cast<unsigned long>(e.second.pos));
         for (long long p : fi.positions)
-            if (p >= 0) fi.offsets.insert(static_cast<unsigned long>(p));
+            if (p >= 0) o.push_back(static_cast<unsigned long>(p));
+        std::sort(o.begin(), o.end());
+        o.erase(std::unique(o.begin(), o.end()), o.end());
+        o.shrink_to_fit();
     }
     offsets = &fi.offsets;
 }
@@ -27,8 +36,9 @@ int64_t CObjectPosition::getBeginPosition(const SObj& key) const {
 int64_t CObjectPosition::getEndPosition(const SObj& key) const {
     int64_t begin = getBeginPosition(key);
     if (begin == unknownPosition || begin < 0) return unknownPosition;
-    auto it = offsets->find(static_cast<unsigned long>(begin));
-    if (it == offsets->end()) return unknownPosition;
+    const unsigned long at = static_cast<unsigned long>(begin);
+    auto it = std::lower_bound(offsets->begin(), offsets->end(), at);
+    if (it == offsets->end() || *it != at) return unknownPosition;
     ++it;
     return it == offsets->end() ? unknownPosition : static_cast<int64_t>(*it);
 }

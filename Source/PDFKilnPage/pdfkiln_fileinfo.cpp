@@ -290,7 +290,7 @@ bool CFileInfo::ReadCrt(CSourFile& in) {
             st.kind = mark == 'f' ? 0 : 1;
             st.mark = mark;
             ownTable.insert({SObj(static_cast<int>(number), gen), st});
-            if (st.kind == 1) positions.insert(st.pos);
+            if (st.kind == 1) positions.push_back(st.pos);
         }
     }
 }
@@ -458,7 +458,7 @@ bool CFileInfo::Read(CSourFile& in) {
         file.seekg(found ? behind : std::streampos(0));
     }
 
-    positions.insert(static_cast<long long>(file.tellg()));
+    positions.push_back(static_cast<long long>(file.tellg()));
     std::string token;
     readPDFString(file, token);
     long long start = -1;
@@ -485,6 +485,9 @@ bool CFileInfo::Read(CSourFile& in) {
         }
     }
 
+    // An offset past the file's end names no section, however large: the
+    // seek fails alike, without the sum below overflowing.
+    if (start > fileSize) start = fileSize + 1;
     if (start >= 0) {
         // Walk the chain newest first; a section visited twice ends it.
         std::set<long long> visited;

@@ -32,9 +32,10 @@ int pageIndex(CSourFile& root, const SObj& ref) {
     return it == root.pages.end() ? 0 : static_cast<int>(it - root.pages.begin()) + 1;
 }
 
-// A page reference, or a structure element or document part that names one.
+// A page reference, or a structure element that names one.
 int targetPage(CSourFile& root, const SObj& ref) {
     if (int p = pageIndex(root, ref)) return p;
+    root.catalog.readStructure(root);
     auto tag = root.tagPages.find(ref);
     if (tag != root.tagPages.end()) return pageIndex(root, tag->second);
     return 0;
@@ -101,6 +102,7 @@ bool CDest::Read(CSourFile& in) {
         CObjRef ref;
         if (ref.Read(in)) {
             const SObj r(ref.num, ref.gen);
+            if (arrayDepth == 0 && first && !root.isPage(r)) root.catalog.readStructure(root);
             if (arrayDepth == 0 && first && !root.isPage(r) && !root.tagPages.count(r)) {
                 // The destination is an object of its own: read it there.
                 if (depth >= kMaxFollow) return false;
@@ -238,6 +240,7 @@ bool CAction::Read(CSourFile& in) {
             if (part.Read(in)) {
                 hasDest = true;
                 dest.style = CDest::kFit;
+                root.catalog.readStructure(root);
                 auto it = root.partPages.find(SObj(part.num, part.gen));
                 dest.page = it == root.partPages.end() ? 0 : pageIndex(root, it->second);
             }

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "pdfkiln_destfile.h"
+#include "pdfkiln_scan.h"
 #include "pdfkiln_sourfile.h"
 
 namespace PDF_KILN {
@@ -43,34 +44,6 @@ const SubtypeBit kSubtypeBits[] = {
     {&nmPolyLine, 0x10000},   {&nmPolygon, 0x20000},  {&nmCaret, 0x40000},   {&nmScreen, 0x80000},
     {&nmPrinterMark, 0x100000}, {&nmTrapNet, 0x200000}, {&nmWaterMark, 0x400000}, {&nm3D, 0x800000},
     {&nmRichMedia, 0x1000000}};
-
-// Skips the value behind a key: a reference, an array, a dictionary, a
-// string, or one token.
-void skipOneValue(CSourFile& in) {
-    CObjRef ref;
-    if (ref.Read(in)) return;
-    std::string t;
-    readPDFString(in, t);
-    if (t == "(" || t == "<") {
-        CStringType s;
-        s.isHex = t == "<";
-        s.Read(in);
-        return;
-    }
-    if (t != "[" && t != "<<") return;
-    int depth = 1;
-    for (int n = 0; depth > 0 && in.good() && n < kMaxTokens; ++n) {
-        readPDFString(in, t);
-        if (ended(in, t) || t == kwendobj || t == kwstream) return;
-        if (t == "[" || t == "<<") ++depth;
-        else if (t == "]" || t == ">>") --depth;
-        else if (t == "(" || t == "<") {
-            CStringType s;
-            s.isHex = t == "<";
-            s.Read(in);
-        }
-    }
-}
 
 }  // namespace
 
@@ -826,7 +799,26 @@ int CAnnot::rewriteAnnotValue(CDestFile& out, CSourFile& in, const std::string& 
         out << ' ' << ((r + 360 - rotate) % 360) << ' ';
         return 1;
     }
-    const bool targetKey = (key == nmDest && dictDepth == 1) ||
+    // A go-to of a document part becomes a plain go-to of the page the part
+    // starts on: "/S/GoTo", and /Dp becomes /D with the link's target.
+    const bool inAction = (aDepth && dictDepth == aDepth) || ((self.aux & kAnnotLink) && dictDepth == 1);
+    if (key == nmS && inAction) {
+        const std::streampos at = in.tellg();
+        std::string t;
+        readPDFString(in, t);
+        if (t == nmGoToDp) {
+            out << nmGoTo << ' ';
+            return 1;
+        }
+        in.clear();
+        in.seekg(at);
+        return 0;
+    }
+    if (key == nmDp && inAction && !remoteAction) {
+        out.resize(out.size() - std::strlen(nmDp));
+        out << nmD;
+    }
+    const bool targetKey = (key == nmDest && dictDepth == 1) || (key == nmDp && inAction && !remoteAction) ||
                            ((key == nmD || key == nmSD) &&
                             ((aDepth && dictDepth == aDepth) || ((self.aux & kAnnotLink) && dictDepth == 1)));
     if (targetKey) {
@@ -837,12 +829,12 @@ int CAnnot::rewriteAnnotValue(CDestFile& out, CSourFile& in, const std::string& 
         auto it = out.linkTable.find(NewObjTable{ordinal, 0, annot.num, annot.gen});
         if (it != out.linkTable.end()) out << ' ' << it->second.num << ' ' << it->second.gen << ' ' << kwR << ' ';
         else out << " null ";
-        skipOneValue(in);
+        scan::skipValue(in);
         return 1;
     }
     if (key == nmAnnots) {
         out.resize(out.size() - std::strlen(nmAnnots));
-        skipOneValue(in);
+        scan::skipValue(in);
         return 1;
     }
     return 0;

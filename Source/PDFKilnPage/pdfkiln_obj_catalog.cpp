@@ -3,6 +3,7 @@
 
 #include "pdfkiln_cobjectposition.h"
 #include "pdfkiln_destfile.h"
+#include "pdfkiln_obj_struct.h"
 #include "pdfkiln_sourfile.h"
 
 namespace PDF_KILN {
@@ -102,12 +103,16 @@ CCatalog::CCatalog() { flags |= kIndirect; }
 void CCatalog::Init() {
     names.Init();
     acroForm.Init();
+    ocProperties.Init();
     pagesRef = SObj();
     visited.clear();
     type.clear();
     versionName.clear();
     minorVersion = -1;
     namesPending = false;
+    namesSeen = false;
+    structTreeRootRef = dPartRootRef = SObj();
+    structureRead = false;
 }
 
 bool CCatalog::Read(CSourFile& in) {
@@ -140,9 +145,57 @@ void CCatalog::readEntry(CSourFile& in, CCatalogEntry& entry) {
     }
     entry.heldByReference = false;
     std::streampos start = in.tellg();
-    if (!entry.Read(in)) {
+    if (entry.Read(in)) return;
+    in.clear();
+    in.seekg(start);
+    if (!skipValue(in)) {
         in.clear();
         in.seekg(start);
+    }
+}
+
+// Logical structure and document parts are walked for the pages their nodes
+// name, once per source, and only when a destination first asks
+// (readStructure): a tagged file does not pay for its tree at every opening.
+// A root held by reference is noted here; one standing in the catalog (which
+// the standard does not allow) is walked in place now. The walk's errors are
+// its own: the catalog goes on behind the value.
+template <class Root>
+void CCatalog::readTreeRoot(CSourFile& in, SObj& noted, bool mapFilled) {
+    const std::streampos start = in.tellg();
+    CObjRef ref;
+    if (ref.Read(in)) {
+        noted = SObj(ref.num, ref.gen);
+        return;
+    }
+    if (!mapFilled) {
+        Root root;
+        root.flags &= ~CObj::kIndirect;
+        if (root.Read(in)) return;
+    }
+    in.clear();
+    in.seekg(start);
+    if (!skipValue(in)) {
+        in.clear();
+        in.seekg(start);
+    }
+}
+
+void CCatalog::readStructure(CSourFile& in) {
+    if (structureRead) return;
+    structureRead = true;
+    CSourFile& root = in.root();
+    StreamRecover<CSourFile> keep(root);
+    // A map that is filled already (the catalog read again) is not walked again.
+    if (structTreeRootRef.num > 0 && root.tagPages.empty()) {
+        CStructTreeRoot tree(structTreeRootRef);
+        tree.fromStream(root);
+        root.clear();
+    }
+    if (dPartRootRef.num > 0 && root.partPages.empty()) {
+        CDPartRoot parts(dPartRootRef);
+        parts.fromStream(root);
+        root.clear();
     }
 }
 
@@ -199,28 +252,29 @@ bool CCatalog::readFirstPass(CSourFile& in) {
             namesSeen = true;  // read on the second pass, once the pages stand
         } else if (tokenIs(token, nmOCProperties)) {
             readEntry(in, ocProperties);
-        } else if (tokenIs(token, nmDPartRoot) || tokenIs(token, nmStructTreeRoot)) {
-            // Document parts and structure are read where destinations need
-            // them; here their value is passed over.
-            CObjRef ref;
-            if (!ref.Read(in)) {
-                std::streampos start = in.tellg();
-                if (!skipValue(in)) {
-                    in.clear();
-                    in.seekg(start);
-                }
-            }
+        } else if (tokenIs(token, nmDPartRoot)) {
+            readTreeRoot<CDPartRoot>(in, dPartRootRef, !in.root().partPages.empty());
+        } else if (tokenIs(token, nmStructTreeRoot)) {
+            readTreeRoot<CStructTreeRoot>(in, structTreeRootRef, !in.root().tagPages.empty());
         } else if (tokenIs(token, nmType) && !namesSeen) {
             readPDFString(in, type);
         } else if (!token.empty() && token[0] == '/' && !namesSeen) {
             if (!skipValue(in)) return false;
         }
     }
-    namesPending = namesSeen;
+    // The second pass reads /Names, and enters what the form reaches, once
+    // the pages are known.
+    this->namesSeen = namesSeen;
+    namesPending = namesSeen || !acroForm.pending.empty();
     return true;
 }
 
 bool CCatalog::readSecondPass(CSourFile& in) {
+    if (!acroForm.pending.empty()) {
+        StreamRecover<CSourFile> keep(in);
+        acroForm.ReadOthers(in);
+    }
+    if (!namesSeen) return true;
     if (!openObjectDict(in)) return false;
     std::string token;
     for (;;) {
@@ -236,7 +290,7 @@ bool CCatalog::readSecondPass(CSourFile& in) {
             names.self = SObj(ref.num, ref.gen);
             names.heldByReference = true;
             names.fromStream(in);
-        } else {
+        } else if (!names.walked) {
             names.Read(in);
         }
         if (!in.good()) return false;

@@ -68,6 +68,15 @@ int CPDFKilnPage::readCatalogText() {
     return kResultOk;
 }
 
+// The key and the password state the source decrypts with, as one value.
+std::string CPDFKilnPage::keyState(const CEncrypt& enc) {
+    std::string s(reinterpret_cast<const char*>(enc.fileKey), sizeof enc.fileKey);
+    const int32_t words[] = {enc.passwordState, enc.handlerKind, enc.cipherMode, enc.Length,
+                             enc.passwordFlagOwner ? 1 : 0, enc.passwordFlagUser ? 1 : 0};
+    s.append(reinterpret_cast<const char*>(words), sizeof words);
+    return s;
+}
+
 int CPDFKilnPage::init() {
     try {
         if (!stream->good()) return kResultBadFile;
@@ -81,6 +90,7 @@ int CPDFKilnPage::init() {
         source->rebuildTable = rebuildObjectTable;
         int rc = source->CheckAndInit();
         if (rc != 0) return rc;
+        readingKeyState = keyState(source->fileInfo.encrypt);
         rc = readCatalogText();
         if (rc != 0) return rc;
         (void)SetSourcePassword();
@@ -131,26 +141,18 @@ int CPDFKilnPage::SetSourcePassword() const {
 int CPDFKilnPage::SetSourcePassword(const std::string& pwd) {
     password = pwd;
     if (!source) throw static_cast<int>(kResultBadFile);
-    // What the opening worked with: where the password gives the same key
-    // and the same state, reading the file again would give everything it
-    // gave then, so the reading stands (as long as no page was taken yet).
-    const CEncrypt& enc = source->fileInfo.encrypt;
-    unsigned char keyBefore[sizeof enc.fileKey];
-    std::memcpy(keyBefore, enc.fileKey, sizeof keyBefore);
-    const int32_t stateBefore = enc.passwordState, kindBefore = enc.handlerKind, modeBefore = enc.cipherMode;
-    const bool ownerBefore = enc.passwordFlagOwner, userBefore = enc.passwordFlagUser;
     int result = SetSourcePassword();
-    if (openedAsIs &&
-        std::memcmp(keyBefore, enc.fileKey, sizeof keyBefore) == 0 && enc.passwordState == stateBefore &&
-        enc.handlerKind == kindBefore && enc.cipherMode == modeBefore && enc.passwordFlagOwner == ownerBefore &&
-        enc.passwordFlagUser == userBefore)
-        return result;
+    // Where the password leaves the key and the state as they were when the
+    // document was read, reading it again would give everything it gave
+    // then: the reading stands (as long as nothing was selected since).
+    if (openedAsIs && keyState(source->fileInfo.encrypt) == readingKeyState) return result;
     // Codes reach the caller thrown, as int; so does whatever else went wrong
     // beneath, turned into a code.
     const int rc = guardedEntry([&]() -> int {
         int code = source->CheckAndInit();
-        if (code == 0) code = readCatalogText();
-        return code;
+        if (code != 0) return code;
+        readingKeyState = keyState(source->fileInfo.encrypt);
+        return readCatalogText();
     });
     if (rc != 0) throw rc;
     findValue();

@@ -106,13 +106,13 @@ bool CSourFile::rebuildObjectTable() {
         st.kind = 1;
         st.mark = 'n';
         fi.ownTable[SObj(h.num, h.gen)] = st;
-        fi.positions.insert(static_cast<long long>(h.at));
+        fi.positions.push_back(static_cast<long long>(h.at));
     }
-    for (std::size_t t : trailers) fi.positions.insert(static_cast<long long>(t));
+    for (std::size_t t : trailers) fi.positions.push_back(static_cast<long long>(t));
     for (const char* kw : {kwxref, kwstartxref}) {
         const std::size_t len = std::strlen(kw);
         for (std::size_t p = bytes.find(kw); p != std::string::npos; p = bytes.find(kw, p + len))
-            if (wordAt(bytes, p, len)) fi.positions.insert(static_cast<long long>(p));
+            if (wordAt(bytes, p, len)) fi.positions.push_back(static_cast<long long>(p));
     }
 
     // The dictionary of header i is looked at up to the next header, and

@@ -1,6 +1,8 @@
 """Shared by the corpus scripts: subprocesses and the lists of explained differences."""
+import json
 import os
 import subprocess
+import threading
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 
@@ -33,3 +35,68 @@ def run_full(args, timeout=60, env=None):
 def run(args, timeout=60, env=None):
     """Exit status and standard output; 124 on a time-out."""
     return run_full(args, timeout, env)[:2]
+
+
+
+# What qpdf says of a file, asked once per file and run (keyed by path, size
+# and time): a script that looks at a file twice, or at the same output again,
+# starts no second qpdf. Only small answers are kept, not whole JSON texts.
+_qpdf_cache = {}
+_qpdf_lock = threading.Lock()
+
+
+def _cached(key, compute):
+    with _qpdf_lock:
+        if key in _qpdf_cache:
+            return _qpdf_cache[key]
+    value = compute()
+    with _qpdf_lock:
+        _qpdf_cache[key] = value
+    return value
+
+
+def _stamp(path):
+    try:
+        st = os.stat(path)
+        return (path, st.st_size, st.st_mtime_ns)
+    except OSError:
+        return (path, -1, -1)
+
+
+def qpdf_check(path):
+    """True when `qpdf --check` accepts the file."""
+    return _cached(("check",) + _stamp(path), lambda: run(["qpdf", "--check", path], timeout=120)[0] == 0)
+
+
+def qpdf_resolve(objects, value, depth=0):
+    """A value of qpdf's JSON with its references followed."""
+    while isinstance(value, str) and value.endswith(" R") and depth < 32:
+        value = objects.get("obj:" + value, {}).get("value")
+        depth += 1
+    return value
+
+
+def qpdf_page_annots(path, max_pages=None):
+    """Per page (the first max_pages), the subtypes of the annotations that
+    the page object's /Annots lists in qpdf's JSON; None when qpdf cannot
+    give the JSON."""
+    def compute():
+        rc, out = run(["qpdf", "--json=2", "--json-key=pages", "--json-key=qpdf", path], timeout=120)
+        if rc not in (0, 3):
+            return None
+        try:
+            data = json.loads(out)
+        except ValueError:
+            return None
+        objects = data["qpdf"][1]
+        pages = []
+        for p in data["pages"][:max_pages]:
+            page = qpdf_resolve(objects, p["object"])
+            annots = qpdf_resolve(objects, page.get("/Annots")) if isinstance(page, dict) else None
+            subtypes = []
+            for a in annots if isinstance(annots, list) else []:
+                d = qpdf_resolve(objects, a)
+                subtypes.append(qpdf_resolve(objects, d.get("/Subtype")) if isinstance(d, dict) else None)
+            pages.append(subtypes)
+        return pages
+    return _cached(("annots", max_pages) + _stamp(path), compute)

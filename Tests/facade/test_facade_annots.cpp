@@ -139,3 +139,53 @@ TEST(FacadeAnnots, MasksSwitchOffAndFormMaskZeroLeavesTheFormAlone) {
 }
 
 }  // namespace
+
+namespace {
+
+// Kept quirks of the annotation export.
+TEST(FacadeAnnots, AThreeNumberRectEndsTheInlineRewriteAndTheTextStays) {
+    std::map<int, std::string> o{
+        {1, "<< /Type /Catalog /Pages 2 0 R >>"},
+        {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
+        {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Annots [<< /Subtype /Square /Rect [1 2 3 4] >> "
+            "<< /Subtype /Circle /Rect [10 10 20] >>] >>"}};
+    Doc d(buildPdf(o));
+    ASSERT_EQ(d.rc, 0);
+    CPDFKilnPage& f = *d.page;
+    ASSERT_EQ(f.setPageNo(1), 0);
+    f.setPageCm(PgCmTD{2, 0, 0, 2, 0, 0});
+    f.setStartObjNo(20);
+    const std::string* annots = nullptr;
+    EXPECT_EQ(f.getPageAnnots(&annots), 0);
+    ASSERT_NE(annots, nullptr);
+    // Nothing is rewritten, not even the first rectangle; only the outer
+    // brackets give way to blanks.
+    EXPECT_NE(annots->find("/Rect [1 2 3 4]"), std::string::npos) << *annots;
+    EXPECT_NE(annots->find("/Rect [10 10 20]"), std::string::npos) << *annots;
+    EXPECT_EQ(annots->find("2.000000"), std::string::npos) << *annots;
+}
+
+TEST(FacadeAnnots, TheFormTextIsTheInsideAsThePartComputesIt) {
+    for (bool direct : {true, false}) {
+        std::map<int, std::string> o{
+            {1, std::string("<< /Type /Catalog /Pages 2 0 R /AcroForm ") + (direct ? "<</DA(x)>>" : "9 0 R") + " >>"},
+            {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
+            {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] >>"},
+            {9, "<</DA(x)>>"}};
+        Doc d(buildPdf(o));
+        ASSERT_EQ(d.rc, 0);
+        CPDFKilnPage& f = *d.page;
+        f.setAcroFormsEnable(0x100);
+        ASSERT_EQ(f.setPageNo(1), 0);
+        f.setStartObjNo(20);
+        const std::string* form = nullptr;
+        ASSERT_EQ(f.getAcroFormFields(&form, 0), 0);
+        ASSERT_NE(form, nullptr);
+        // From two bytes behind the first "<", last - first - 3 bytes: the
+        // dictionary's inside, whatever stands before its "<<" (getNames,
+        // whose length does not take the first's position off, differs).
+        EXPECT_EQ(*form, "/DA(x)") << direct;
+    }
+}
+
+}  // namespace

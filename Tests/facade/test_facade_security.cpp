@@ -118,6 +118,27 @@ TEST(EmptyUserPassword, OpensWithoutAsking) {
     std::remove(path.c_str());
 }
 
+TEST(PasswordEntry, ConstructorPasswordIsReadWithBySetSourcePassword) {
+    // The opening reads with the empty password whatever the constructor got;
+    // setting that same password afterwards must read the document again,
+    // since its key is not the one the opening read with.
+    if (!haveQpdf()) GTEST_SKIP() << "qpdf is not installed";
+    CPDFKilnPage plain(kSample.c_str(), "");
+    ASSERT_EQ(plain.init(), 0);
+    const std::string expected = content(plain, 1);
+    const std::string path = encrypted("ctorpw", "user owner 256");
+    for (const char* pw : {"user", "owner"}) {
+        CPDFKilnPage doc(path.c_str(), pw);
+        ASSERT_EQ(doc.init(), 0);
+        doc.SetSourcePassword(std::string(pw));
+        EXPECT_EQ(doc.getPageCount(), 2) << pw;
+        EXPECT_EQ(content(doc, 1), expected) << pw;
+        doc.SetSourcePassword(std::string(pw));  // the same key again: nothing changes
+        EXPECT_EQ(doc.getPageCount(), 2) << pw;
+    }
+    std::remove(path.c_str());
+}
+
 TEST(KeyDerivation, EachR6HashRunsOncePerDocument) {
     // Opening runs the trials of the empty password (its key, its /U check,
     // its /O check); setting a password runs them again and those of the new

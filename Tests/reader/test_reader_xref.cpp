@@ -1,6 +1,7 @@
 // The cross-reference chain: finding "startxref", classic sections and
 // trailers, cross-reference streams, revisions, and the repairs of damaged
 // tails and sections.
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -59,6 +60,16 @@ TEST(XRefTail, TheLastStartxrefOfTheTailCounts) {
     Source s(b.str());
     ASSERT_EQ(s.file.CheckAndInit(), 0);
     EXPECT_EQ(s.file.catalog.type, "/Catalog");
+}
+
+TEST(XRefTail, AnOffsetBeyondAnyNumberEndsLikeOnePastTheEnd) {
+    // 2^63 - 1 and more: the offset plus the header's position must not
+    // overflow; the section is not there, as for any offset past the end.
+    for (const char* huge : {"9223372036854775807", "99999999999999999999999"}) {
+        Source s(pdftest::minimalPdf() + "startxref\n" + huge + "\n%%EOF\n");
+        s.file.CheckAndInit();
+        EXPECT_EQ(s.file.fileInfo.classicSections, 0) << huge;
+    }
 }
 
 TEST(XRefTail, PositionBelowTenIsNoTablePositionTenIs) {
@@ -245,7 +256,7 @@ TEST(XRefChain, FreeEntryWithAnOffsetIsEnteredAsFree) {
     EXPECT_EQ(free0.mark, 'f');
     EXPECT_EQ(free0.pos, 3);
     EXPECT_EQ(s.file.fileInfo.objTable->count(SObj(3, 1)), 0u) << "offset 0 enters nothing";
-    EXPECT_EQ(s.file.fileInfo.positions.count(3), 0u) << "free entries are no positions";
+    EXPECT_EQ(std::count(s.file.fileInfo.positions.begin(), s.file.fileInfo.positions.end(), 3), 0) << "free entries are no positions";
 }
 
 TEST(XRefChain, AbsentKeyHasAZeroState) {

@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "conformance.h"
 #include "tool_common.h"
+#include "info_annots.h"
 
 using namespace PDF_KILN;
 
@@ -209,17 +210,14 @@ int printPageObjects(CPDFKilnPage& doc, int page) {
 int cmdInfo(int argc, char** argv) {
     Args a = parse("info", argc, argv);
     if (!a.ok) return tool::kExitUsage;
-    if (a.objects != (a.page > 0)) return tool::usageError("info", "--objects and --page N go together");
+    if (a.objects && a.page < 1) return tool::usageError("info", "--objects needs --page N");
     CPDFKilnPage doc(a.file, a.read.password);
     if (int status = tool::openDocument(doc, a.file, a.read)) return status;
-    if (a.objects) {
-        if (a.page > doc.getPageCount()) {
-            std::fprintf(stderr, "pdfkiln: %s: --page %d: the file has %d page(s)\n", a.file, a.page,
-                         doc.getPageCount());
-            return tool::kExitUsage;
-        }
-        return printPageObjects(doc, a.page);
+    if (a.page > doc.getPageCount()) {
+        std::fprintf(stderr, "pdfkiln: %s: --page %d: the file has %d page(s)\n", a.file, a.page, doc.getPageCount());
+        return tool::kExitUsage;
     }
+    if (a.objects) return printPageObjects(doc, a.page);
     CSourFile& src = *doc.getSource();
     const CFileInfo& fi = src.fileInfo;
     int byKind[3] = {0, 0, 0};
@@ -271,6 +269,7 @@ int cmdInfo(int argc, char** argv) {
         std::printf("},\n");
         printConformance(doc, true);
         printPages(doc, true);
+        if (a.page) printPageAnnots(doc, a.page, true);
         if (enc.handlerKind) {
             std::printf("  \"encrypt\": {\"Filter\": %s, \"V\": %d, \"R\": %d, \"Length\": %d, \"P\": %d, "
                         "\"EncryptMetadata\": %s, \"cipher\": %d, \"O\": %s, \"U\": %s}\n",
@@ -314,6 +313,7 @@ int cmdInfo(int argc, char** argv) {
         std::printf("  /O             <%s>\n", hex(enc.O, enc.OLength).c_str());
         std::printf("  /U             <%s>\n", hex(enc.U, enc.ULength).c_str());
     }
+    if (a.page) printPageAnnots(doc, a.page, false);
     return 0;
 }
 

@@ -32,17 +32,19 @@ struct Command {
 
 const Command kCommands[] = {
     {"info", cmdInfo,
-     "usage: pdfkiln info FILE [--password P] [--strict] [--json]\n"
+     "usage: pdfkiln info FILE [--password P] [--strict] [--json] [--page N]\n"
      "       pdfkiln info FILE --page N --objects [--password P] [--strict]\n"
      "The header, cross-reference chain, trailer, /Info and /Encrypt of FILE, the page count and,\n"
      "per page, the boxes and rotation. /Info fields the file does not have are not shown (null in\n"
      "JSON); text strings in UTF-16 are shown as UTF-8. A box the page does not have reads\n"
-     "\"absent\" (null in JSON). With --page N --objects: the renumbered objects of page N, numbered\n"
+     "\"absent\" (null in JSON). With --page N: also page N's annotations as the file has them\n"
+     "(object, /Subtype, /Rect). With --page N --objects: the renumbered objects of page N, numbered\n"
      "from 1, its content size and its resources.\n"
      "--json prints one JSON object: file, version, headerOffset, xref {classicSections,\n"
      "xrefStreams, objects, free, inUse, compressed, rebuilt}, trailer {Size, Root, Info, Encrypt,\n"
      "ID}, info {Title, ...: string or null}, pageCount, pages [{page, MediaBox, CropBox, BleedBox,\n"
-     "TrimBox, ArtBox: [x1, y1, x2, y2] or null, visible: [w, h], rotate}], encrypt (or null).\n"},
+     "TrimBox, ArtBox: [x1, y1, x2, y2] or null, visible: [w, h], rotate}], with --page N\n"
+     "annotations {page, count, items [{object, subtype, rect}]}, encrypt (or null).\n"},
     {"xref", cmdXref,
      "usage: pdfkiln xref FILE [--strict] [--json]\n"
      "Every entry of the object table: free, uncompressed with its offset, or compressed with its\n"
