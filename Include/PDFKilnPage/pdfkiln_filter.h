@@ -4,6 +4,7 @@
 #define PDFKILN_FILTER_H
 
 #include <istream>
+#include <cstddef>
 #include <map>
 #include <string>
 
@@ -26,6 +27,12 @@ public:
     int filterStreamType(std::string& data, int& length);
 
     std::map<int, ZQGraphicService_NS::FilterPropTD> stages;
+    // Largest output a stage of filterStreamType may produce, 0 for the
+    // decoders' own cap. While it is set, any failure of the chain is
+    // reported as the filter failure code.
+    std::size_t decodedBudget = 0;
+    // Set by filterStreamType when a stage's output passed its limit.
+    bool passedLimit = false;
 };
 
 }  // namespace PDF_KILN

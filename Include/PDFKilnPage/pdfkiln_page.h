@@ -136,6 +136,14 @@ public:
     int getPageRotate(int page, int& rotate) const;
     int setPageCm(const PgCmTD& cm);
     void setCurPageObj(int number, int generation);
+    // Largest decoded size, in bytes, of a stream the library decodes for this
+    // document (cross-reference and object streams, and each stage of any
+    // other), and of the content getPageContents collects for a page. 0, the
+    // default, leaves the decoders' own cap per stage. While it is set, a
+    // decoding that fails or passes it reports kResultFilterFailed (5000).
+    // Acts from the next init on for the reading of the file's structure, at
+    // once for content.
+    void setDecodedBudget(std::size_t bytes);
 
     // Content and resources of the current page.
     int getPageContents(const std::string** out);
@@ -250,6 +258,7 @@ protected:
     std::string readingKeyState;
     static std::string keyState(const CEncrypt& enc);
     CSourFile* source = nullptr;
+    std::size_t decodedBudget = 0;
     std::string contentsText, resourcesText, annotsText, formFieldsText, namesText;
     std::string catalogText;
     std::string versionText;

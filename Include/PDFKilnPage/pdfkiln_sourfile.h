@@ -80,6 +80,11 @@ public:
     // Containers being decoded right now, so that a container whose /Length
     // is stored inside itself fails instead of recursing without end.
     std::set<int> objStmDecoding;
+    // Object streams whose data did not decode: not decoded again.
+    std::set<int> objStmUndecodable;
+    // Largest decoded size of one stream, and of all decoded object streams
+    // kept at once; 0 for no budget (see CPDFKilnPage::setDecodedBudget).
+    std::size_t decodeBudget = 0;
 
     CCatalog catalog;
     CFileInfo fileInfo;

@@ -357,7 +357,7 @@ bool CFileInfo::ReadXRefObj(CSourFile& in, int& inOut) {
                 if (!in.good() || token.empty() || !IsNum(token)) return false;
                 int count = 0;
                 if (!readInt(in, count)) return false;
-                index[n++] = {std::atoi(token.c_str()), count};
+                index[n++] = {static_cast<int>(std::strtol(token.c_str(), nullptr, 10)), count};
             }
         } else if (tokenIs(token, nmPrev)) {
             if (!readInt(in, prev)) return false;
@@ -373,6 +373,7 @@ bool CFileInfo::ReadXRefObj(CSourFile& in, int& inOut) {
             if (readRefTriple(in, num, g) && encrypt.self.num == 0) encrypt.self = SObj(num, g);
         } else if (tokenIs(token, kwstream)) {
             if (!stm.Read(in)) return false;
+            stm.decodedBudget = in.root().decodeBudget;
             int len = static_cast<int>(stm.data.size());
             if (stm.filterStreamType(stm.data, len) != 0) return false;
             if (!haveW) return false;
@@ -507,7 +508,7 @@ bool CFileInfo::Read(CSourFile& in) {
                 ++classicSections;
                 cur = GetPrev(file, true);
             } else if (!token.empty() && IsNum(token)) {
-                int inOut = std::atoi(token.c_str());
+                int inOut = static_cast<int>(std::strtol(token.c_str(), nullptr, 10));
                 if (!ReadXRefObj(file, inOut)) break;
                 ++xrefStreams;
                 cur = inOut;

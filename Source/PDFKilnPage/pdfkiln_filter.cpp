@@ -125,10 +125,29 @@ int CFilter::filterStream(std::string& data, std::string& result) {
 
 int CFilter::filterStreamType(std::string& data, int& length) {
     if (length >= 0 && static_cast<std::size_t>(length) < data.size()) data.resize(static_cast<std::size_t>(length));
-    std::string scratch;
-    int rc = filterStream(data, scratch);
-    if (rc == 0) length = static_cast<int>(data.size());
-    return rc;
+    // Each stage decodes straight into a string of its own, which then takes
+    // the place of its input: a stream's output exists once, beside only the
+    // input of the stage that makes it.
+    const std::size_t limit = decodedBudget > 0 && decodedBudget < kMaxStageOutput ? decodedBudget : kMaxStageOutput;
+    std::string next;
+    for (auto& stage : stages) {
+        int rc = ZQ_TOO_LARGE;
+        if (data.size() <= static_cast<std::size_t>(INT32_MAX)) {
+            if (stage.second.type == FILTER_FLATE) applyFlateDefaults(stage.second);
+            rc = Zq_InflateInto(reinterpret_cast<const unsigned char*>(data.data()), data.size(), next, stage.second,
+                                limit);
+        }
+        if (rc != 0) {
+            passedLimit = rc == ZQ_TOO_LARGE;
+            // Under a budget every failure of the chain is the filter failure.
+            if (decodedBudget > 0 || rc == ZQ_CORRUPT) return kResultFilterFailed;
+            return rc;
+        }
+        data.swap(next);
+        std::string().swap(next);
+    }
+    length = static_cast<int>(data.size());
+    return 0;
 }
 
 }  // namespace PDF_KILN

@@ -386,6 +386,7 @@ namespace {
 bool decodeObjectStream(CSourFile& in, const SObj& container, const SObj& wanted) {
     CSourFile& root = in.root();
     if (root.decodedObjStm(container.num)) return true;
+    if (root.objStmUndecodable.count(container.num)) return false;
     // A /Length that leads back into this same container would decode it
     // again from inside its own decoding: refuse the inner attempt.
     if (!root.objStmDecoding.insert(container.num).second) return false;
@@ -426,8 +427,18 @@ bool decodeObjectStream(CSourFile& in, const SObj& container, const SObj& wanted
         } else if (tokenIs(token, kwstream)) {
             if (!stm.Read(in)) return false;
             stm.isEncryptObject = container == in.root().fileInfo.encrypt.self;
+            stm.decodedBudget = root.decodeBudget;
             int len = static_cast<int>(stm.data.size());
-            if (stm.filterStreamType(stm.data, len) != 0) return false;
+            if (stm.filterStreamType(stm.data, len) != 0) {
+                // A bomb is decoded once: the same bytes pass the same limit
+                // again. Only a bomb: other failures may come from a reading
+                // that a later one does not repeat (a key not yet known, a
+                // body cut short while the file is being opened).
+                const CEncrypt& enc = root.fileInfo.encrypt;
+                if (stm.passedLimit && !(enc.passwordState > 0 && enc.V >= 1))
+                    root.objStmUndecodable.insert(container.num);
+                return false;
+            }
             haveBody = true;
             break;
         }
@@ -448,7 +459,14 @@ bool CObj::ReadObjStream(CSourFile& in, std::string& out, SObjState state) {
     if (!d->indexed) {
         // The head is read as numbers from the start of the data, pair by
         // pair, until a pair does not read or the count is reached.
-        std::istringstream idx(d->data);
+        // Read in place: a decoded object stream is not copied to index it.
+        struct ViewBuf : std::streambuf {
+            explicit ViewBuf(std::string& t) {
+                char* b = t.empty() ? nullptr : &t[0];
+                setg(b, b, b + t.size());
+            }
+        } view(d->data);
+        std::istream idx(&view);
         int num = 0, off = 0;
         while (static_cast<int>(d->index.size()) < d->count && (idx >> num >> off)) d->index.emplace_back(num, off);
         d->indexed = true;

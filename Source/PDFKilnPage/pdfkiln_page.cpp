@@ -17,6 +17,26 @@
 
 namespace PDF_KILN {
 
+namespace {
+
+// Runs the body of a facade entry so that nothing thrown beneath it leaves the
+// library: an int code thrown below comes back as the result, the end of the
+// stream as 1000 and any other exception as 6000.
+template <class Body>
+int guardedEntry(Body&& body) {
+    try {
+        return body();
+    } catch (int code) {
+        return code;
+    } catch (const CFileError&) {
+        return kResultBadFile;
+    } catch (...) {
+        return kResultStdException;
+    }
+}
+
+}  // namespace
+
 CPDFKilnPage::CPDFKilnPage(std::istream& in, const std::string& pwd) : stream(&in), password(pwd) {}
 
 // The file is mapped once and parsed from memory; the facade's stream reads
@@ -65,6 +85,7 @@ int CPDFKilnPage::init() {
             if (!ownsStream && !input.loadStream(*stream)) return kResultBadFile;
             source = new CSourFile(input.buffer());
         }
+        source->decodeBudget = decodedBudget;
         source->nestedStrings = balancedStrings;
         source->rebuildTable = rebuildObjectTable;
         int rc = source->CheckAndInit();
@@ -119,15 +140,20 @@ int CPDFKilnPage::SetSourcePassword() const {
 
 int CPDFKilnPage::SetSourcePassword(const std::string& pwd) {
     password = pwd;
+    if (!source) throw static_cast<int>(kResultBadFile);
     int result = SetSourcePassword();
     // Where the password leaves the key and the state as they were when the
     // document was read, reading it again would give everything it gave
     // then: the reading stands (as long as nothing was selected since).
     if (openedAsIs && keyState(source->fileInfo.encrypt) == readingKeyState) return result;
-    int rc = source->CheckAndInit();
-    if (rc != 0) throw rc;
-    readingKeyState = keyState(source->fileInfo.encrypt);
-    rc = readCatalogText();
+    // Codes reach the caller thrown, as int; so does whatever else went wrong
+    // beneath, turned into a code.
+    const int rc = guardedEntry([&]() -> int {
+        int code = source->CheckAndInit();
+        if (code != 0) return code;
+        readingKeyState = keyState(source->fileInfo.encrypt);
+        return readCatalogText();
+    });
     if (rc != 0) throw rc;
     findValue();
     return result;
@@ -542,7 +568,10 @@ bool CPDFKilnPage::renderObject(CDestFile& dest, const SObj& key, int newNumber)
     CObj obj(SObj(key.num, key.gen));
     obj.flags |= CObj::kIndirect;
     StreamRecover<CSourFile> keep(*source);
-    return obj.LocalObj(dest, *source);
+    // The getters of text built on this return strings, not codes: an object
+    // whose reading throws is one that could not be rendered.
+    return guardedEntry([&]() -> int { return obj.LocalObj(dest, *source) ? kResultOk : kResultNotLocalised; }) ==
+           kResultOk;
 }
 
 std::string CPDFKilnPage::getRootString(int newNumber) const {
@@ -555,6 +584,11 @@ std::string CPDFKilnPage::getRootString(int newNumber) const {
     dest.insertNewObjTab(NewObjTable{0, 0, cat.num, cat.gen}, SObj(newNumber ? newNumber : cat.num, 0));
     renderObject(dest, cat, newNumber);
     return dest;
+}
+
+void CPDFKilnPage::setDecodedBudget(std::size_t bytes) {
+    decodedBudget = bytes;
+    if (source) source->decodeBudget = bytes;
 }
 
 int CPDFKilnPage::getPageContents(const std::string** out) {
@@ -585,15 +619,28 @@ int CPDFKilnPage::getPageContents(const std::string** out) {
                 if (to > from) {
                     std::string data = text.substr(from, to - from);
                     CFilter filter;
-                    std::stringstream in(text.substr(filterAt + std::strlen(nmFilter)));
-                    filter.ReadFilter(in, 0);
+                    {
+                        std::stringstream in(text.substr(filterAt + std::strlen(nmFilter)));
+                        filter.ReadFilter(in, 0);
+                    }
+                    // Only the stream's own bytes stay while it decodes.
+                    std::string().swap(text);
+                    // The budget holds for all the page's content together.
+                    if (decodedBudget > 0) {
+                        if (contentsText.size() >= decodedBudget) {
+                            *out = &contentsText;
+                            return kResultFilterFailed;
+                        }
+                        filter.decodedBudget = decodedBudget - contentsText.size();
+                    }
                     int length = static_cast<int>(data.size());
                     const int rc = filter.filterStreamType(data, length);
                     if (rc != 0) {
                         *out = &contentsText;
                         return rc;
                     }
-                    contentsText += data;
+                    if (contentsText.empty()) contentsText.swap(data);
+                    else contentsText += data;
                 }
             }
             contentsText += '\r';
@@ -643,92 +690,108 @@ int CPDFKilnPage::getPageContentsEncoded(const std::string** out, std::string& f
 }
 
 int CPDFKilnPage::getPageRes(const std::string** out, int newNumber) {
-    resourceText.clear();
-    if (source->resourcesVector.empty()) {
-        const std::string page = getPageRootString(newNumber);
-        CPageInfo info(page);
-        const std::string group = info.getValueString("Group");
-        if (!group.empty()) pageGroupText = group;
-        resourceText = info.getValueString("Resources");
-    } else {
-        CDestFile dest{std::string()};
-        fillRenumbering(dest);
-        for (const SObj& r : source->resourcesVector) {
-            if (source->pieceSet.count(r)) {
-                dest += kBlankForm;
-                continue;
-            }
-            CObj obj(SObj(r.num, r.gen));
-            obj.flags |= CObj::kIndirect;
-            StreamRecover<CSourFile> keep(*source);
-            if (!obj.LocalObj(dest, *source)) {
-                *out = &resourceText;
-                return kResultNotLocalised;
-            }
-        }
-        resourceText = dest;
-        cutAtLastEndobj(resourceText);
-        const std::string page = getPageRootString(newNumber);
-        const std::string r2 = CPageInfo(page).getValueString("Resources");
-        if (resourceText.empty()) {
-            resourceText = r2;
-        } else if (!r2.empty()) {
-            const ResourceDictMerger merger(r2, resourceText);
-            std::string merged = "<<";
-            for (const char* k : {"/ExtGState", "/ColorSpace", "/Pattern", "/Shading", "/XObject", "/Font",
-                                  "/Properties"})
-                merger.dictValMerge(k, merged);
-            const std::size_t inR2 = r2.find("/ProcSet");
-            const std::size_t inRes = resourceText.find("/ProcSet");
-            if (inR2 != std::string::npos || inRes != std::string::npos) merged += "/ProcSet[";
-            auto copyNames = [&merged](const std::string& t, std::size_t at, std::size_t skip) {
-                const std::size_t open = t.find('[', at);
-                if (open == std::string::npos) return;
-                const std::size_t close = t.find(']', open);
-                const std::size_t from = open + skip;
-                if (close == std::string::npos || from > close) return;
-                merged.append(t, from, close - from);
-            };
-            if (inR2 != std::string::npos) copyNames(r2, inR2, 1);
-            else if (inRes != std::string::npos) copyNames(resourceText, inRes, 2);
-            // The closer of the name list is written whether or not a list was
-            // opened: a merged text can end in "]>>".
-            merged += "]>>";
-            resourceText = merged;
-        }
+    if (!source) {
+        *out = &resourceText;
+        return kResultBadFile;
     }
-    if (resourceText.empty()) resourceText = "<< >>";
-    *out = &resourceText;
-    return kResultOk;
+    const int rc = guardedEntry([&]() -> int {
+        resourceText.clear();
+        if (source->resourcesVector.empty()) {
+            const std::string page = getPageRootString(newNumber);
+            CPageInfo info(page);
+            const std::string group = info.getValueString("Group");
+            if (!group.empty()) pageGroupText = group;
+            resourceText = info.getValueString("Resources");
+        } else {
+            CDestFile dest{std::string()};
+            fillRenumbering(dest);
+            for (const SObj& r : source->resourcesVector) {
+                if (source->pieceSet.count(r)) {
+                    dest += kBlankForm;
+                    continue;
+                }
+                CObj obj(SObj(r.num, r.gen));
+                obj.flags |= CObj::kIndirect;
+                StreamRecover<CSourFile> keep(*source);
+                if (!obj.LocalObj(dest, *source)) {
+                    *out = &resourceText;
+                    return kResultNotLocalised;
+                }
+            }
+            resourceText = dest;
+            cutAtLastEndobj(resourceText);
+            const std::string page = getPageRootString(newNumber);
+            const std::string r2 = CPageInfo(page).getValueString("Resources");
+            if (resourceText.empty()) {
+                resourceText = r2;
+            } else if (!r2.empty()) {
+                const ResourceDictMerger merger(r2, resourceText);
+                std::string merged = "<<";
+                for (const char* k : {"/ExtGState", "/ColorSpace", "/Pattern", "/Shading", "/XObject", "/Font",
+                                      "/Properties"})
+                    merger.dictValMerge(k, merged);
+                const std::size_t inR2 = r2.find("/ProcSet");
+                const std::size_t inRes = resourceText.find("/ProcSet");
+                if (inR2 != std::string::npos || inRes != std::string::npos) merged += "/ProcSet[";
+                auto copyNames = [&merged](const std::string& t, std::size_t at, std::size_t skip) {
+                    const std::size_t open = t.find('[', at);
+                    if (open == std::string::npos) return;
+                    const std::size_t close = t.find(']', open);
+                    const std::size_t from = open + skip;
+                    if (close == std::string::npos || from > close) return;
+                    merged.append(t, from, close - from);
+                };
+                if (inR2 != std::string::npos) copyNames(r2, inR2, 1);
+                else if (inRes != std::string::npos) copyNames(resourceText, inRes, 2);
+                // The closer of the name list is written whether or not a list was
+                // opened: a merged text can end in "]>>".
+                merged += "]>>";
+                resourceText = merged;
+            }
+        }
+        if (resourceText.empty()) resourceText = "<< >>";
+        *out = &resourceText;
+        return kResultOk;
+    });
+    if (rc != kResultOk) *out = &resourceText;
+    return rc;
 }
 
 int CPDFKilnPage::getNames(const std::string** out) {
-    namesText.clear();
-    if (source->catalog.names.self.num >= 1) {
-        CDestFile dest{std::string()};
-        fillRenumbering(dest);
-        CObj obj(SObj(source->catalog.names.self.num, source->catalog.names.self.gen));
-        obj.flags |= CObj::kIndirect;
-        StreamRecover<CSourFile> keep(*source);
-        if (!obj.LocalObj(dest, *source)) {
-            *out = &namesText;
-            return kResultNotLocalised;
+    if (!source) {
+        *out = &namesText;
+        return kResultBadFile;
+    }
+    const int rc = guardedEntry([&]() -> int {
+        namesText.clear();
+        if (source->catalog.names.self.num >= 1) {
+            CDestFile dest{std::string()};
+            fillRenumbering(dest);
+            CObj obj(SObj(source->catalog.names.self.num, source->catalog.names.self.gen));
+            obj.flags |= CObj::kIndirect;
+            StreamRecover<CSourFile> keep(*source);
+            if (!obj.LocalObj(dest, *source)) {
+                *out = &namesText;
+                return kResultNotLocalised;
+            }
+            namesText = dest;
+            cutAtLastEndobj(namesText);
+        } else {
+            namesText = CPageInfo(getPageRootString(0)).getValueString("Names");
         }
-        namesText = dest;
-        cutAtLastEndobj(namesText);
-    } else {
-        namesText = CPageInfo(getPageRootString(0)).getValueString("Names");
-    }
-    const std::size_t lt = namesText.find('<');
-    const std::size_t gt = namesText.rfind('>');
-    if (lt != std::string::npos && gt != std::string::npos) {
-        const std::size_t from = lt + 2;
-        const long len = static_cast<long>(gt) - 3;
-        namesText = from <= namesText.size() && len > 0 ? namesText.substr(from, static_cast<std::size_t>(len))
-                                                        : std::string();
-    }
-    *out = &namesText;
-    return kResultOk;
+        const std::size_t lt = namesText.find('<');
+        const std::size_t gt = namesText.rfind('>');
+        if (lt != std::string::npos && gt != std::string::npos) {
+            const std::size_t from = lt + 2;
+            const long len = static_cast<long>(gt) - 3;
+            namesText = from <= namesText.size() && len > 0 ? namesText.substr(from, static_cast<std::size_t>(len))
+                                                            : std::string();
+        }
+        *out = &namesText;
+        return kResultOk;
+    });
+    if (rc != kResultOk) *out = &namesText;
+    return rc;
 }
 
 // ---------------------------------------------------------------------------
@@ -756,117 +819,120 @@ int CPDFKilnPage::next(const_iterator& it) const {
 }
 
 int CPDFKilnPage::setStartObjNo(int start) {
-    // The catalog's second pass: /Names, whose objects join the closure.
-    if (source->catalog.namesPending) {
-        StreamRecover<CSourFile> keep(*source);
-        source->catalog.self = source->fileInfo.rootRef;
-        source->catalog.fromStream(*source);
-    }
-    for (const auto& p : old2newVector) old2newMap.insert(p);
-    startObjNo = start;
-    CDestFile dest{std::string()};
-    dest.setRenumbering(true);
-    getEncryptInfo(dest.fileInfo.encrypt);
-
-    // Numbering: known mappings first, then streams the caller already has,
-    // then the next free number. Mapped entries are consulted where they
-    // stand, in the facade's maps; only a stream map makes every entry of
-    // the closure be looked at again.
-    dest.moreNumbers = &knownNumbers;
-    int counter = start;
-    std::vector<SObj> fresh;
-    if (streamObjMap) {
-        for (const SObj& o : source->fileObjects) {
-            if (o.aux & 48) continue;
-            const auto k = key(o);
-            std::string digest = o.text;
-            if (digest.empty()) {
-                CDestFile look{std::string()};
-                CObj obj(SObj(o.num, o.gen));
-                obj.flags |= CObj::kIndirect;
-                StreamRecover<CSourFile> keep(*source);
-                if (obj.LocalObj(look, *source)) isStreamObj(look, digest);
-            }
-            auto hit = digest.empty() ? streamObjMap->end() : streamObjMap->find(digest);
-            if (hit != streamObjMap->end()) {
-                dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(hit->second.first, hit->second.second));
-                old2newMap.insert({k, hit->second});
-                deliveredMap.insert({k, hit->second});
-                continue;
-            }
-            if (old2newMap.count(k) || deliveredMap.count(k)) continue;
-            dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(counter++, 0));
-            fresh.push_back(o);
-        }
-    } else {
-        fresh = unnumberedObjects();
-        for (const SObj& o : fresh) dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(counter++, 0));
-    }
-    source->freshObjects.clear();
-    for (auto& c : source->createdObjects) {
-        c.second = SObj(counter++, 0);
-        dest.linkTable[NewObjTable{c.first.aux, 0, c.first.num, c.first.gen}] = c.second;
-    }
-
-    // Text: every object not delivered before (the annotation copier looks
-    // its link targets up in the link table).
-    int local = start;
-    for (const SObj& o : fresh) {
-        const auto k = key(o);
-        const SObj* mapped = dest.newNumber(o.num, o.gen);
-        const SObj target = mapped ? SObj(mapped->num, mapped->gen) : SObj(local, 0);
-        const std::size_t before = dest.size();
-        bool ok = true;
-        if (source->pieceSet.count(o)) {
-            dest += kBlankForm;
-        } else {
-            // Closure objects go through the page's copier: a reference that
-            // has no new number reads null with its key kept. Annotation
-            // objects (flags 0x1002) take the plain copier until the
-            // annotation classes render them with the caller's page.
-            dest.curObj = target;
+    if (!source) return kResultBadFile;
+    return guardedEntry([&]() -> int {
+        // The catalog's second pass: /Names, whose objects join the closure.
+        if (source->catalog.namesPending) {
             StreamRecover<CSourFile> keep(*source);
-            if (o.aux & 4098) {
-                CAnnot obj(SObj(o.num, o.gen, o.aux));
-                obj.setCurPageObj(curPageObj[0], curPageObj[1]);
-                ok = obj.LocalObj(dest, *source);
+            source->catalog.self = source->fileInfo.rootRef;
+            source->catalog.fromStream(*source);
+        }
+        for (const auto& p : old2newVector) old2newMap.insert(p);
+        startObjNo = start;
+        CDestFile dest{std::string()};
+        dest.setRenumbering(true);
+        getEncryptInfo(dest.fileInfo.encrypt);
+
+        // Numbering: known mappings first, then streams the caller already has,
+        // then the next free number. Mapped entries are consulted where they
+        // stand, in the facade's maps; only a stream map makes every entry of
+        // the closure be looked at again.
+        dest.moreNumbers = &knownNumbers;
+        int counter = start;
+        std::vector<SObj> fresh;
+        if (streamObjMap) {
+            for (const SObj& o : source->fileObjects) {
+                if (o.aux & 48) continue;
+                const auto k = key(o);
+                std::string digest = o.text;
+                if (digest.empty()) {
+                    CDestFile look{std::string()};
+                    CObj obj(SObj(o.num, o.gen));
+                    obj.flags |= CObj::kIndirect;
+                    StreamRecover<CSourFile> keep(*source);
+                    if (obj.LocalObj(look, *source)) isStreamObj(look, digest);
+                }
+                auto hit = digest.empty() ? streamObjMap->end() : streamObjMap->find(digest);
+                if (hit != streamObjMap->end()) {
+                    dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(hit->second.first, hit->second.second));
+                    old2newMap.insert({k, hit->second});
+                    deliveredMap.insert({k, hit->second});
+                    continue;
+                }
+                if (old2newMap.count(k) || deliveredMap.count(k)) continue;
+                dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(counter++, 0));
+                fresh.push_back(o);
+            }
+        } else {
+            fresh = unnumberedObjects();
+            for (const SObj& o : fresh) dest.insertNewObjTab(NewObjTable{0, 0, o.num, o.gen}, SObj(counter++, 0));
+        }
+        source->freshObjects.clear();
+        for (auto& c : source->createdObjects) {
+            c.second = SObj(counter++, 0);
+            dest.linkTable[NewObjTable{c.first.aux, 0, c.first.num, c.first.gen}] = c.second;
+        }
+
+        // Text: every object not delivered before (the annotation copier looks
+        // its link targets up in the link table).
+        int local = start;
+        for (const SObj& o : fresh) {
+            const auto k = key(o);
+            const SObj* mapped = dest.newNumber(o.num, o.gen);
+            const SObj target = mapped ? SObj(mapped->num, mapped->gen) : SObj(local, 0);
+            const std::size_t before = dest.size();
+            bool ok = true;
+            if (source->pieceSet.count(o)) {
+                dest += kBlankForm;
             } else {
-                CPage obj{SObj(o.num, o.gen)};
-                obj.flags |= CObj::kIndirect;
-                ok = obj.LocalObj(dest, *source);
+                // Closure objects go through the page's copier: a reference that
+                // has no new number reads null with its key kept. Annotation
+                // objects (flags 0x1002) take the plain copier until the
+                // annotation classes render them with the caller's page.
+                dest.curObj = target;
+                StreamRecover<CSourFile> keep(*source);
+                if (o.aux & 4098) {
+                    CAnnot obj(SObj(o.num, o.gen, o.aux));
+                    obj.setCurPageObj(curPageObj[0], curPageObj[1]);
+                    ok = obj.LocalObj(dest, *source);
+                } else {
+                    CPage obj{SObj(o.num, o.gen)};
+                    obj.flags |= CObj::kIndirect;
+                    ok = obj.LocalObj(dest, *source);
+                }
+            }
+            (*this)[{target.num, target.gen}] = ok ? dest.substr(before) : std::string();
+            deliveredMap[k] = {target.num, target.gen};
+            ++local;
+        }
+
+        // Trimming.
+        for (iterator it = begin(); it != end(); ++it) {
+            std::string& text = it->second;
+            if (cipherKind != 0 && text.find(kwendstream) == std::string::npos && !check(it))
+                text = decryptObject(text, it->first.first, it->first.second);
+            cutAtLastEndobj(text);
+            if (!text.empty() && text[0] == '\n') text.erase(0, 1);
+        }
+
+        // AES data grows to whole blocks: the lengths follow.
+        if (cipherKind == 2) {
+            for (iterator it = begin(); it != end(); ++it) {
+                const int n = calcStreamLength(it);
+                if (n <= 0) continue;
+                const int rounded = (n + 15) / 16 * 16;
+                char* b = nullptr;
+                char* e = nullptr;
+                iterator where = end();
+                findLengthPos(it, b, e, where);
+                if (!b || !e || where == end() || e < b) continue;
+                std::string& t = where->second;
+                const std::size_t at = static_cast<std::size_t>(b - &t[0]);
+                t.replace(at, static_cast<std::size_t>(e - b), std::to_string(rounded) + " ");
             }
         }
-        (*this)[{target.num, target.gen}] = ok ? dest.substr(before) : std::string();
-        deliveredMap[k] = {target.num, target.gen};
-        ++local;
-    }
-
-    // Trimming.
-    for (iterator it = begin(); it != end(); ++it) {
-        std::string& text = it->second;
-        if (cipherKind != 0 && text.find(kwendstream) == std::string::npos && !check(it))
-            text = decryptObject(text, it->first.first, it->first.second);
-        cutAtLastEndobj(text);
-        if (!text.empty() && text[0] == '\n') text.erase(0, 1);
-    }
-
-    // AES data grows to whole blocks: the lengths follow.
-    if (cipherKind == 2) {
-        for (iterator it = begin(); it != end(); ++it) {
-            const int n = calcStreamLength(it);
-            if (n <= 0) continue;
-            const int rounded = (n + 15) / 16 * 16;
-            char* b = nullptr;
-            char* e = nullptr;
-            iterator where = end();
-            findLengthPos(it, b, e, where);
-            if (!b || !e || where == end() || e < b) continue;
-            std::string& t = where->second;
-            const std::size_t at = static_cast<std::size_t>(b - &t[0]);
-            t.replace(at, static_cast<std::size_t>(e - b), std::to_string(rounded) + " ");
-        }
-    }
-    return 0;
+        return 0;
+    });
 }
 
 // ---------------------------------------------------------------------------
@@ -987,38 +1053,46 @@ void CPDFKilnPage::rewriteInlineAnnots() {
 }
 
 int CPDFKilnPage::getAcroFormFields(const std::string** out, int newNumber) {
-    formFieldsText.clear();
-    if (!source || source->acroFormsEnable == 0) return kResultOk;
-    const CAcroForm& form = source->catalog.acroForm;
-    if (form.self.num >= 1 && form.heldByReference) {
-        CDestFile dest{std::string()};
-        fillRenumbering(dest);
-        if (!renderObject(dest, form.self, newNumber)) return kResultNotLocalised;
-        formFieldsText = dest;
-        cutAtLastEndobj(formFieldsText);
-    } else {
-        // The catalog as getRootString renders it, with every number this
-        // facade delivered: fields delivered on earlier pages stay listed.
-        CDestFile dest{std::string()};
-        fillRenumbering(dest);
-        const SObj& cat = source->catalog.self;
-        dest.insertNewObjTab(NewObjTable{0, 0, cat.num, cat.gen}, SObj(newNumber ? newNumber : cat.num, 0));
-        renderObject(dest, cat, newNumber);
-        const std::string catalog = dest;
-        formFieldsText = CPageInfo(catalog).getValueString("AcroForm");
+    if (!source) {
+        *out = &formFieldsText;
+        return kResultBadFile;
     }
-    const std::size_t lt = formFieldsText.find('<');
-    const std::size_t gt = formFieldsText.rfind('>');
-    if (lt != std::string::npos && gt != std::string::npos) {
-        // The inside of the dictionary: two bytes behind the first "<", and
-        // one byte less than up to the last ">".
-        const long len = static_cast<long>(gt) - static_cast<long>(lt) - 3;
-        formFieldsText = lt + 2 <= formFieldsText.size() && len > 0
-                             ? formFieldsText.substr(lt + 2, static_cast<std::size_t>(len))
-                             : std::string();
-    }
-    *out = &formFieldsText;
-    return kResultOk;
+    const int rc = guardedEntry([&]() -> int {
+        formFieldsText.clear();
+        if (!source || source->acroFormsEnable == 0) return kResultOk;
+        const CAcroForm& form = source->catalog.acroForm;
+        if (form.self.num >= 1 && form.heldByReference) {
+            CDestFile dest{std::string()};
+            fillRenumbering(dest);
+            if (!renderObject(dest, form.self, newNumber)) return kResultNotLocalised;
+            formFieldsText = dest;
+            cutAtLastEndobj(formFieldsText);
+        } else {
+            // The catalog as getRootString renders it, with every number this
+            // facade delivered: fields delivered on earlier pages stay listed.
+            CDestFile dest{std::string()};
+            fillRenumbering(dest);
+            const SObj& cat = source->catalog.self;
+            dest.insertNewObjTab(NewObjTable{0, 0, cat.num, cat.gen}, SObj(newNumber ? newNumber : cat.num, 0));
+            renderObject(dest, cat, newNumber);
+            const std::string catalog = dest;
+            formFieldsText = CPageInfo(catalog).getValueString("AcroForm");
+        }
+        const std::size_t lt = formFieldsText.find('<');
+        const std::size_t gt = formFieldsText.rfind('>');
+        if (lt != std::string::npos && gt != std::string::npos) {
+            // The inside of the dictionary: two bytes behind the first "<", and
+            // one byte less than up to the last ">".
+            const long len = static_cast<long>(gt) - static_cast<long>(lt) - 3;
+            formFieldsText = lt + 2 <= formFieldsText.size() && len > 0
+                                 ? formFieldsText.substr(lt + 2, static_cast<std::size_t>(len))
+                                 : std::string();
+        }
+        *out = &formFieldsText;
+        return kResultOk;
+    });
+    if (rc != kResultOk) *out = &formFieldsText;
+    return rc;
 }
 
 std::vector<DestTD> CPDFKilnPage::getDestVector() const {

@@ -555,7 +555,7 @@ int CPDFKilnPage::getSecurity(PASSWORD_TYPE& type, int& permissions) const {
     permissions = -4;
     const std::string text = getEncryptString();
     if (text.empty()) return 0;
-    permissions = std::atoi(CPageInfo(text).getValueString("/P").c_str());
+    permissions = static_cast<int>(std::strtol(CPageInfo(text).getValueString("/P").c_str(), nullptr, 10));
     switch (SetSourcePassword()) {
         case 1:
         case 5:

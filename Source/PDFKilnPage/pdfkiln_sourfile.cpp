@@ -70,6 +70,13 @@ void CSourFile::makeView(CSourFile& parent, bool shareTable) {
 }
 
 void CSourFile::cacheObjectStream(int container, std::string data, int first, int count) {
+    // Under a budget the decoded streams kept at once stay within it: the
+    // others are let go (and decoded again when asked for).
+    if (decodeBudget > 0) {
+        std::size_t held = data.size();
+        for (const auto& c : objStmCache) held += c.second.data.size();
+        if (held > decodeBudget) objStmCache.clear();
+    }
     DecodedObjStm& d = objStmCache[container];
     d.data = std::move(data);
     d.first = first;
@@ -100,6 +107,7 @@ int CSourFile::CheckAndInit() {
     seekg(0);
     unsetf(std::ios::skipws);
     objStmCache.clear();
+    objStmUndecodable.clear();
 
     // Header: the first line that holds "%PDF-"; junk may stand before it.
     char line[kHeaderLine];

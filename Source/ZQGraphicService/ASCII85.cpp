@@ -31,7 +31,7 @@ bool emitGroup(uint32_t v, int n, ZqBuffer& out) {
 }  // namespace
 
 int ascii85Decode(ByteView in, ZqBuffer& out) {
-    if (!out.reserveExtra(in.size / 5 * 4 + 4)) return ZQ_TOO_LARGE;
+    if (!out.reserveGuess(in.size / 5 * 4 + 4)) return ZQ_TOO_LARGE;
     std::size_t i = 0;
     while (i < in.size && isPdfSpace(in.data[i])) ++i;
     if (in.size - i >= 2 && in.data[i] == '<' && in.data[i + 1] == '~') i += 2;

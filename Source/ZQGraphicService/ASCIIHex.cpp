@@ -25,7 +25,7 @@ inline int hexValue(unsigned char c) {
 }  // namespace
 
 int asciiHexDecode(ByteView in, ZqBuffer& out) {
-    if (!out.reserveExtra(in.size / 2 + 1)) return ZQ_TOO_LARGE;
+    if (!out.reserveGuess(in.size / 2 + 1)) return ZQ_TOO_LARGE;
     int high = -1;
     for (std::size_t i = 0; i < in.size; ++i) {
         const unsigned char c = in.data[i];

@@ -1,5 +1,6 @@
 // Storage shared by all codecs; see ZqCodec.h.
 #include <cstdlib>
+#include <exception>
 
 #include "ZqCodec.h"
 
@@ -14,6 +15,16 @@ bool ZqBuffer::grow(std::size_t need) {
     if (want < need) want = need;
     if (want > limit_) want = limit_;
     if (want < need) return false;
+    if (backing_) {
+        try {
+            backing_->resize(want);
+        } catch (const std::exception&) {
+            return false;
+        }
+        data_ = reinterpret_cast<unsigned char*>(&(*backing_)[0]);
+        cap_ = want;
+        return true;
+    }
     void* p = std::realloc(data_, want);
     if (!p) return false;
     data_ = static_cast<unsigned char*>(p);

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "ZQGraphicService/ZqFilter.h"
 
@@ -21,13 +22,23 @@ struct ByteView {
     std::size_t size;
 };
 
-// Growable malloc'd byte buffer with a hard size limit. The storage can be
-// handed to a FilterMemBlock with release(), which is why it is malloc'd
-// rather than a std::vector.
+// Growable byte buffer with a hard size limit. By default the storage is
+// malloc'd, so that it can be handed to a FilterMemBlock with release().
+// Given a string, the buffer writes into that string instead (its size is the
+// buffer's capacity until finish() cuts it to the bytes produced), so a
+// decoder's output is never copied to reach its caller.
 class ZqBuffer {
 public:
     explicit ZqBuffer(std::size_t limit = kMaxStageOutput) : limit_(limit) {}
-    ~ZqBuffer() { std::free(data_); }
+    ZqBuffer(std::string& backing, std::size_t limit) : backing_(&backing), limit_(limit) {
+        backing.clear();
+        cap_ = backing.capacity() < limit ? backing.capacity() : limit;
+        backing.resize(cap_);
+        data_ = cap_ ? reinterpret_cast<unsigned char*>(&backing[0]) : nullptr;
+    }
+    ~ZqBuffer() {
+        if (!backing_) std::free(data_);
+    }
     ZqBuffer(const ZqBuffer&) = delete;
     ZqBuffer& operator=(const ZqBuffer&) = delete;
 
@@ -47,6 +58,12 @@ public:
         if (extra <= cap_ - size_) return true;
         if (extra > limit_ - size_) return false;
         return grow(size_ + extra);
+    }
+
+    // Room for a first guess of the output size, cut to the limit: only the
+    // bytes actually produced may fail the limit.
+    bool reserveGuess(std::size_t extra) {
+        return reserveExtra(extra < limit_ - size_ ? extra : limit_ - size_);
     }
 
     bool append(const unsigned char* p, std::size_t n) {
@@ -76,11 +93,18 @@ public:
 
     // Gives up the storage (at least one byte, so never null on success) and
     // leaves the buffer empty. Returns null when the byte cannot be allocated.
+    // Not for a buffer over a string.
     unsigned char* release(std::size_t* capacity);
+
+    // A buffer over a string: cuts the string to the bytes produced.
+    void finish() {
+        if (backing_) backing_->resize(size_);
+    }
 
 private:
     bool grow(std::size_t need);
 
+    std::string* backing_ = nullptr;
     unsigned char* data_ = nullptr;
     std::size_t size_ = 0;
     std::size_t cap_ = 0;
@@ -108,6 +132,9 @@ int dctDecode(ByteView in, ZqBuffer& out);
 int predictorCheck(const PredictorParams& p);
 // Undoes a predictor in place over the whole buffer (rows of decoded data).
 int predictorDecode(const PredictorParams& p, ZqBuffer& data);
+
+// Runs one decoding stage of kind prop.type over `in` into `out`.
+int decodeStage(ByteView in, const FilterPropTD& prop, ZqBuffer& out);
 
 // Encoders.
 int flateEncode(ByteView in, int level, ZqBuffer& out);

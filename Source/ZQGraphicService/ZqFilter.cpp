@@ -54,6 +54,45 @@ PredictorParams predictorOf(const FilterPropTD& prop) {
 
 }  // namespace
 
+namespace ZQGraphicService_NS {
+namespace codec {
+
+int decodeStage(ByteView view, const FilterPropTD& prop, ZqBuffer& buf) {
+    switch (prop.type) {
+    case FILTER_FLATE:
+    case FILTER_LZW: {
+        // Reject bad predictor parameters before spending time on the data.
+        const PredictorParams p = predictorOf(prop);
+        int rc = predictorCheck(p);
+        if (rc != ZQ_OK) return rc;
+        rc = prop.type == FILTER_FLATE ? flateDecode(view, buf) : lzwDecode(view, prop.earlyChange != 0, buf);
+        if (rc == ZQ_OK) rc = predictorDecode(p, buf);
+        return rc;
+    }
+    case FILTER_ASCIIHEX: return asciiHexDecode(view, buf);
+    case FILTER_ASCII85: return ascii85Decode(view, buf);
+    case FILTER_RUNLENGTH: return runLengthDecode(view, buf);
+    case FILTER_CCITTFAX: return ccittDecode(view, prop.columns, buf);
+    case FILTER_DCT: return dctDecode(view, buf);
+    default: return ZQ_BAD_ARGUMENT;
+    }
+}
+
+}  // namespace codec
+
+int Zq_InflateInto(const unsigned char* in, std::size_t size, std::string& out, const FilterPropTD& prop,
+                   std::size_t limit) {
+    if (size > 0 && !in) return ZQ_BAD_ARGUMENT;
+    if (limit == 0 || limit > kMaxStageOutput) limit = kMaxStageOutput;
+    ZqBuffer buf(out, limit);
+    const int rc = decodeStage(ByteView{in, size}, prop, buf);
+    buf.finish();
+    if (rc != ZQ_OK) out.clear();
+    return rc;
+}
+
+}  // namespace ZQGraphicService_NS
+
 extern "C" {
 
 void Zq_MemInit(FilterMemBlock* block) {
@@ -78,36 +117,7 @@ int Zq_InflateStream(FilterMemBlock* in, FilterMemBlock* out, FilterPropTD* prop
     if (!viewOf(in, view)) return ZQ_BAD_ARGUMENT;
 
     ZqBuffer buf;
-    int rc;
-    switch (prop->type) {
-    case FILTER_FLATE:
-    case FILTER_LZW: {
-        // Reject bad predictor parameters before spending time on the data.
-        const PredictorParams p = predictorOf(*prop);
-        rc = predictorCheck(p);
-        if (rc != ZQ_OK) return rc;
-        rc = prop->type == FILTER_FLATE ? flateDecode(view, buf) : lzwDecode(view, prop->earlyChange != 0, buf);
-        if (rc == ZQ_OK) rc = predictorDecode(p, buf);
-        break;
-    }
-    case FILTER_ASCIIHEX:
-        rc = asciiHexDecode(view, buf);
-        break;
-    case FILTER_ASCII85:
-        rc = ascii85Decode(view, buf);
-        break;
-    case FILTER_RUNLENGTH:
-        rc = runLengthDecode(view, buf);
-        break;
-    case FILTER_CCITTFAX:
-        rc = ccittDecode(view, prop->columns, buf);
-        break;
-    case FILTER_DCT:
-        rc = dctDecode(view, buf);
-        break;
-    default:
-        return ZQ_BAD_ARGUMENT;
-    }
+    const int rc = decodeStage(view, *prop, buf);
     if (rc != ZQ_OK) return rc;
     return store(buf, out);
 }

@@ -2,7 +2,8 @@
 """The tool with its reading repairs on, against qpdf.
 
 1. Every corpus file that qpdf reads (`qpdf --check` exit 0, or 3: read with
-   warnings) is composed (its first pages) by `pdfkiln compose`; the output
+   warnings) is composed (its first pages) by `pdfkiln compose --keep-going`
+   (a page skipped or emptied still leaves the others written); the output
    must pass `qpdf --check`. The same first pages are copied by qpdf
    (`qpdf --empty --pages FILE 1-N -- OUT`, output passing `qpdf --check`):
    the files the tool composes must be at least as many as those qpdf copies,
@@ -31,7 +32,7 @@ def compose(tool, base, rel):
         out = os.path.join(tmp, "out.pdf")
         n = run(["qpdf", "--show-npages", path])[1].strip()
         sel = ":1-%d" % min(FIRST_PAGES, int(n)) if n.isdigit() and int(n) > 0 else ""
-        rc = run(["timeout", "60", tool, "compose", "--quiet", "-o", out, path + sel], timeout=90,
+        rc = run(["timeout", "60", tool, "compose", "--quiet", "--keep-going", "-o", out, path + sel], timeout=90,
                  env=SANITIZER_ENV)[0]
         ours = rc in (0, 3) and os.path.exists(out) and run(["qpdf", "--check", out])[0] == 0
         qout = os.path.join(tmp, "qpdf.pdf")

@@ -22,6 +22,7 @@
 #include "PDFKilnPage/pdfkiln_obj_page.h"
 #include "commands.h"
 #include "conformance.h"
+#include "resource_text.h"
 #include "tool_common.h"
 
 using namespace PDF_KILN;
@@ -40,6 +41,8 @@ struct Options {
     std::string password;
     bool strict = false;
     bool quiet = false;
+    // Pages skipped or emptied: without it the first one stops the run.
+    bool keepGoing = false;
     std::vector<Input> inputs;
     // Output encryption: "aes-128" (standard security handler, revision 4).
     std::string encrypt;
@@ -60,7 +63,7 @@ void usage(FILE* to) {
     std::fputs("usage: pdfkiln compose -o OUT.pdf [--nup CxR] [--sheet WxH] [--password P] [--strict] [--quiet]\n"
                "                       [--encrypt aes-128 --user U --owner O [--permissions P]]\n"
                "                       [--no-annots] [--no-forms] [--annots-disable MASK] [--recompress]\n"
-               "                       [--ascii] IN[:PAGES]...\n"
+               "                       [--ascii] [--keep-going] [--max-decoded SIZE] IN[:PAGES]...\n"
                "  PAGES: comma-separated numbers and ranges (3-7, 5-z); all pages when left out\n"
                "  annotations and form fields are kept, moved with their page; --no-annots drops the\n"
                "  annotations, --no-forms the form fields, --annots-disable MASK the annotation subtypes\n"
@@ -72,7 +75,12 @@ void usage(FILE* to) {
                "  --strict reads by the library's own rules only (see pdfkiln --help)\n"
                "  --ascii writes only 7-bit bytes: binary streams get an ASCII85 layer (their\n"
                "  /DecodeParms kept with their filter), other bytes above 127 are escaped\n"
-               "  the first source's output intent is carried when all sources agree on it\n",
+               "  the first source's output intent is carried when all sources agree on it\n"
+               "  a page that cannot be read, or whose content does not decode, stops the run with\n"
+               "  status 3 and no output; --keep-going writes the rest (that page skipped or left\n"
+               "  empty) and still ends with status 3\n"
+               "  --max-decoded SIZE: largest decoded stream, and decoded content of a page (bytes,\n"
+               "  or with K, M, G; default 256M; 0 for the library's own cap of 1G per stage)\n",
                to);
 }
 
@@ -121,6 +129,8 @@ bool parseArgs(int argc, char** argv, Options& o) {
             o.ascii = true;
         } else if (a == "--quiet") {
             o.quiet = true;
+        } else if (a == "--keep-going") {
+            o.keepGoing = true;
         } else if (a == "--encrypt") {
             o.encrypt = argv[++i];
             if (o.encrypt != "aes-128") return bad("--encrypt knows aes-128 only, not '" + o.encrypt + "'");
@@ -214,16 +224,28 @@ public:
     Deflater(const Deflater&) = delete;
     Deflater& operator=(const Deflater&) = delete;
 
+    // The output grows as deflate fills it, so that a large page content that
+    // compresses well never costs a buffer of its own size.
     std::string run(const std::string& data) {
         if (!ok_ || deflateReset(&z_) != Z_OK) return std::string();
-        std::string out(deflateBound(&z_, static_cast<uLong>(data.size())), '\0');
+        std::string out;
+        std::size_t room = std::min<std::size_t>(deflateBound(&z_, static_cast<uLong>(data.size())), 1 << 16);
         z_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
-        z_.avail_in = static_cast<uInt>(data.size());
-        z_.next_out = reinterpret_cast<Bytef*>(&out[0]);
-        z_.avail_out = static_cast<uInt>(out.size());
-        if (::deflate(&z_, Z_FINISH) != Z_STREAM_END) return std::string();
-        out.resize(out.size() - z_.avail_out);
-        return out;
+        std::size_t left = data.size();
+        for (;;) {
+            const std::size_t have = out.size();
+            out.resize(have + room);
+            z_.next_out = reinterpret_cast<Bytef*>(&out[have]);
+            z_.avail_out = static_cast<uInt>(room);
+            const uInt feed = static_cast<uInt>(std::min<std::size_t>(left, 1u << 30));
+            z_.avail_in = feed;
+            const int rc = ::deflate(&z_, left > feed ? Z_NO_FLUSH : Z_FINISH);
+            left -= feed - z_.avail_in;
+            out.resize(out.size() - z_.avail_out);
+            if (rc == Z_STREAM_END) return out;
+            if (rc != Z_OK && rc != Z_BUF_ERROR) return std::string();
+            room = std::min<std::size_t>(std::max<std::size_t>(out.size(), 1 << 16), 1 << 30);
+        }
     }
 
 private:
@@ -260,168 +282,6 @@ std::string num(double v) {
     s.erase(s.find_last_not_of('0') + 1);
     if (!s.empty() && s.back() == '.') s.pop_back();
     return s;
-}
-
-// The library may hand out a merged resource text whose name list closer
-// has no opener; the output needs a balanced dictionary.
-std::string balancedResources(std::string r) {
-    int square = 0;
-    bool inString = false;
-    for (std::size_t i = 0; i < r.size(); ++i) {
-        const char c = r[i];
-        if (c == '(' && !inString) inString = true;
-        else if (c == ')' && inString) inString = false;
-        else if (!inString && c == '[') ++square;
-        else if (!inString && c == ']') {
-            if (square == 0) {
-                r.erase(i, 1);
-                --i;
-            } else {
-                --square;
-            }
-        }
-    }
-    while (square-- > 0) r.insert(r.rfind(">>") == std::string::npos ? r.size() : r.rfind(">>"), "]");
-    const std::size_t lt = r.find_first_not_of(" \t\r\n");
-    if (lt == std::string::npos) return "<< >>";
-    return r;
-}
-
-// A tiny reader of dictionary text, enough to rebuild a resource dictionary
-// with each key once: the merged text of the library may name a resource in
-// both of its inputs, and the later one is what readers take.
-class DictText {
-public:
-    explicit DictText(const std::string& t) : t(t) {}
-
-    // The text of a dictionary at `at` with duplicate keys dropped (the last
-    // one wins, in the place of the first), nested dictionaries alike.
-    bool dedupe(std::size_t& at, std::string& out, int depth = 0) {
-        skip(at);
-        if (depth > 32 || t.compare(at, 2, "<<") != 0) return false;
-        at += 2;
-        std::vector<std::pair<std::string, std::string>> entries;
-        for (;;) {
-            skip(at);
-            if (at >= t.size()) return false;
-            if (t.compare(at, 2, ">>") == 0) {
-                at += 2;
-                break;
-            }
-            if (t[at] != '/') return false;
-            const std::size_t k = at;
-            value(at);
-            const std::string key = t.substr(k, at - k);
-            skip(at);
-            std::string v;
-            if (t.compare(at, 2, "<<") == 0) {
-                if (!dedupe(at, v, depth + 1)) return false;
-            } else {
-                const std::size_t vs = at;
-                if (!value(at)) return false;
-                v = t.substr(vs, at - vs);
-            }
-            bool replaced = false;
-            for (auto& e : entries)
-                if (e.first == key) {
-                    e.second = v;
-                    replaced = true;
-                }
-            if (!replaced) entries.emplace_back(key, v);
-        }
-        out += "<<";
-        for (const auto& e : entries) out += e.first + " " + e.second + " ";
-        out += ">>";
-        return true;
-    }
-
-private:
-    void skip(std::size_t& at) const {
-        while (at < t.size()) {
-            if (t[at] == '%') {
-                while (at < t.size() && t[at] != '\n' && t[at] != '\r') ++at;
-            } else if (charClass(t[at]) == 1) {
-                ++at;
-            } else {
-                break;
-            }
-        }
-    }
-    // Moves over one value: a reference, a number, a name, a string, an
-    // array or a dictionary.
-    bool value(std::size_t& at) const {
-        skip(at);
-        if (at >= t.size()) return false;
-        const char c = t[at];
-        if (c == '(') {
-            int depth = 0;
-            for (; at < t.size(); ++at) {
-                if (t[at] == '\\') ++at;
-                else if (t[at] == '(') ++depth;
-                else if (t[at] == ')' && --depth == 0) {
-                    ++at;
-                    return true;
-                }
-            }
-            return false;
-        }
-        if (c == '<' && t.compare(at, 2, "<<") == 0) {
-            at += 2;
-            for (;;) {
-                skip(at);
-                if (at >= t.size()) return false;
-                if (t.compare(at, 2, ">>") == 0) {
-                    at += 2;
-                    return true;
-                }
-                if (!value(at)) return false;
-            }
-        }
-        if (c == '<') {
-            const std::size_t e = t.find('>', at);
-            if (e == std::string::npos) return false;
-            at = e + 1;
-            return true;
-        }
-        if (c == '[') {
-            ++at;
-            for (;;) {
-                skip(at);
-                if (at >= t.size()) return false;
-                if (t[at] == ']') {
-                    ++at;
-                    return true;
-                }
-                if (!value(at)) return false;
-            }
-        }
-        if (c == ']' || c == '>' || c == ')' || c == '{' || c == '}') return false;
-        // A name or a regular run; a number may be the start of "n g R".
-        ++at;
-        while (at < t.size() && charClass(t[at]) == 0) ++at;
-        if (c != '/') {
-            std::size_t p = at;
-            skip(p);
-            std::size_t q = p;
-            while (q < t.size() && std::isdigit(static_cast<unsigned char>(t[q]))) ++q;
-            if (q > p) {
-                std::size_t r = q;
-                skip(r);
-                if (r < t.size() && t[r] == 'R' && (r + 1 == t.size() || charClass(t[r + 1]) != 0)) at = r + 1;
-            }
-        }
-        return true;
-    }
-
-    const std::string& t;
-};
-
-std::string cleanResources(const std::string& text) {
-    const std::string r = balancedResources(text);
-    std::size_t at = 0;
-    std::string out;
-    DictText d(r);
-    return d.dedupe(at, out) ? out : r;
 }
 
 // The output file: objects in the order written, with their offsets.
@@ -641,6 +501,7 @@ const char* resultText(int rc) {
         case kResultNotLocalised: return "the catalog could not be located";
         case kResultBadPage: return "bad page";
         case kResultStdException: return "internal error while reading";
+        case kResultFilterFailed: return "filter failure";
         default: return "failed";
     }
 }
@@ -671,6 +532,11 @@ int cmdCompose(int argc, char** argv) {
     if (!o.encrypt.empty()) fileKey = setUpEncryption(o, w);
     std::vector<Placed> placed;
     int failures = 0;
+    // The status of a run that a skipped or emptied page ends.
+    const auto stopped = [] {
+        std::fputs("pdfkiln: stopped, no output written (--keep-going writes the other pages)\n", stderr);
+        return tool::kExitPartial;
+    };
 
     // Pages to do, for the progress report.
     struct Job {
@@ -739,6 +605,7 @@ int cmdCompose(int argc, char** argv) {
             if (rc != 0) {
                 std::fprintf(stderr, "pdfkiln: %s: page %d skipped: %s (%d)\n", j.file.c_str(), p, resultText(rc), rc);
                 ++failures;
+                if (!o.keepGoing) return stopped();
                 continue;
             }
             const int form = w.reserve();
@@ -789,9 +656,15 @@ int cmdCompose(int argc, char** argv) {
                 // copied as stored
             } else {
                 rc = doc.getPageContents(&contents);
-                if (rc != 0)
-                    std::fprintf(stderr, "pdfkiln: %s: page %d: content does not decode (%d)\n", j.file.c_str(), p,
-                                 rc);
+                if (rc != 0) {
+                    // A decoder's own code is below the facade's range: the
+                    // content failed in a filter all the same.
+                    if (rc < 1000) rc = kResultFilterFailed;
+                    std::fprintf(stderr, "pdfkiln: %s: page %d emptied: content does not decode: %s (%d)\n",
+                                 j.file.c_str(), p, resultText(rc), rc);
+                    ++failures;
+                    if (!o.keepGoing) return stopped();
+                }
                 data = deflate(*contents);
             }
             doc.getPageRes(&res, form);
@@ -822,7 +695,7 @@ int cmdCompose(int argc, char** argv) {
     }
     if (placed.empty()) {
         std::fputs("pdfkiln: no page could be placed\n", stderr);
-        return 1;
+        return failures ? tool::kExitPartial : 1;
     }
 
     // Link targets: the sheet that shows the page, at the point the page's
@@ -943,6 +816,6 @@ int cmdCompose(int argc, char** argv) {
     }
     if (!o.quiet)
         std::fprintf(stderr, "pdfkiln: %zu page(s) on %d sheet(s) written to %s%s\n", placed.size(), sheets,
-                     o.out.c_str(), failures ? " (some pages skipped)" : "");
-    return failures ? 3 : 0;
+                     o.out.c_str(), failures ? " (some pages skipped or emptied)" : "");
+    return failures ? tool::kExitPartial : 0;
 }

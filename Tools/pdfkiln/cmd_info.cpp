@@ -329,6 +329,7 @@ int cmdXref(int argc, char** argv) {
     CPDFKilnPage doc(a.file, a.read.password);
     doc.setBalancedStrings(!a.read.strict);
     doc.setRebuildObjectTable(!a.read.strict);
+    doc.setDecodedBudget(decodedBudget());
     int rc = doc.init();
     if (rc != 0 && rc != kResultNotLocalised) {
         std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", a.file, tool::resultText(rc), rc);

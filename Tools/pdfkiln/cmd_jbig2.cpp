@@ -354,7 +354,10 @@ bool decodePdfImage(CSourFile& src, int num, int gen, const std::string& out) {
     r.height = static_cast<uint32_t>(height);
     r.stride = (r.width + 7) / 8;
     const uint64_t need = static_cast<uint64_t>(r.stride) * r.height;
-    if (need > (uint64_t(1) << 31)) {
+    // The raster is decoded data too: --max-decoded bounds it, with room for
+    // the some four copies of it that writing a PNG holds.
+    const uint64_t most = decodedBudget() ? decodedBudget() / 4 : (uint64_t(1) << 31);
+    if (need > most) {
         std::free(bytes);
         std::fprintf(stderr, "pdfkiln jbig2: object %d: %ldx%ld is too large\n", num, width, height);
         return false;
@@ -385,6 +388,7 @@ std::string outputFor(const std::string& pattern, int num) {
 
 int cmdJbig2Pdf(const std::string& in, long object, bool all, const std::string& out) {
     CPDFKilnPage doc(in.c_str(), "");
+    doc.setDecodedBudget(decodedBudget());
     const int rc = doc.init();
     if (rc != 0 && rc != kResultNotLocalised) {
         std::fprintf(stderr, "pdfkiln jbig2: %s: cannot open (%d)\n", in.c_str(), rc);

@@ -81,6 +81,7 @@ int cmdObject(int argc, char** argv) {
     CPDFKilnPage doc(file, "");
     doc.setBalancedStrings(!strict);
     doc.setRebuildObjectTable(!strict);
+    doc.setDecodedBudget(decodedBudget());
     int rc = doc.init();
     if (rc != 0 && rc != kResultNotLocalised) {
         std::fprintf(stderr, "pdfkiln: %s: %s (%d)\n", file, tool::resultText(rc), rc);

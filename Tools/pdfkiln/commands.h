@@ -3,6 +3,8 @@
 #ifndef PDFKILN_TOOL_COMMANDS_H
 #define PDFKILN_TOOL_COMMANDS_H
 
+#include <cstddef>
+
 int cmdInfo(int argc, char** argv);
 int cmdXref(int argc, char** argv);
 int cmdObject(int argc, char** argv);
@@ -12,5 +14,9 @@ int cmdFind(int argc, char** argv);
 int cmdContent(int argc, char** argv);
 int cmdMerge(int argc, char** argv);
 int cmdSplit(int argc, char** argv);
+
+// The decoded-size budget that every command hands to the library: the value
+// of --max-decoded (any command), 256 MiB when none is given.
+std::size_t decodedBudget();
 
 #endif

@@ -1,6 +1,9 @@
 // pdfkiln: the command-line face of the library.
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <string>
 
 #include "commands.h"
@@ -16,8 +19,10 @@ const char kReading[] =
     "Reading: the tool reads literal strings with balanced parentheses and rebuilds the object\n"
     "table from the file's \"N G obj\" headers when the cross-reference chain gives no usable\n"
     "catalog, as other readers do. --strict reads by the library's own rules only.\n"
-    "Exit status: 0 done, 1 a file cannot be read or written, 2 bad arguments, 4 a password is\n"
-    "missing or wrong.\n";
+    "--max-decoded SIZE (any command): the largest decoded stream, and decoded content of a page,\n"
+    "in bytes or with K, M, G; default 256M, 0 for the library's own cap of 1G per decoding stage.\n"
+    "Exit status: 0 done, 1 a file cannot be read or written, 2 bad arguments, 3 (compose) pages\n"
+    "skipped or emptied, 4 a password is missing or wrong.\n";
 
 struct Command {
     const char* name;
@@ -111,7 +116,26 @@ int help(const Command& c) {
     return 0;
 }
 
+std::size_t budget = std::size_t(256) << 20;
+
+// SIZE: a decimal count of bytes, or with K, M or G behind it (binary units).
+bool parseSize(const char* text, std::size_t& out) {
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long v = std::strtoull(text, &end, 10);
+    if (end == text || errno != 0 || *text == '-') return false;
+    unsigned shift = 0;
+    if (*end == 'K' || *end == 'k') shift = 10, ++end;
+    else if (*end == 'M' || *end == 'm') shift = 20, ++end;
+    else if (*end == 'G' || *end == 'g') shift = 30, ++end;
+    if (*end != '\0' || v > (std::numeric_limits<std::size_t>::max() >> shift)) return false;
+    out = static_cast<std::size_t>(v) << shift;
+    return true;
+}
+
 }  // namespace
+
+std::size_t decodedBudget() { return budget; }
 
 // Stands in when the JBIG2 command is not built into this tool.
 __attribute__((weak)) int cmdJbig2(int, char**) {
@@ -120,6 +144,26 @@ __attribute__((weak)) int cmdJbig2(int, char**) {
 }
 
 int main(int argc, char** argv) {
+    if (argc < 2) {
+        usage(stderr);
+        return tool::kExitUsage;
+    }
+    // --max-decoded is taken out wherever it stands; the commands read it
+    // through decodedBudget().
+    int kept = 1;
+    for (int i = 1; i < argc; ++i) {
+        if (!std::strcmp(argv[i], "--max-decoded")) {
+            if (i + 1 >= argc || !parseSize(argv[i + 1], budget)) {
+                std::fputs("pdfkiln: --max-decoded wants a size (bytes, or with K, M, G)\n", stderr);
+                return tool::kExitUsage;
+            }
+            ++i;
+            continue;
+        }
+        argv[kept++] = argv[i];
+    }
+    argc = kept;
+    argv[argc] = nullptr;
     if (argc < 2) {
         usage(stderr);
         return tool::kExitUsage;

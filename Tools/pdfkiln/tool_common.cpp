@@ -1,6 +1,8 @@
 // Shared by the sub-commands: argument checks, file checks and opening.
 #include "tool_common.h"
 
+#include "commands.h"
+
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -93,6 +95,7 @@ int openDocument(CPDFKilnPage& doc, const std::string& file, const ReadOptions& 
     }
     doc.setBalancedStrings(!o.strict);
     doc.setRebuildObjectTable(!o.strict);
+    doc.setDecodedBudget(decodedBudget());
     int rc = doc.init();
     if (doc.getSource()) {
         // An encrypted file that does not open with the password it got is

@@ -12,8 +12,9 @@ class CPDFKilnPage;
 
 namespace tool {
 
-// Exit statuses of every command (3 is left to partial results).
-enum ExitStatus { kExitOk = 0, kExitFailed = 1, kExitUsage = 2, kExitPassword = 4 };
+// Exit statuses of every command; 3 is a partial result (compose with pages
+// skipped or emptied).
+enum ExitStatus { kExitOk = 0, kExitFailed = 1, kExitUsage = 2, kExitPartial = 3, kExitPassword = 4 };
 
 // Prints "pdfkiln COMMAND: MESSAGE" and where the command's help is; returns kExitUsage.
 int usageError(const char* command, const std::string& message);

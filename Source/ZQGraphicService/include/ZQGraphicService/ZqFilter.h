@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace ZQGraphicService_NS {
 
@@ -72,6 +73,15 @@ enum {
 
 // Largest output one stage produces; protects callers from decompression bombs.
 constexpr std::size_t kMaxStageOutput = std::size_t(1) << 30;
+
+// Decodes `size` bytes at `in` with the stage kind prop.type, writing straight
+// into `out`, which is replaced: the output exists once, in `out`, and grows
+// as the decoder produces it. `limit` bounds it (0, or anything above
+// kMaxStageOutput, means kMaxStageOutput); passing it gives ZQ_TOO_LARGE.
+// Results are those of Zq_InflateStream; on failure `out` is empty. `in`
+// must not point into `out`.
+int Zq_InflateInto(const unsigned char* in, std::size_t size, std::string& out, const FilterPropTD& prop,
+                   std::size_t limit);
 
 }  // namespace ZQGraphicService_NS
 
