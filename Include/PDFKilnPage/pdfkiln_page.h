@@ -232,6 +232,12 @@ public:
     void setReadXmpAttributes(bool on) { readXmpAttributes = on; }
     // The /Marked value of the catalog's /MarkInfo.
     bool isMarked() const;
+    // The default optional-content configuration in the caller's numbering:
+    // /ON groups with true, then /OFF groups with false (a group met twice
+    // keeps its first value), and /Order appended to `order`; only the
+    // groups that were numbered or delivered for the caller appear.
+    void getCatalogOCProperties(std::map<std::pair<int, int>, bool>& state,
+                                std::vector<std::pair<int, int>>& order) const;
 
     // Read access for tools and tests.
     CSourFile* getSource() const { return source; }

@@ -232,6 +232,31 @@ void CPDFKilnPage::getOPIOutputCondition(unsigned short i, icu::UnicodeString& o
 
 bool CPDFKilnPage::isMarked() const { return source && source->catalog.markInfo.marked; }
 
+void CPDFKilnPage::getCatalogOCProperties(std::map<std::pair<int, int>, bool>& state,
+                                          std::vector<std::pair<int, int>>& order) const {
+    if (!source) return;
+    // The caller's identifier of a source group: numbered for this page
+    // first, else delivered with an earlier one.
+    auto mapped = [this](const SObj& o, std::pair<int, int>& out) {
+        const std::pair<int, int> key(o.num, o.gen);
+        auto it = old2newMap.find(key);
+        if (it == old2newMap.end()) {
+            it = deliveredMap.find(key);
+            if (it == deliveredMap.end()) return false;
+        }
+        out = it->second;
+        return true;
+    };
+    const COCProperties& oc = source->catalog.ocProperties;
+    std::pair<int, int> id;
+    for (const SObj& o : oc.on)
+        if (mapped(o, id)) state.emplace(id, true);
+    for (const SObj& o : oc.off)
+        if (mapped(o, id)) state.emplace(id, false);
+    for (const SObj& o : oc.order)
+        if (mapped(o, id)) order.push_back(id);
+}
+
 unsigned int CPDFKilnPage::getVersion() const {
     // The header's version; anything but 1.0 to 1.7 counts as 2.0.
     unsigned int version = 10;

@@ -313,3 +313,35 @@ TEST(AsciiEncode, StreamsOfAPage) {
         }
     }
 }
+
+TEST(Conformance, OptionalContentInTheCallersNumbering) {
+    // Groups A and B are on the page, C only in the catalog: the page's
+    // numbering maps A and B, so C is left out. /ON is taken first, so A
+    // stays on although /OFF lists it too.
+    pagestest::Doc d(pagestest::buildPdf(
+        {{1, "<< /Type /Catalog /Pages 2 0 R /OCProperties << /OCGs [5 0 R 6 0 R 7 0 R] "
+             "/D << /ON [5 0 R] /OFF [6 0 R 5 0 R] /Order [7 0 R 6 0 R 5 0 R] >> >> >>"},
+         {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 10 10] "
+             "/Resources << /Properties << /a 5 0 R /b 6 0 R >> >> >>"},
+         {5, "<< /Type /OCG /Name (A) >>"},
+         {6, "<< /Type /OCG /Name (B) >>"},
+         {7, "<< /Type /OCG /Name (C) >>"}}));
+    ASSERT_EQ(d.rc, 0);
+    std::map<std::pair<int, int>, bool> state;
+    std::vector<std::pair<int, int>> order;
+    d.page->getCatalogOCProperties(state, order);
+    EXPECT_TRUE(state.empty()) << "nothing numbered yet";
+    ASSERT_EQ(d.page->setPageNo(1), 0);
+    ASSERT_EQ(d.page->setStartObjNo(40), 0);
+    std::map<std::string, std::pair<int, int>> byName;  // the delivered number of each group
+    for (auto it = d.page->begin(); it != d.page->end(); d.page->next(it))
+        for (const char* n : {"(A)", "(B)", "(C)"})
+            if (it->second.find(n) != std::string::npos) byName[n] = {it->first.first, it->first.second};
+    ASSERT_EQ(byName.count("(A)") + byName.count("(B)"), 2u);
+    EXPECT_EQ(byName.count("(C)"), 0u);
+    d.page->getCatalogOCProperties(state, order);
+    const std::map<std::pair<int, int>, bool> wantState{{byName["(A)"], true}, {byName["(B)"], false}};
+    EXPECT_EQ(state, wantState);
+    const std::vector<std::pair<int, int>> wantOrder{byName["(B)"], byName["(A)"]};
+    EXPECT_EQ(order, wantOrder);
+}
