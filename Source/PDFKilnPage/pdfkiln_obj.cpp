@@ -349,13 +349,11 @@ bool CObj::toStream(CDestFile& out) {
     return Write(out, *src);
 }
 
-bool CObj::IsObjStart(std::istream& in) {
-    int num = 0, gen = 0;
-    if (!(in >> num)) return false;
-    if (!(in >> gen)) return false;
-    std::string token;
-    readPDFString(in, token);
-    if (!tokenIs(token, kwobj)) return false;
+namespace {
+
+// What follows "obj": blanks and comments are read over, and the stream
+// stands at the first byte of the value (true also where the input ends).
+bool behindObjKeyword(std::istream& in) {
     char c = 0;
     if (!(in >> std::ws).get(c)) {
         in.clear(in.rdstate() & ~std::ios::failbit & ~std::ios::eofbit);
@@ -377,6 +375,18 @@ bool CObj::IsObjStart(std::istream& in) {
     }
     in.unget();
     return true;
+}
+
+}  // namespace
+
+bool CObj::IsObjStart(std::istream& in) {
+    int num = 0, gen = 0;
+    if (!(in >> num)) return false;
+    if (!(in >> gen)) return false;
+    std::string token;
+    readPDFString(in, token);
+    if (!tokenIs(token, kwobj)) return false;
+    return behindObjKeyword(in);
 }
 
 namespace {
@@ -874,27 +884,7 @@ bool CObj::IsObjStart(CSourFile& in) {
     std::string token;
     readPDFString(in, token);
     if (!tokenIs(token, kwobj)) return false;
-    char c = 0;
-    if (!in.skipWs().get(c)) {
-        in.clear(in.rdstate() & ~std::ios::failbit & ~std::ios::eofbit);
-        return true;
-    }
-    while (c == '%') {
-        char d = 0;
-        while (in.get(d) && d != '\n' && d != '\r') {
-        }
-        if (!in) {
-            in.clear();
-            return true;
-        }
-        c = 0;
-        if (!in.skipWs().get(c)) {
-            in.clear();
-            return true;
-        }
-    }
-    in.unget();
-    return true;
+    return behindObjKeyword(in);
 }
 
 bool CObjRef::Read(CSourFile& in) {
