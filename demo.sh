@@ -18,7 +18,7 @@ if [ $# -eq 0 ]; then
   done
   mkdir -p out
   "$tool" compose -o out/demo.pdf --nup 2x1 --sheet 842x595 "$@"
-  if command -v qpdf >/dev/null; then qpdf --check out/demo.pdf | head -n 1; fi
+  if command -v qpdf >/dev/null; then qpdf --check out/demo.pdf | tail -n 2; fi
   if command -v mutool >/dev/null; then
     mutool draw -q -r 72 -o out/demo.png out/demo.pdf 1
     echo "rendered out/demo.png"
