@@ -317,6 +317,7 @@ public:
         for (int n = 1; n < next; ++n)
             if (static_cast<std::size_t>(n) >= offsets.size() || offsets[static_cast<std::size_t>(n)] < 0)
                 object(n, "null");
+        dropUnreferenced(root);
         const long xref = static_cast<long>(text.size());
         text += "xref\n0 " + std::to_string(next) + "\n0000000000 65535 f \n";
         char entry[32];
@@ -336,6 +337,71 @@ public:
     int next = 1;
 
 private:
+    // Objects that nothing reachable from the catalog or the trailer refers
+    // to (a source's name trees, say, which the library delivers with the
+    // first page but the output has no /Names for) become null objects, their
+    // bytes given back in place. A "n g R" inside stream data counts as a
+    // reference too: that keeps an object at worst, never drops one in use.
+    void dropUnreferenced(int root) {
+        const std::size_t count = static_cast<std::size_t>(next);
+        // Each object's bytes run to the next object's start (or the end).
+        std::vector<std::pair<long, int>> order;
+        for (std::size_t n = 1; n < count; ++n) order.emplace_back(offsets[n], static_cast<int>(n));
+        std::sort(order.begin(), order.end());
+        std::vector<long> ends(count, static_cast<long>(text.size()));
+        for (std::size_t i = 0; i + 1 < order.size(); ++i)
+            ends[static_cast<std::size_t>(order[i].second)] = order[i + 1].first;
+        std::vector<char> reached(count, 0);
+        std::vector<int> work;
+        auto refer = [&](const char* b, const char* e) {
+            for (const char* r = b; r < e; ++r) {
+                if (*r != 'R' || (r + 1 < e && std::isalnum(static_cast<unsigned char>(r[1])))) continue;
+                const char* q = r;
+                auto blanks = [&]() { while (q > b && std::isspace(static_cast<unsigned char>(q[-1]))) --q; };
+                auto digits = [&]() {
+                    const char* end = q;
+                    while (q > b && std::isdigit(static_cast<unsigned char>(q[-1]))) --q;
+                    return end - q;
+                };
+                blanks();
+                if (digits() == 0) continue;
+                blanks();
+                const char* numEnd = q;
+                if (digits() == 0 || numEnd - q > 9) continue;
+                const long n = std::strtol(q, nullptr, 10);
+                if (n > 0 && static_cast<std::size_t>(n) < count && !reached[static_cast<std::size_t>(n)]) {
+                    reached[static_cast<std::size_t>(n)] = 1;
+                    work.push_back(static_cast<int>(n));
+                }
+            }
+        };
+        const std::string start = " " + std::to_string(root) + " 0 R " + trailerExtra + " ";
+        refer(start.data(), start.data() + start.size());
+        while (!work.empty()) {
+            const std::size_t n = static_cast<std::size_t>(work.back());
+            work.pop_back();
+            refer(text.data() + offsets[n], text.data() + ends[n]);
+        }
+        // Compact in file order: kept objects move down, dropped ones shrink
+        // to "n 0 obj null endobj" (never longer than what they replace).
+        long to = order.empty() ? static_cast<long>(text.size()) : order.front().first;
+        for (const auto& o : order) {
+            const std::size_t n = static_cast<std::size_t>(o.second);
+            const long from = o.first, size = ends[n] - from;
+            offsets[n] = to;
+            const std::string stub = std::to_string(n) + " 0 obj\nnull\nendobj\n";
+            if (reached[n] || static_cast<long>(stub.size()) > size) {
+                if (to != from) std::memmove(&text[static_cast<std::size_t>(to)], &text[static_cast<std::size_t>(from)],
+                                             static_cast<std::size_t>(size));
+                to += size;
+            } else {
+                text.replace(static_cast<std::size_t>(to), stub.size(), stub);
+                to += static_cast<long>(stub.size());
+            }
+        }
+        text.resize(static_cast<std::size_t>(to));
+    }
+
     std::vector<long> offsets;
 };
 
