@@ -34,6 +34,10 @@ PAGE = [b"<< /Type /Catalog /Pages 2 0 R >>",
         b" /PieceNote (a (nested) note) >>",
         b"<< /Length 20 >>\nstream\n0 0 1 rg 0 0 50 50 re f\nendstream"]
 UTF16 = PAGE[:4] + [b"<< /Title <FEFF00500072006900E8007200650020D83DDE00> >>"]
+# A document-level script in a name tree: the output has no /Names, so the
+# script's objects have nothing referring to them there and stay out.
+NAMES = [b"<< /Type /Catalog /Pages 2 0 R /Names 5 0 R >>"] + PAGE[1:4] + [
+    b"<< /JavaScript 6 0 R >>", b"<< /Names [(a) 7 0 R] >>", b"<< /S /JavaScript /JS (app.alert\\(1\\)) >>"]
 
 
 def main():
@@ -46,6 +50,7 @@ def main():
         "nested": pdf(PAGE),
         "nostartxref": pdf(PAGE, broken_startxref=True),
         "utf16": pdf(UTF16, info=5),
+        "names": pdf(NAMES),
     }
     for name, data in files.items():
         with open(os.path.join(tmp, name + ".pdf"), "wb") as f:
@@ -91,6 +96,7 @@ def main():
         (6, ["compose", "-o", sample, sample], 2, "is an input", None, None),
         (6, ["compose", "-o", t("o6.pdf"), "--encrypt", "aes-128", sample], 2, "--user and --owner", None, None),
         (7, ["compose", "-o", t("o7.pdf"), sample + ":1", sample + ":2"], 0, "written", None, t("o7.pdf")),
+        (7, ["compose", "-o", t("o7n.pdf"), t("names.pdf")], 0, "written", None, t("o7n.pdf")),
         (8, ["--version"], 0, "pdfkiln 7", None, None),
         (8, ["help", "compose"], 0, "--nup", None, None),
         (8, ["object", "--help"], 0, "JSON Lines", None, None),
@@ -117,6 +123,9 @@ def main():
         if size(t("o7.pdf")) != size(t("o7b.pdf")):
             failures.append("point 7: a file named twice gives %d objects, named once %d" %
                             (size(t("o7.pdf")), size(t("o7b.pdf"))))
+    # What nothing in the output refers to is left out: the source's script.
+    if os.path.exists(t("o7n.pdf")) and b"app.alert" in open(t("o7n.pdf"), "rb").read():
+        failures.append("compose writes a name tree's script that nothing in the output refers to")
     # Point 8: the manual page is installed.
     if not os.path.exists(os.path.join(prefix, "share", "man", "man1", "pdfkiln.1")):
         failures.append("point 8: pdfkiln.1 is not installed")
