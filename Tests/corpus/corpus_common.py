@@ -108,21 +108,30 @@ def qpdf_resolve(objects, value, depth=0):
     return value
 
 
+def qpdf_json(path):
+    """qpdf's JSON of a file: (objects by key, pages), or None when qpdf
+    cannot read it or give the JSON."""
+    rc, out = run(["qpdf", "--json=2", "--json-key=pages", "--json-key=qpdf", path], timeout=120)
+    if rc not in (0, 3):
+        return None
+    try:
+        data = json.loads(out)
+    except ValueError:
+        return None
+    return data["qpdf"][1], data["pages"]
+
+
 def qpdf_page_annots(path, max_pages=None):
     """Per page (the first max_pages), the subtypes of the annotations that
     the page object's /Annots lists in qpdf's JSON; None when qpdf cannot
     give the JSON."""
     def compute():
-        rc, out = run(["qpdf", "--json=2", "--json-key=pages", "--json-key=qpdf", path], timeout=120)
-        if rc not in (0, 3):
+        got = qpdf_json(path)
+        if got is None:
             return None
-        try:
-            data = json.loads(out)
-        except ValueError:
-            return None
-        objects = data["qpdf"][1]
+        objects, qpages = got
         pages = []
-        for p in data["pages"][:max_pages]:
+        for p in qpages[:max_pages]:
             page = qpdf_resolve(objects, p["object"])
             annots = qpdf_resolve(objects, page.get("/Annots")) if isinstance(page, dict) else None
             subtypes = []

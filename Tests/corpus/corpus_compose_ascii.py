@@ -12,7 +12,7 @@ import concurrent.futures
 import os
 import sys
 import tempfile
-from corpus_common import SANITIZER_ENV, load_explained, run_full as run
+from corpus_common import SANITIZER_ENV, open_corpus, run_full as run
 from corpus_compose import alike, read_pnm
 
 
@@ -56,19 +56,11 @@ def check(tool, path, compare):
 
 
 def main():
-    tool, corpus = sys.argv[1], sys.argv[2]
     step = int(sys.argv[3]) if len(sys.argv) > 3 else 1
-    base = os.path.join(corpus, "qpdf")
-    if not os.path.isdir(base):
-        print("corpus not found; skipped")
+    c = open_corpus(["qpdf", "mutool"], "compose-ascii-explained.txt")
+    if c is None:
         return 0
-    for peer in (["qpdf", "--version"], ["mutool", "-v"]):
-        if run(peer)[0] not in (0, 1):
-            print("%s not installed; skipped" % peer[0])
-            return 0
-    explained = load_explained("compose-ascii-explained.txt")
-    files = sorted(os.path.relpath(os.path.join(d, f), base)
-                   for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
+    tool, base, files, explained = c.tool, c.base, c.files, c.explained
     counts = {}
     others, failures = [], []
     with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:

@@ -12,7 +12,7 @@ import concurrent.futures
 import json
 import os
 import sys
-from corpus_common import SANITIZER_ENV, open_corpus, report, run
+from corpus_common import SANITIZER_ENV, open_corpus, qpdf_json, report, run
 
 
 
@@ -47,16 +47,12 @@ def inherited(objects, page, key):
 
 
 def qpdf_pages(path):
-    rc, out = run(["qpdf", "--json=2", "--json-key=pages", "--json-key=qpdf", path], timeout=120)
-    if rc not in (0, 3):
+    got = qpdf_json(path)
+    if got is None:
         return None
-    try:
-        data = json.loads(out)
-    except ValueError:
-        return None
-    objects = data["qpdf"][1]
+    objects, qpages = got
     pages = []
-    for p in data["pages"]:
+    for p in qpages:
         ref = p["object"]
         media = rect(objects, inherited(objects, ref, "/MediaBox"))
         crop = rect(objects, inherited(objects, ref, "/CropBox"))

@@ -19,7 +19,7 @@ import concurrent.futures
 import os
 import sys
 import tempfile
-from corpus_common import SANITIZER_ENV, load_explained, run
+from corpus_common import SANITIZER_ENV, open_corpus, run
 
 FIRST_PAGES = 3     # pages composed per file
 MERGE_FILES = 24    # clean files taken for merge and split, pairwise
@@ -93,18 +93,10 @@ def merge_pair(tool, base, a, b):
 
 
 def main():
-    tool, corpus = sys.argv[1], sys.argv[2]
-    base = os.path.join(corpus, "qpdf")
-    if not os.path.isdir(base):
-        print("corpus not found; skipped")
+    c = open_corpus(["qpdf", "mutool"], "tool-explained.txt")
+    if c is None:
         return 0
-    for peer in (["qpdf", "--version"], ["mutool", "-v"]):
-        if run(peer)[0] not in (0, 1):
-            print("%s not installed; skipped" % peer[0])
-            return 0
-    explained = load_explained("tool-explained.txt")
-    files = sorted(os.path.relpath(os.path.join(d, f), base)
-                   for d, _, fs in os.walk(base) for f in fs if f.endswith(".pdf"))
+    tool, base, files, explained = c.tool, c.base, c.files, c.explained
     qpdf_reads = qpdf_copies = tool_composes = 0
     clean = []
     failures = []
