@@ -13,6 +13,14 @@
 
 namespace PDF_KILN {
 
+// The first byte of [p, e) that is not a blank as std::ws sees one in the
+// classic locale (space, tab, line feed, vertical tab, form feed, return):
+// the readers that work on bytes in memory skip what the stream would.
+inline const char* skipStreamBlanks(const char* p, const char* e) {
+    while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+    return p;
+}
+
 // A read-only stream buffer, over bytes in memory or over a file's windows.
 // Seeking behaves as on a file: a position past the end may be taken (reads
 // there meet the end), a negative one may not.

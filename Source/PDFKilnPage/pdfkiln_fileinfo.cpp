@@ -27,7 +27,7 @@ bool readEntryFast(CSourFile& in, int& offset, int& gen, char& mark) {
     const char* p = m->cursor();
     const char* const e = m->limit();
     auto blanks = [&]() {
-        while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+        p = skipStreamBlanks(p, e);
     };
     auto number = [&](int& v) {
         blanks();

@@ -834,7 +834,7 @@ namespace {
 // at its end, so the next extraction fails).
 int scanInt(const char*& p, const char* e, bool skipws, int& value, bool& hitLimit) {
     if (skipws)
-        while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+        p = skipStreamBlanks(p, e);
     if (p == e) {
         hitLimit = true;
         return 0;
@@ -900,7 +900,7 @@ bool CObjRef::Read(CSourFile& in) {
         int n = num, g = gen;
         bool ok = scanInt(p, e, skipws, n, hitLimit) == 2 && scanInt(p, e, skipws, g, hitLimit) == 2;
         if (ok && skipws)
-            while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+            p = skipStreamBlanks(p, e);
         if (ok && p == e) hitLimit = true;
         if (!hitLimit || m->limitIsEnd()) {
             isRef = false;

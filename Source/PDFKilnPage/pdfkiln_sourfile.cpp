@@ -45,8 +45,7 @@ CSourFile& CSourFile::skipWs() {
     }
     const char* p = memory_->cursor();
     const char* const e = memory_->limit();
-    // The classic locale's blanks, as std::ws sees them.
-    while (p != e && (*p == ' ' || (*p >= '\t' && *p <= '\r'))) ++p;
+    p = skipStreamBlanks(p, e);
     memory_->moveTo(p);
     if (p == e) {
         if (memory_->limitIsEnd()) setstate(std::ios::eofbit);
