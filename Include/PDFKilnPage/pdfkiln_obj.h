@@ -3,6 +3,7 @@
 #ifndef PDFKILN_OBJ_H
 #define PDFKILN_OBJ_H
 
+#include <climits>
 #include <cstdint>
 #include <exception>
 #include <ios>
@@ -11,6 +12,8 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "pdfkiln_filter.h"
@@ -45,13 +48,50 @@ extern const unsigned char tokenArray[256];
 
 inline int charClass(char c) { return tokenArray[static_cast<unsigned char>(c)]; }
 
+// The word an SObj carries beside its key. It is empty in nearly every key of
+// every table, so it costs one pointer until something is stored in it: the
+// page tree and object tables of a large file hold tens of thousands of keys.
+class SObjText {
+public:
+    SObjText() = default;
+    SObjText(const std::string& s) { *this = s; }
+    SObjText(const char* s) { *this = std::string(s); }
+    SObjText(const SObjText& o) : p_(o.p_ ? new std::string(*o.p_) : nullptr) {}
+    SObjText(SObjText&&) noexcept = default;
+    SObjText& operator=(const SObjText& o) {
+        if (this != &o) p_.reset(o.p_ ? new std::string(*o.p_) : nullptr);
+        return *this;
+    }
+    SObjText& operator=(SObjText&&) noexcept = default;
+    SObjText& operator=(const std::string& s) {
+        if (s.empty()) p_.reset();
+        else if (p_) *p_ = s;
+        else p_.reset(new std::string(s));
+        return *this;
+    }
+    const std::string& str() const { return p_ ? *p_ : emptyText(); }
+    operator const std::string&() const { return str(); }
+    bool empty() const { return !p_ || p_->empty(); }
+    std::size_t size() const { return p_ ? p_->size() : 0; }
+    const char* data() const { return str().data(); }
+    const char* c_str() const { return str().c_str(); }
+    void clear() { p_.reset(); }
+
+private:
+    static const std::string& emptyText() {
+        static const std::string none;
+        return none;
+    }
+    std::unique_ptr<std::string> p_;
+};
+
 // Key of an indirect object. Ordered by number, then generation; aux and
 // text ride along and take no part in comparisons.
 struct SObj {
     int num = 0;
     int gen = 0;
     int aux = 0;
-    std::string text;
+    SObjText text;
 
     SObj() = default;
     SObj(int n, int g, int a = 0) : num(n), gen(g), aux(a) {}
@@ -80,7 +120,125 @@ struct SObjState {
     char mark = 0;            // 'n' or 'f' for a classic entry, 0 for a stream entry
 };
 
-using ObjTable = std::map<SObj, SObjState>;
+// The object table: where each (number, generation) lives. Object numbers are
+// dense in nearly every file, so each number has one slot in a vector indexed
+// by it (16 bytes, against about 100 for a tree node); a second generation of
+// a number, and numbers far past the table's size, go to an ordered map
+// beside it. It reads like the ordered map it replaces: iteration is in key
+// order, and an entry shows as a pair of its key and a reference to its state.
+class ObjTable {
+    template <bool Const>
+    class Iter;
+
+public:
+    template <bool Const>
+    struct Entry {
+        SObj first;
+        typename std::conditional<Const, const SObjState&, SObjState&>::type second;
+    };
+    using iterator = Iter<false>;
+    using const_iterator = Iter<true>;
+
+    iterator begin() { return iterator(this, nextUsed(0), extra_.begin()); }
+    iterator end() { return iterator(this, flat_.size(), extra_.end()); }
+    const_iterator begin() const { return const_iterator(this, nextUsed(0), extra_.begin()); }
+    const_iterator end() const { return const_iterator(this, flat_.size(), extra_.end()); }
+
+    iterator find(const SObj& key);
+    const_iterator find(const SObj& key) const { return const_cast<ObjTable*>(this)->find(key); }
+    std::size_t count(const SObj& key) const { return state(key.num, key.gen) ? 1 : 0; }
+    // The state of (num, gen), or null when the table has no such entry.
+    const SObjState* state(int num, int gen) const;
+    SObjState* state(int num, int gen) {
+        return const_cast<SObjState*>(static_cast<const ObjTable*>(this)->state(num, gen));
+    }
+    // Enters the entry unless its key is present; true when entered.
+    std::pair<iterator, bool> insert(const std::pair<SObj, SObjState>& entry);
+    SObjState& operator[](const SObj& key);
+    // The state of `key`; throws std::out_of_range when it is absent.
+    const SObjState& at(const SObj& key) const;
+    void erase(const SObj& key);
+    // The entry of `num` with the lowest generation, or null.
+    SObjState* lowestOf(int num, int* gen = nullptr);
+    // The highest object number present, or -1 for an empty table.
+    int highestNumber() const;
+    std::size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    void clear();
+    // Gives back the slack of the vector once reading is over.
+    void shrink() { flat_.shrink_to_fit(); }
+
+private:
+    static constexpr int kNoEntry = INT32_MIN;
+    struct Slot {
+        SObjState st;
+        int gen = kNoEntry;
+    };
+    using Extra = std::map<std::pair<int, int>, SObjState>;
+
+    std::size_t nextUsed(std::size_t from) const {
+        while (from < flat_.size() && flat_[from].gen == kNoEntry) ++from;
+        return from < flat_.size() ? from : flat_.size();
+    }
+    // Whether (num, gen) may take a slot of the vector.
+    bool slotFor(int num, int gen);
+
+    std::vector<Slot> flat_;
+    Extra extra_;
+    std::size_t size_ = 0;
+
+    template <bool Const>
+    class Iter {
+        using Table = typename std::conditional<Const, const ObjTable, ObjTable>::type;
+        using ExtraIt = typename std::conditional<Const, Extra::const_iterator, Extra::iterator>::type;
+
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = Entry<Const>;
+        using difference_type = std::ptrdiff_t;
+        using reference = Entry<Const>;
+        struct Arrow {
+            Entry<Const> e;
+            Entry<Const>* operator->() { return &e; }
+        };
+        using pointer = Arrow;
+
+        Iter() = default;
+        Iter(Table* t, std::size_t f, ExtraIt x) : t_(t), f_(f), x_(x) {}
+        operator Iter<true>() const { return Iter<true>(t_, f_, x_); }
+
+        Entry<Const> operator*() const {
+            if (flatFirst()) return Entry<Const>{SObj(static_cast<int>(f_), t_->flat_[f_].gen), t_->flat_[f_].st};
+            return Entry<Const>{SObj(x_->first.first, x_->first.second), x_->second};
+        }
+        Arrow operator->() const { return Arrow{**this}; }
+        Iter& operator++() {
+            if (flatFirst()) f_ = t_->nextUsed(f_ + 1);
+            else ++x_;
+            return *this;
+        }
+        Iter operator++(int) {
+            Iter was = *this;
+            ++*this;
+            return was;
+        }
+        bool operator==(const Iter& o) const { return f_ == o.f_ && x_ == o.x_; }
+        bool operator!=(const Iter& o) const { return !(*this == o); }
+
+    private:
+        friend class ObjTable;
+        // Whether the vector's entry comes before the map's.
+        bool flatFirst() const {
+            if (f_ >= t_->flat_.size()) return false;
+            if (x_ == t_->extra_.end()) return true;
+            const int n = static_cast<int>(f_);
+            return n < x_->first.first || (n == x_->first.first && t_->flat_[f_].gen < x_->first.second);
+        }
+        Table* t_ = nullptr;
+        std::size_t f_ = 0;
+        ExtraIt x_{};
+    };
+};
 
 // A growable char vector whose index 0 always exists.
 class charVector : public std::vector<char> {

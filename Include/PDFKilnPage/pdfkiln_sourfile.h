@@ -15,6 +15,7 @@
 #include "pdfkiln_obj_action.h"
 #include "pdfkiln_obj_catalog.h"
 #include "pdfkiln_obj_page.h"
+#include "pdfkiln_reftable.h"
 
 namespace PDF_KILN {
 
@@ -51,6 +52,7 @@ public:
     bool isPage(const SObj& o) const { return pageSet.count(o) != 0; }
     // Takes ownership of `info`, replacing what the page had.
     void setPaperInfo(const SObj& page, CPaperInfo* info);
+    void setPaperInfo(const SObj& page, const CPaperInfo& info) { paperInfo.set(page, info); }
     const CPaperInfo* getPaperInfo(const SObj& page) const;
     bool FindStr(const std::string& what);
     // Looks a named destination up in the catalog's /Dests and /Names trees;
@@ -120,10 +122,10 @@ public:
     CSourFile* viewParent = nullptr;
 
     // The page tree (filled by readPageTree and CPages::Read).
-    std::set<SObj> pageSet;                    // the pages, for the page guard
-    std::map<SObj, SObj> ownerMap;             // object -> node or page that pulled it in
-    std::map<SObj, SObj> parentMap;            // node -> its /Parent
-    std::map<SObj, CPaperInfo*> paperInfo;     // page -> geometry, owned
+    RefSet pageSet;                  // the pages, for the page guard
+    RefMap<SKey> ownerMap;           // object -> node or page that pulled it in
+    RefMap<SKey> parentMap;          // node -> its /Parent
+    PaperTable paperInfo;            // page -> geometry
     // The running inherited attributes of the tree walk: one set per source.
     RectTD inheritedBox[5];
     int inheritedRotate = 0;

@@ -289,8 +289,11 @@ bool CFileInfo::ReadCrt(CSourFile& in) {
             st.index = gen;
             st.kind = mark == 'f' ? 0 : 1;
             st.mark = mark;
-            ownTable.insert({SObj(static_cast<int>(number), gen), st});
-            if (st.kind == 1) positions.push_back(st.pos);
+            // The offset index takes the positions of the table's own entries
+            // from the table: only an entry that an earlier-read section
+            // already holds leaves its position here.
+            const bool entered = ownTable.insert({SObj(static_cast<int>(number), gen), st}).second;
+            if (st.kind == 1 && !entered) positions.push_back(st.pos);
         }
     }
 }
@@ -562,28 +565,30 @@ bool CFileInfo::ReadInfoAndEncrypt(CSourFile& in) {
 }
 
 void CFileInfo::Tidy() {
-    // Keep the highest generation of each number.
+    // Keep the highest generation of each number: entries come in key order,
+    // so the last one of a number replaces those before it.
     ObjTable kept;
     for (const auto& e : *objTable) {
-        auto it = kept.lower_bound(SObj(e.first.num, 0));
-        if (it != kept.end() && it->first.num == e.first.num) kept.erase(it);
-        kept.insert(e);
+        int gen = 0;
+        if (kept.lowestOf(e.first.num, &gen)) kept.erase(SObj(e.first.num, gen));
+        kept.insert({SObj(e.first.num, e.first.gen), e.second});
     }
     *objTable = kept;
     if (objTable->empty()) return;
-    const int highest = objTable->rbegin()->first.num;
+    const int highest = objTable->highestNumber();
     int next = 0;
     for (int n = highest - 1; n >= 0; --n) {
-        auto it = objTable->lower_bound(SObj(n, 0));
-        if (it == objTable->end() || it->first.num != n) {
-            SObjState st;
-            st.pos = next;
-            st.index = 65535;
-            st.mark = 'f';
-            objTable->insert({SObj(n, 65535), st});
+        int gen = 0;
+        SObjState* st = objTable->lowestOf(n, &gen);
+        if (!st || gen < 0) {
+            SObjState fresh;
+            fresh.pos = next;
+            fresh.index = 65535;
+            fresh.mark = 'f';
+            objTable->insert({SObj(n, 65535), fresh});
             next = n;
-        } else if (it->second.mark == 'f') {
-            it->second.pos = next;
+        } else if (st->mark == 'f') {
+            st->pos = next;
             next = n;
         }
     }

@@ -12,7 +12,7 @@ namespace {
 // A file is read in windows of this size, aligned to it, and this many are
 // kept: reading a page touches its own objects and a few shared ones.
 constexpr std::size_t kWindowSize = 64 * 1024;
-constexpr std::size_t kWindows = 16;
+constexpr std::size_t kWindows = 8;
 
 }  // namespace
 

@@ -281,16 +281,16 @@ bool CPages::Read(CSourFile& in) {
         return true;
     }
     if (tokenIs(type, nmPage)) {
-        auto* info = new CPaperInfo;
-        for (int b = 0; b < 5; ++b) info->box[b] = hasBox[b] ? boxes[b] : owner.inheritedBox[b];
-        info->rotate = hasRotate ? rotate : owner.inheritedRotate;
-        owner.pageRotate = info->rotate;
-        info->resources = hasResources ? resourcesRef : owner.inheritedResources;
-        info->font = hasFont ? font : owner.inheritedFont;
-        info->xobject = hasXObject ? xobject : owner.inheritedXObject;
-        if (!hasResources && info->resources.num) owner.ownerMap[info->resources] = self;
-        if (!hasFont && info->font.num) owner.ownerMap[info->font] = self;
-        if (!hasXObject && info->xobject.num) owner.ownerMap[info->xobject] = self;
+        CPaperInfo info;
+        for (int b = 0; b < 5; ++b) info.box[b] = hasBox[b] ? boxes[b] : owner.inheritedBox[b];
+        info.rotate = hasRotate ? rotate : owner.inheritedRotate;
+        owner.pageRotate = info.rotate;
+        info.resources = hasResources ? resourcesRef : owner.inheritedResources;
+        info.font = hasFont ? font : owner.inheritedFont;
+        info.xobject = hasXObject ? xobject : owner.inheritedXObject;
+        if (!hasResources && info.resources.num) owner.ownerMap[info.resources] = self;
+        if (!hasFont && info.font.num) owner.ownerMap[info.font] = self;
+        if (!hasXObject && info.xobject.num) owner.ownerMap[info.xobject] = self;
         owner.setPaperInfo(self, info);
         return true;
     }
@@ -776,22 +776,61 @@ bool CPage::WriteObj(CDestFile& out, CSourFile& in) { return CopyBody(out, in, C
 // The source's page tree and closure
 
 void CSourFile::setPaperInfo(const SObj& page, CPaperInfo* info) {
-    auto it = paperInfo.find(page);
-    if (it != paperInfo.end()) {
-        delete it->second;
-        it->second = info;
-    } else {
-        paperInfo.emplace(SObj(page.num, page.gen), info);
-    }
+    std::unique_ptr<CPaperInfo> own(info);
+    if (info) paperInfo.set(page, *info);
 }
 
-const CPaperInfo* CSourFile::getPaperInfo(const SObj& page) const {
-    auto it = paperInfo.find(page);
-    return it == paperInfo.end() ? nullptr : it->second;
+const CPaperInfo* CSourFile::getPaperInfo(const SObj& page) const { return paperInfo.get(page); }
+
+bool PaperTable::Record::operator==(const Record& o) const {
+    auto same = [](const SRef& a, const SRef& b) { return a.num == b.num && a.gen == b.gen && a.aux == b.aux; };
+    return std::memcmp(box, o.box, sizeof box) == 0 && rotate == o.rotate && same(resources, o.resources) &&
+           same(font, o.font) && same(xobject, o.xobject);
+}
+
+void PaperTable::fill(const Record& rec, CPaperInfo& info) {
+    for (int b = 0; b < 5; ++b) info.box[b] = rec.box[b];
+    info.rotate = rec.rotate;
+    info.resources = rec.resources;
+    info.font = rec.font;
+    info.xobject = rec.xobject;
+}
+
+void PaperTable::set(const SObj& page, const CPaperInfo& info) {
+    Record rec;
+    for (int b = 0; b < 5; ++b) rec.box[b] = info.box[b];
+    rec.rotate = info.rotate;
+    rec.resources = info.resources;
+    rec.font = info.font;
+    rec.xobject = info.xobject;
+    std::size_t at = records_.size();
+    for (std::size_t back = 1; back <= 8 && back <= records_.size(); ++back) {
+        if (records_[records_.size() - back] == rec) {
+            at = records_.size() - back;
+            break;
+        }
+    }
+    if (at == records_.size()) records_.push_back(rec);
+    index_[page] = static_cast<std::uint32_t>(at);
+    if (auto shown = shown_.find(page); shown != shown_.end()) fill(rec, *shown->second);
+}
+
+const CPaperInfo* PaperTable::get(const SObj& page) const {
+    if (const auto* shown = shown_.get(page)) return shown->get();
+    const std::uint32_t* at = index_.get(page);
+    if (!at) return nullptr;
+    auto info = std::make_unique<CPaperInfo>();
+    fill(records_[*at], *info);
+    return (shown_[page] = std::move(info)).get();
+}
+
+void PaperTable::clear() {
+    index_.clear();
+    std::vector<Record>().swap(records_);
+    shown_.clear();
 }
 
 void CSourFile::clearPageTree() {
-    for (auto& p : paperInfo) delete p.second;
     paperInfo.clear();
     ownerMap.clear();
     parentMap.clear();

@@ -157,6 +157,8 @@ int CSourFile::CheckAndInit() {
     fileInfo.classicSections = fileInfo.xrefStreams = 0;
     tableRebuilt = false;
     fileInfo.fromStream(*this);
+    fileInfo.ownTable.shrink();
+    fileInfo.positions.shrink_to_fit();
     int rc = good() ? readCatalogAndPages(*this) : kResultBadXRef;
     // The last resort, when asked for: a table made from the file's bytes.
     if (rc != kResultOk && rebuildTable) {

@@ -170,7 +170,7 @@ public:
     void replace(std::size_t at, std::size_t length, const std::string& text) {
         out_.replace(at, length, text);
         const long shift = static_cast<long>(text.size()) - static_cast<long>(length);
-        for (auto& e : out_.fileInfo.ownTable)
+        for (auto&& e : out_.fileInfo.ownTable)
             if (e.second.kind == 1 && static_cast<std::size_t>(e.second.pos) > at)
                 e.second.pos = static_cast<int>(e.second.pos + shift);
         out_.writtenLength = static_cast<int>(out_.size());
