@@ -23,6 +23,7 @@
 #include "pdfkiln_obj_names.h"
 #include "pdfkiln_obj_struct.h"
 #include "pdfkiln_page.h"
+#include "pdfkiln_reftable.h"
 #include "pdfkiln_sourfile.h"
 #include "pfdecrypt.h"
 #include "yard/pdf_rules.h"
