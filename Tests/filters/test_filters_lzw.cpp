@@ -11,34 +11,22 @@ using namespace ZQGraphicService_NS;
 
 namespace {
 
-class BitWriter {
-public:
+// Codes written most significant bit first; the last byte is padded with 0.
+struct BitWriter {
+    Bytes out;
+    unsigned bits = 0;
     void put(unsigned code, unsigned width) {
-        for (int b = int(width) - 1; b >= 0; --b) {
-            acc_ = (acc_ << 1) | ((code >> b) & 1);
-            if (++n_ == 8) {
-                out_.push_back(static_cast<unsigned char>(acc_));
-                acc_ = 0;
-                n_ = 0;
-            }
+        for (int b = int(width) - 1; b >= 0; --b, ++bits) {
+            if (bits % 8 == 0) out.push_back(0);
+            if ((code >> b) & 1) out.back() |= static_cast<unsigned char>(0x80 >> (bits % 8));
         }
     }
-    Bytes finish() {
-        if (n_) out_.push_back(static_cast<unsigned char>(acc_ << (8 - n_)));
-        n_ = 0;
-        acc_ = 0;
-        return out_;
-    }
-
-private:
-    Bytes out_;
-    unsigned acc_ = 0, n_ = 0;
 };
 
-Bytes packCodes(const std::vector<unsigned>& codes, unsigned width = 9) {
+std::string packCodes(const std::vector<unsigned>& codes) {
     BitWriter w;
-    for (unsigned c : codes) w.put(c, width);
-    return w.finish();
+    for (unsigned c : codes) w.put(c, 9);
+    return text(w.out);
 }
 
 // LZW encoder. The code width follows the decoder's table: the decoder adds
@@ -84,7 +72,7 @@ Bytes lzwEncode(const Bytes& in, bool early, bool writeEnd = true) {
     }
     if (cur >= 0) emit(unsigned(cur));
     if (writeEnd) emit(257);
-    return w.finish();
+    return w.out;
 }
 
 FilterPropTD lzwProps(int early, int predictor = 0, int colors = 1, int bpc = 8, int columns = 0) {
@@ -95,14 +83,26 @@ FilterPropTD lzwProps(int early, int predictor = 0, int colors = 1, int bpc = 8,
 
 }  // namespace
 
-TEST(LZW, PublishedExample) {
+TEST(LZW, DecodeRules) {
     // The reference example: "-----A---B" encodes as 256 45 258 258 65 259 66 257.
-    Bytes codes = packCodes({256, 45, 258, 258, 65, 259, 66, 257});
-    EXPECT_EQ(text(decode(codes, lzwProps(1)).data), "-----A---B");
-    EXPECT_EQ(text(decode(codes, lzwProps(0)).data), "-----A---B");
-    EXPECT_EQ(lzwEncode(bytes("-----A---B"), true), codes);
-    // Without the leading clear and without the end code.
-    EXPECT_EQ(text(decode(packCodes({45, 258, 258, 65, 259, 66}), lzwProps(1)).data), "-----A---B");
+    const std::string example = packCodes({256, 45, 258, 258, 65, 259, 66, 257});
+    EXPECT_EQ(text(lzwEncode(bytes("-----A---B"), true)), example);
+    const DecodeCase cases[] = {
+        {lzwProps(1), example, ZQ_OK, "-----A---B"},
+        {lzwProps(0), example, ZQ_OK, "-----A---B"},
+        // Without the leading clear and without the end code.
+        {lzwProps(1), packCodes({45, 258, 258, 65, 259, 66}), ZQ_OK, "-----A---B"},
+        // A code beyond the table before any output, or codes 256/257 misused.
+        {lzwProps(1), packCodes({256, 300}), ZQ_CORRUPT, ""},
+        {lzwProps(1), packCodes({256, 258}), ZQ_CORRUPT, ""},
+        // After output, damage ends decoding with what was produced.
+        {lzwProps(1), packCodes({256, 65, 66, 400, 67}), ZQ_OK, "AB"},
+        // Data after the end code is ignored.
+        {lzwProps(1), packCodes({256, 72, 105, 257, 65, 66}), ZQ_OK, "Hi"},
+        // TIFF predictor 2 on one 8-bit grey row.
+        {lzwProps(0, 2, 1, 8, 6), text(lzwEncode({10, 1, 1, 1, 250, 10}, false)), ZQ_OK, "\x0a\x0b\x0c\x0d\x07\x11"},
+    };
+    expectDecodes(cases);
 }
 
 TEST(LZW, EarlyChangeBothWaysAcrossAllWidths) {
@@ -115,13 +115,12 @@ TEST(LZW, EarlyChangeBothWaysAcrossAllWidths) {
             ASSERT_EQ(r.rc, ZQ_OK) << early;
             EXPECT_EQ(r.data, data) << "early " << early << " seed " << seed;
             // The other width rule misreads the stream once codes widen.
-            Result wrong = decode(enc, lzwProps(1 - early));
-            EXPECT_NE(wrong.data, data) << early;
+            EXPECT_NE(decode(enc, lzwProps(1 - early)).data, data) << early;
         }
     }
 }
 
-TEST(LZW, TruncatedAndCorrupt) {
+TEST(LZW, TruncatedAndPredicted) {
     Bytes data = sampleText(50000, 4);
     Bytes enc = lzwEncode(data, true);
     // No end code: everything decoded is returned.
@@ -131,30 +130,14 @@ TEST(LZW, TruncatedAndCorrupt) {
     ASSERT_EQ(cut.rc, ZQ_OK);
     ASSERT_GT(cut.data.size(), 0u);
     EXPECT_TRUE(std::equal(cut.data.begin(), cut.data.end(), data.begin()));
-    // A code beyond the table before any output, or codes 256/257 misused.
-    EXPECT_EQ(decode(packCodes({256, 300}), lzwProps(1)).rc, ZQ_CORRUPT);
-    EXPECT_EQ(decode(packCodes({256, 258}), lzwProps(1)).rc, ZQ_CORRUPT);
-    // After output, damage ends decoding with what was produced.
-    Result partial = decode(packCodes({256, 65, 66, 400, 67}), lzwProps(1));
-    EXPECT_EQ(partial.rc, ZQ_OK);
-    EXPECT_EQ(text(partial.data), "AB");
-    // Data after the end code is ignored.
-    EXPECT_EQ(text(decode(packCodes({256, 72, 105, 257, 65, 66}), lzwProps(1)).data), "Hi");
-}
 
-TEST(LZW, WithPredictors) {
     // Four rows of 5 RGB pixels, each row PNG "Up" filtered.
     const int columns = 5, colors = 3, rowBytes = columns * colors;
     Bytes image = randomBytes(4 * rowBytes, 11), encoded;
     for (int r = 0; r < 4; ++r) {
         encoded.push_back(2);
-        for (int i = 0; i < rowBytes; ++i) {
-            unsigned char up = r ? image[(r - 1) * rowBytes + i] : 0;
-            encoded.push_back(static_cast<unsigned char>(image[r * rowBytes + i] - up));
-        }
+        for (int i = 0; i < rowBytes; ++i)
+            encoded.push_back(static_cast<unsigned char>(image[r * rowBytes + i] - (r ? image[(r - 1) * rowBytes + i] : 0)));
     }
     EXPECT_EQ(decode(lzwEncode(encoded, true), lzwProps(1, 12, colors, 8, columns)).data, image);
-    // TIFF predictor 2 on one 8-bit grey row.
-    Bytes row = {10, 1, 1, 1, 250, 10};
-    EXPECT_EQ(decode(lzwEncode(row, false), lzwProps(0, 2, 1, 8, 6)).data, (Bytes{10, 11, 12, 13, 7, 17}));
 }

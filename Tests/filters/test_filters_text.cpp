@@ -8,6 +8,7 @@
 
 using namespace filtertest;
 using namespace ZQGraphicService_NS;
+using namespace std::string_literals;
 
 TEST(FilterMemBlock, InitClearAndOwnership) {
     FilterMemBlock b;
@@ -24,7 +25,7 @@ TEST(FilterMemBlock, InitClearAndOwnership) {
     FilterMemBlock src = inputBlock(in);
     FilterPropTD p = props(FILTER_ASCIIHEX);
     ASSERT_EQ(Zq_InflateStream(&src, &b, &p), ZQ_OK);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(b.data), b.length), "Hello");
+    EXPECT_EQ(blockText(b), "Hello");
     EXPECT_GE(b.capacity, b.length);
     EXPECT_NE(b.reserved24, 0);
     Zq_MemClear(&b);
@@ -37,49 +38,45 @@ TEST(FilterMemBlock, InitClearAndOwnership) {
     // Caller memory (stack and malloc) is never freed: ASan would flag a free
     // of the stack array, and the malloc'd block is freed here exactly once.
     unsigned char stackBuf[16] = {1, 2, 3};
-    FilterMemBlock caller = inputBlock(Bytes());
-    caller.data = stackBuf;
-    caller.length = caller.capacity = 3;
-    Zq_MemClear(&caller);
-    EXPECT_EQ(caller.data, nullptr);
     unsigned char* heap = static_cast<unsigned char*>(std::malloc(8));
-    FilterMemBlock caller2{};
-    caller2.data = heap;
-    caller2.length = caller2.capacity = 8;
-    Zq_MemClear(&caller2);
+    for (unsigned char* data : {stackBuf, heap}) {
+        FilterMemBlock caller{};
+        caller.data = data;
+        caller.length = caller.capacity = 3;
+        Zq_MemClear(&caller);
+        EXPECT_EQ(caller.data, nullptr);
+    }
     std::free(heap);
 }
 
 TEST(FilterMemBlock, ReusedOutputBlocksDoNotLeakAndInPlaceWorks) {
     Bytes in = bytes("41424344>");
-    FilterMemBlock src = inputBlock(in);
-    FilterMemBlock out;
+    FilterMemBlock src = inputBlock(in), out;
     Zq_MemInit(&out);
     FilterPropTD hex = props(FILTER_ASCIIHEX);
     ASSERT_EQ(Zq_InflateStream(&src, &out, &hex), ZQ_OK);
     ASSERT_EQ(Zq_InflateStream(&src, &out, &hex), ZQ_OK);  // the first result is released
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out.data), out.length), "ABCD");
+    EXPECT_EQ(blockText(out), "ABCD");
 
     // Encode then decode within one block, as a stage chain might.
     FilterPropTD a85{};
     a85.type = FILTER_ASCII85;
     ASSERT_EQ(Zq_DeflateStream(&out, &out, &a85, 2), ZQ_OK);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out.data), out.length), "5sdq,~>");
+    EXPECT_EQ(blockText(out), "5sdq,~>");
     ASSERT_EQ(Zq_InflateStream(&out, &out, &a85), ZQ_OK);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out.data), out.length), "ABCD");
+    EXPECT_EQ(blockText(out), "ABCD");
 
     // A failing call leaves the output as it was.
     Bytes bad = bytes("4G>");
     FilterMemBlock badSrc = inputBlock(bad);
     EXPECT_EQ(Zq_InflateStream(&badSrc, &out, &hex), ZQ_CORRUPT);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out.data), out.length), "ABCD");
+    EXPECT_EQ(blockText(out), "ABCD");
     Zq_MemClear(&out);
 }
 
 TEST(FilterArguments, NullsUnknownKindsAndBadBlocks) {
     Bytes in = bytes("00>");
-    FilterMemBlock src = inputBlock(in);
-    FilterMemBlock out;
+    FilterMemBlock src = inputBlock(in), out;
     Zq_MemInit(&out);
     FilterPropTD p = props(FILTER_ASCIIHEX);
     EXPECT_EQ(Zq_InflateStream(nullptr, &out, &p), ZQ_BAD_ARGUMENT);
@@ -96,11 +93,10 @@ TEST(FilterArguments, NullsUnknownKindsAndBadBlocks) {
         FilterPropTD k = props(kind);
         EXPECT_EQ(Zq_DeflateStream(&src, &out, &k, 0), ZQ_BAD_ARGUMENT) << kind;
     }
-    FilterMemBlock negative = src;
+    FilterMemBlock negative = src, nullData{};
     negative.length = -1;
-    EXPECT_EQ(Zq_InflateStream(&negative, &out, &p), ZQ_BAD_ARGUMENT);
-    FilterMemBlock nullData{};
     nullData.length = 4;
+    EXPECT_EQ(Zq_InflateStream(&negative, &out, &p), ZQ_BAD_ARGUMENT);
     EXPECT_EQ(Zq_InflateStream(&nullData, &out, &p), ZQ_BAD_ARGUMENT);
     EXPECT_EQ(out.data, nullptr);  // untouched by the failures
 
@@ -115,101 +111,81 @@ TEST(FilterArguments, NullsUnknownKindsAndBadBlocks) {
     }
 }
 
-TEST(ASCIIHex, DecodeRules) {
-    EXPECT_EQ(text(decode(bytes("48656c6C6f>"), FILTER_ASCIIHEX).data), "Hello");
-    EXPECT_EQ(text(decode(bytes(" 4 8\n65\r\t6c\f6c 6f >ignored"), FILTER_ASCIIHEX).data), "Hello");
-    EXPECT_EQ(decode(bytes("414>"), FILTER_ASCIIHEX).data, (Bytes{0x41, 0x40}));
-    EXPECT_EQ(decode(bytes("7"), FILTER_ASCIIHEX).data, (Bytes{0x70}));  // no '>', odd digit
-    EXPECT_EQ(decode(bytes(">"), FILTER_ASCIIHEX).data, Bytes{});
-    Bytes withNul = bytes("41");
-    withNul.push_back(0);
-    withNul.push_back('4');
-    withNul.push_back('2');
-    EXPECT_EQ(text(decode(withNul, FILTER_ASCIIHEX).data), "AB");
-    for (const char* bad : {"4G>", "41 x>", "<41>", "41~>", "0x41"})
-        EXPECT_EQ(decode(bytes(bad), FILTER_ASCIIHEX).rc, ZQ_CORRUPT) << bad;
-}
-
-TEST(ASCIIHex, EncodeRoundTrip) {
-    EXPECT_EQ(text(encode(bytes("Hello\x01\xff"), FILTER_ASCIIHEX).data), "48656C6C6F01FF>");
-    EXPECT_EQ(text(encode(Bytes{}, FILTER_ASCIIHEX).data), ">");
-    Bytes data = randomBytes(5000, 7);
-    Result e = encode(data, FILTER_ASCIIHEX);
-    ASSERT_EQ(e.rc, ZQ_OK);
-    EXPECT_EQ(decode(e.data, FILTER_ASCIIHEX).data, data);
-}
-
-TEST(ASCII85, PublishedVectors) {
-    // Reference encodings of well-known strings (Adobe's btoa variant).
-    const std::pair<const char*, const char*> vectors[] = {
-        {"Man is distinguished", "9jqo^BlbD-BleB1DJ+*+F(f,q"},
-        {"M", "9`"},
-        {"Ma", "9jn"},
-        {"Man", "9jqo"},
-        {"Man ", "9jqo^"},
-        {"sure.", "F*2M7/c"},
-        {"easure.", "ARTY&Eb-j"},
+TEST(TextFilters, DecodeRules) {
+    const FilterPropTD hex = props(FILTER_ASCIIHEX), a85 = props(FILTER_ASCII85), rl = props(FILTER_RUNLENGTH);
+    std::string literal128 = "\x7f";
+    for (int i = 0; i < 128; ++i) literal128 += static_cast<char>(i);
+    const DecodeCase cases[] = {
+        {hex, "48656c6C6f>", ZQ_OK, "Hello"},
+        {hex, " 4 8\n65\r\t6c\f6c 6f >ignored", ZQ_OK, "Hello"},
+        {hex, "414>", ZQ_OK, "\x41\x40"},
+        {hex, "7", ZQ_OK, "\x70"},  // no '>', odd digit
+        {hex, ">", ZQ_OK, ""},
+        {hex, "41\0" "42"s, ZQ_OK, "AB"},
+        {hex, "4G>", ZQ_CORRUPT, ""},
+        {hex, "41 x>", ZQ_CORRUPT, ""},
+        {hex, "<41>", ZQ_CORRUPT, ""},
+        {hex, "41~>", ZQ_CORRUPT, ""},
+        {hex, "0x41", ZQ_CORRUPT, ""},
+        {a85, "zz!!~>", ZQ_OK, std::string(9, '\0')},
+        {a85, " 9jq\no^ \r\nBl bD-~>", ZQ_OK, "Man is d"},
+        {a85, "<~9jqo^~>", ZQ_OK, "Man "},
+        {a85, "9jqo^", ZQ_OK, "Man "},   // no "~>"
+        {a85, "9jqo^~", ZQ_OK, "Man "},  // '~' alone ends
+        {a85, "9jqo^v~>", ZQ_CORRUPT, ""},  // 'v' is past 'u'
+        {a85, "9j z~>", ZQ_CORRUPT, ""},    // 'z' inside a group
+        {a85, "s8W-\"~>", ZQ_CORRUPT, ""},  // group worth 2^32
+        {a85, "9jqo^9~>", ZQ_CORRUPT, ""},  // a single final character
+        {a85, "9jqo^{~>", ZQ_CORRUPT, ""},
+        {a85, "uuuu~>", ZQ_CORRUPT, ""},  // final partial group overflowing
+        // literal "ABC", 4 x 'z', EOD, then junk that must be ignored
+        {rl, "\x02" "ABC\xfd" "z\x80\0Q"s, ZQ_OK, "ABCzzzz"},
+        {rl, "\x81\x07", ZQ_OK, std::string(128, '\x07')},
+        {rl, "\xff\x07", ZQ_OK, "\x07\x07"},
+        {rl, literal128, ZQ_OK, literal128.substr(1)},
+        // No EOD, truncated literal, and a repeat byte that never came.
+        {rl, "\x01hi", ZQ_OK, "hi"},
+        {rl, "\x05hi", ZQ_OK, "hi"},
+        {rl, "\0x\xc8"s, ZQ_OK, "x"},
+        {rl, "\x80", ZQ_OK, ""},
     };
-    for (const auto& v : vectors) {
-        Bytes plain = bytes(v.first);
-        EXPECT_EQ(text(encode(plain, FILTER_ASCII85).data), std::string(v.second) + "~>") << v.first;
-        EXPECT_EQ(text(decode(bytes(std::string(v.second) + "~>"), FILTER_ASCII85).data), v.first);
-    }
-    EXPECT_EQ(text(encode(Bytes(4, 0), FILTER_ASCII85).data), "z~>");
-    EXPECT_EQ(text(encode(Bytes(5, 0), FILTER_ASCII85).data), "z!!~>");
-    EXPECT_EQ(text(encode(Bytes{0, 0, 0, 0, 1, 2}, FILTER_ASCII85).data), "z!<N~>");
-    EXPECT_EQ(text(encode(Bytes(4, 0xff), FILTER_ASCII85).data), "s8W-!~>");
-    EXPECT_EQ(text(encode(Bytes{}, FILTER_ASCII85).data), "~>");
+    expectDecodes(cases);
 }
 
-TEST(ASCII85, DecodeRules) {
-    EXPECT_EQ(decode(bytes("z~>"), FILTER_ASCII85).data, Bytes(4, 0));
-    EXPECT_EQ(decode(bytes("zz!!~>"), FILTER_ASCII85).data, Bytes(9, 0));
-    EXPECT_EQ(text(decode(bytes(" 9jq\no^ \r\nBl bD-~>"), FILTER_ASCII85).data), "Man is d");
-    EXPECT_EQ(text(decode(bytes("<~9jqo^~>"), FILTER_ASCII85).data), "Man ");
-    EXPECT_EQ(text(decode(bytes("9jqo^"), FILTER_ASCII85).data), "Man ");     // no "~>"
-    EXPECT_EQ(text(decode(bytes("9jqo^~"), FILTER_ASCII85).data), "Man ");    // '~' alone ends
-    EXPECT_EQ(decode(bytes("s8W-!~>"), FILTER_ASCII85).data, Bytes(4, 0xff));
-    EXPECT_EQ(decode(bytes("~>"), FILTER_ASCII85).data, Bytes{});
-    const char* corrupt[] = {
-        "9jqo^v~>",   // 'v' is past 'u'
-        "9j z~>",     // 'z' inside a group
-        "s8W-\"~>",   // group worth 2^32
-        "9jqo^9~>",   // a single final character
-        "9jqo^{~>",
-        "uuuu~>",     // final partial group overflowing
+TEST(TextFilters, EncodingsBothWays) {
+    // ASCII85 vectors are the reference encodings of Adobe's btoa variant.
+    const struct {
+        int type;
+        std::string plain, encoded;
+    } cases[] = {
+        {FILTER_ASCIIHEX, "Hello\x01\xff", "48656C6C6F01FF>"},
+        {FILTER_ASCIIHEX, "", ">"},
+        {FILTER_ASCII85, "Man is distinguished", "9jqo^BlbD-BleB1DJ+*+F(f,q~>"},
+        {FILTER_ASCII85, "M", "9`~>"},
+        {FILTER_ASCII85, "Ma", "9jn~>"},
+        {FILTER_ASCII85, "Man", "9jqo~>"},
+        {FILTER_ASCII85, "Man ", "9jqo^~>"},
+        {FILTER_ASCII85, "sure.", "F*2M7/c~>"},
+        {FILTER_ASCII85, "easure.", "ARTY&Eb-j~>"},
+        {FILTER_ASCII85, std::string(4, '\0'), "z~>"},
+        {FILTER_ASCII85, std::string(5, '\0'), "z!!~>"},
+        {FILTER_ASCII85, "\0\0\0\0\x01\x02"s, "z!<N~>"},
+        {FILTER_ASCII85, "\xff\xff\xff\xff", "s8W-!~>"},
+        {FILTER_ASCII85, "", "~>"},
     };
-    for (const char* c : corrupt) EXPECT_EQ(decode(bytes(c), FILTER_ASCII85).rc, ZQ_CORRUPT) << c;
-}
-
-TEST(ASCII85, RoundTripAllTailLengths) {
-    for (std::size_t n = 0; n < 40; ++n) {
-        Bytes data = randomBytes(n, uint32_t(n));
-        if (n > 8) std::fill(data.begin() + 4, data.begin() + 8, 0);  // one 'z' group
-        Result e = encode(data, FILTER_ASCII85);
-        ASSERT_EQ(e.rc, ZQ_OK);
-        Result d = decode(e.data, FILTER_ASCII85);
-        ASSERT_EQ(d.rc, ZQ_OK);
-        EXPECT_EQ(d.data, data) << n;
+    for (const auto& c : cases) {
+        EXPECT_EQ(text(encode(bytes(c.plain), c.type).data), c.encoded) << c.encoded;
+        EXPECT_EQ(text(decode(bytes(c.encoded), c.type).data), c.plain) << c.encoded;
     }
-}
-
-TEST(RunLength, DecodeRules) {
-    // literal "ABC", 4 x 'z', EOD, then junk that must be ignored
-    Bytes enc = {2, 'A', 'B', 'C', 253, 'z', 128, 0, 'Q'};
-    EXPECT_EQ(text(decode(enc, FILTER_RUNLENGTH).data), "ABCzzzz");
-    EXPECT_EQ(decode(Bytes{129, 7}, FILTER_RUNLENGTH).data, Bytes(128, 7));
-    EXPECT_EQ(decode(Bytes{255, 7}, FILTER_RUNLENGTH).data, Bytes(2, 7));
-    Bytes literal128 = {127};
-    for (int i = 0; i < 128; ++i) literal128.push_back(static_cast<unsigned char>(i));
-    Result r = decode(literal128, FILTER_RUNLENGTH);
-    ASSERT_EQ(r.data.size(), 128u);
-    EXPECT_EQ(r.data[127], 127);
-    // No EOD, truncated literal, and a repeat byte that never came.
-    EXPECT_EQ(text(decode(Bytes{1, 'h', 'i'}, FILTER_RUNLENGTH).data), "hi");
-    EXPECT_EQ(text(decode(Bytes{5, 'h', 'i'}, FILTER_RUNLENGTH).data), "hi");
-    Result cut = decode(Bytes{0, 'x', 200}, FILTER_RUNLENGTH);
-    EXPECT_EQ(cut.rc, ZQ_OK);
-    EXPECT_EQ(text(cut.data), "x");
-    EXPECT_EQ(decode(Bytes{128}, FILTER_RUNLENGTH).data, Bytes{});
+    // Random data of every tail length, with a 'z' group, and one long run.
+    for (int type : {FILTER_ASCIIHEX, FILTER_ASCII85})
+        for (std::size_t n = 0; n <= 40; ++n) {
+            Bytes data = randomBytes(n == 40 ? 5000 : n, uint32_t(n));
+            if (n > 8) std::fill(data.begin() + 4, data.begin() + 8, 0);
+            Result e = encode(data, type);
+            ASSERT_EQ(e.rc, ZQ_OK);
+            Result d = decode(e.data, type);
+            ASSERT_EQ(d.rc, ZQ_OK);
+            EXPECT_EQ(d.data, data) << type << " " << n;
+        }
 }
