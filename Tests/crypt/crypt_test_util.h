@@ -16,6 +16,7 @@
 #include "PDFKilnPage/crypt/decryptionmanager.h"
 #include "PDFKilnPage/crypt/encryptionmanager.h"
 #include "pdf_builder.h"
+#include "pfdecrypt.h"
 #include "test_util.h"
 
 namespace crypt_test {
@@ -167,6 +168,19 @@ inline std::string qpdfKey(const std::string& path, const std::string& password)
     const std::string out = runQpdf({"--show-encryption-key", "--show-encryption", "--password=" + password, path});
     const size_t pos = out.find("Encryption key = ");
     return pos == std::string::npos ? std::string() : fromHex(out.substr(pos + 17, out.find('\n', pos) - pos - 17));
+}
+
+// The record as the reader fills it from the /Encrypt dictionary and the
+// trailer, before any password is tried.
+inline pcrypt::EncryptInfo readInfo(const std::string& path)
+{
+    pdftest::Source src(testutil::readFile(path));
+    src.file.CheckAndInit();
+    pcrypt::EncryptInfo info;
+    PDF_KILN::saveEncryptInfo(src.file.fileInfo.encrypt, info);
+    info.key.clear();
+    info.derivedKeys.reset();
+    return info;
 }
 
 // A PDF of the given object bodies, numbered from 1, and trailer entries.

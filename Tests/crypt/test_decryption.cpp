@@ -155,7 +155,8 @@ TEST(DecryptData, UndecipherableDataStaysAsItIs)
     const EncryptInfo aes = cipher(2, std::string(16, 'k'));
     const std::string iv(16, 'i');
     // Whole blocks whose padding byte is 0.
-    const std::string badPad = iv + evpCipher(EVP_aes_128_cbc(), objectKey(aes, 1, 0), iv, std::string(16, '\0'), true, false);
+    const std::string badPad =
+        iv + evpCipher(EVP_aes_128_cbc(), objectKey(aes, 1, 0), iv, std::string(16, '\0'), true, false);
     // Record, data, the size passed; no multiple of 16, bad padding, a key
     // too short for AES-128 (40-bit AES: n + 9 = 14 bytes) or AES-256, and
     // nothing to do.

@@ -1,5 +1,5 @@
-// The encryption manager: its values open with the decryption manager and
-// with qpdf.
+// The encryption manager: its values open with the decryption manager, through
+// the reader, and with qpdf.
 #include <gtest/gtest.h>
 
 #include "crypt_test_util.h"
@@ -18,9 +18,10 @@ std::string hexString(const std::string& s) { return "<" + toHex(s) + ">"; }
 std::string writeEncrypted(const testutil::TempDir& dir, const std::string& name, const Made& made)
 {
     const EncryptInfo& i = made.info;
-    std::string enc = "<< /Filter /Standard /V " + std::to_string(i.V) + " /R " + std::to_string(i.R) + " /Length " +
-                      std::to_string(i.Length) + " /P " + std::to_string(i.P) + " /O " + hexString(i.O) + " /U " +
-                      hexString(i.U);
+    // /V 1 leaves /Length out: the reader's default of 40 bits applies.
+    std::string enc = "<< /Filter /Standard /V " + std::to_string(i.V) + " /R " + std::to_string(i.R) +
+                      (i.V == 1 ? "" : " /Length " + std::to_string(i.Length)) + " /P " + std::to_string(i.P) +
+                      " /O " + hexString(i.O) + " /U " + hexString(i.U);
     if (i.R == 4)
         enc += " /CF << /StdCF << /CFM /AESV2 /AuthEvent /DocOpen /Length 16 >> >> /StmF /StdCF /StrF /StdCF";
     if (i.R >= 5)
@@ -48,7 +49,7 @@ TEST(EncryptionManager, ValuesOpenWithTheDecryptionManagerAndQpdf)
             if (R < 4 && !metadata)
                 continue; // /EncryptMetadata exists from R4 on
             const Made made = make(R, length, "user", "owner", metadata);
-            const std::string name = "R" + std::to_string(R) + "-" + std::to_string(length) + (metadata ? "" : "-clear");
+            const std::string name = "R" + std::to_string(R) + "-" + std::to_string(length) + (metadata ? "" : "-c");
             SCOPED_TRACE(name);
             EXPECT_EQ(openedKey(made.info, "user"), made.key);
             EXPECT_EQ(openedKey(made.info, "owner"), made.key);
@@ -57,11 +58,14 @@ TEST(EncryptionManager, ValuesOpenWithTheDecryptionManagerAndQpdf)
             EXPECT_EQ(m.calPassWordState(info, "user"), 4);
             info = made.info;
             EXPECT_EQ(m.calPassWordState(info, "owner"), R == 6 ? 7 : 3);
+            // The record the reader makes of the written dictionary opens too.
+            const std::string path = writeEncrypted(dir, name, made);
+            EXPECT_EQ(openedKey(readInfo(path), "user"), made.key);
             if (!qpdf)
                 continue;
-            const std::string path = writeEncrypted(dir, name, made);
             for (const std::string pw : {"user", "owner"}) {
-                const std::string out = runQpdf({"--show-encryption-key", "--show-encryption", "--password=" + pw, path});
+                const std::string out =
+                    runQpdf({"--show-encryption-key", "--show-encryption", "--password=" + pw, path});
                 EXPECT_NE(out.find("Supplied password is " + pw + " password"), std::string::npos) << pw << "\n" << out;
                 EXPECT_NE(out.find("Encryption key = " + toHex(made.key)), std::string::npos) << out;
                 // No warnings (a bad /Perms would give one).

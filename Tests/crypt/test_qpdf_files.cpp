@@ -28,19 +28,6 @@ struct Encrypted {
     int streamObj = 0, titleObj = 0;
 };
 
-// The record as the reader fills it from the /Encrypt dictionary and the
-// trailer, before any password is tried.
-EncryptInfo readInfo(const std::string& path)
-{
-    pdftest::Source src(testutil::readFile(path));
-    src.file.CheckAndInit();
-    EncryptInfo info;
-    PDF_KILN::saveEncryptInfo(src.file.fileInfo.encrypt, info);
-    info.key.clear();
-    info.derivedKeys.reset();
-    return info;
-}
-
 // The still encrypted value of object `num` of a file written without object
 // streams: its stream data, or else its /Title string.
 std::string rawValue(const std::string& pdf, int num, bool& isStream)
@@ -73,7 +60,8 @@ Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector
                   const std::string& user, const std::string& owner, const std::string& id = kId)
 {
     const std::string content = kContent, base = dir.file("base.pdf"), path = dir.file(name + ".pdf");
-    testutil::writeFile(base, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+    testutil::writeFile(base, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>",
+                                        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
                                         "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
                                         "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
                                             "\nendstream",
