@@ -1,5 +1,5 @@
-// Helpers of the security layer tests: hex, random data, and the OpenSSL
-// reference computations.
+// Helpers of the security layer tests: hex, random data, the OpenSSL
+// reference computations, records made by the encryption manager, and qpdf.
 #pragma once
 
 #define OPENSSL_SUPPRESS_DEPRECATED
@@ -13,8 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "PDFKilnPage/crypt/decryptionmanager.h"
 #include "PDFKilnPage/crypt/encryptionmanager.h"
 #include "pdf_builder.h"
+#include "pfdecrypt.h"
 #include "test_util.h"
 
 namespace crypt_test {
@@ -22,18 +24,8 @@ namespace crypt_test {
 inline std::string fromHex(const std::string& hex)
 {
     std::string out;
-    int hi = -1;
-    for (char c : hex) {
-        int v;
-        if (c >= '0' && c <= '9') v = c - '0';
-        else if (c >= 'a' && c <= 'f') v = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F') v = c - 'A' + 10;
-        else continue;
-        if (hi < 0) hi = v;
-        else { out.push_back(static_cast<char>(hi * 16 + v)); hi = -1; }
-    }
-    if (hi >= 0)
-        out.push_back(static_cast<char>(hi * 16));
+    for (size_t i = 0; i + 1 < hex.size(); i += 2)
+        out += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
     return out;
 }
 
@@ -41,17 +33,12 @@ inline std::string toHex(const std::string& s)
 {
     static const char* d = "0123456789abcdef";
     std::string out;
-    for (unsigned char c : s) {
-        out.push_back(d[c >> 4]);
-        out.push_back(d[c & 15]);
-    }
+    for (unsigned char c : s)
+        out += {d[c >> 4], d[c & 15]};
     return out;
 }
 
-inline std::string toHex(const unsigned char* p, size_t n)
-{
-    return toHex(std::string(reinterpret_cast<const char*>(p), n));
-}
+inline std::string toHex(const void* p, size_t n) { return toHex(std::string(static_cast<const char*>(p), n)); }
 
 inline unsigned char* ub(std::string& s) { return reinterpret_cast<unsigned char*>(s.data()); }
 inline const unsigned char* ub(const std::string& s) { return reinterpret_cast<const unsigned char*>(s.data()); }
@@ -70,7 +57,7 @@ struct Rng {
     }
 };
 
-// One-shot EVP cipher: the reference for AES and RC4.
+// One-shot EVP cipher: the reference for AES.
 inline std::string evpCipher(const EVP_CIPHER* cipher, const std::string& key, const std::string& iv,
                              const std::string& data, bool encrypt, bool padding)
 {
@@ -141,10 +128,29 @@ inline Made make(int R, int length, const std::string& user, const std::string& 
     return m;
 }
 
-#ifdef PDFKILN_QPDF
+// getFileKey on a fresh copy of the record.
+struct Trial {
+    bool ok, nonEmpty, empty;
+    pcrypt::EncryptInfo info;
+};
+inline Trial tryKey(const pcrypt::EncryptInfo& record, const std::string& pw)
+{
+    Trial t{false, false, false, record};
+    t.ok = pcrypt::PDFDecryptionManager().getFileKey(t.info, pw, t.nonEmpty, t.empty);
+    return t;
+}
+
+// The key getFileKey finds, or "refused".
+inline std::string openedKey(const pcrypt::EncryptInfo& record, const std::string& pw)
+{
+    const Trial t = tryKey(record, pw);
+    return t.ok ? t.info.key : "refused";
+}
+
+// qpdf (PDFKILN_QPDF, found by the build) and its standard output; its exit
+// status through `status`.
 inline bool haveQpdf() { return testutil::exists(PDFKILN_QPDF); }
 
-// qpdf's standard output; its exit status through `status`.
 inline std::string runQpdf(const std::vector<std::string>& args, int* status = nullptr)
 {
     std::string cmd = testutil::quote(PDFKILN_QPDF), out;
@@ -155,15 +161,27 @@ inline std::string runQpdf(const std::vector<std::string>& args, int* status = n
         *status = rc;
     return out;
 }
-#else
-inline bool haveQpdf() { return false; }
-inline std::string runQpdf(const std::vector<std::string>&, int* status = nullptr)
+
+// The file key qpdf reports for `path` opened with `password`.
+inline std::string qpdfKey(const std::string& path, const std::string& password)
 {
-    if (status)
-        *status = -1;
-    return std::string();
+    const std::string out = runQpdf({"--show-encryption-key", "--show-encryption", "--password=" + password, path});
+    const size_t pos = out.find("Encryption key = ");
+    return pos == std::string::npos ? std::string() : fromHex(out.substr(pos + 17, out.find('\n', pos) - pos - 17));
 }
-#endif
+
+// The record as the reader fills it from the /Encrypt dictionary and the
+// trailer, before any password is tried.
+inline pcrypt::EncryptInfo readInfo(const std::string& path)
+{
+    pdftest::Source src(testutil::readFile(path));
+    src.file.CheckAndInit();
+    pcrypt::EncryptInfo info;
+    PDF_KILN::saveEncryptInfo(src.file.fileInfo.encrypt, info);
+    info.key.clear();
+    info.derivedKeys.reset();
+    return info;
+}
 
 // A PDF of the given object bodies, numbered from 1, and trailer entries.
 inline std::string buildPdf(const std::vector<std::string>& objects, const std::string& trailer)

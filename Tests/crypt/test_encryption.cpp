@@ -1,5 +1,5 @@
-// The encryption manager: its values open with the decryption manager and
-// with qpdf.
+// The encryption manager: its values open with the decryption manager, through
+// the reader, and with qpdf.
 #include <gtest/gtest.h>
 
 #include "crypt_test_util.h"
@@ -9,13 +9,8 @@
 
 using namespace crypt_test;
 using pcrypt::EncryptInfo;
-using pcrypt::EncryptOption;
-using pcrypt::PDFDecryptionManager;
-using pcrypt::PDFEncryptionManager;
 
 namespace {
-
-const std::string kPad(reinterpret_cast<const char*>(pcrypt::ori_key), 32);
 
 std::string hexString(const std::string& s) { return "<" + toHex(s) + ">"; }
 
@@ -23,9 +18,10 @@ std::string hexString(const std::string& s) { return "<" + toHex(s) + ">"; }
 std::string writeEncrypted(const testutil::TempDir& dir, const std::string& name, const Made& made)
 {
     const EncryptInfo& i = made.info;
-    std::string enc = "<< /Filter /Standard /V " + std::to_string(i.V) + " /R " + std::to_string(i.R) + " /Length " +
-                      std::to_string(i.Length) + " /P " + std::to_string(i.P) + " /O " + hexString(i.O) + " /U " +
-                      hexString(i.U);
+    // /V 1 leaves /Length out: the reader's default of 40 bits applies.
+    std::string enc = "<< /Filter /Standard /V " + std::to_string(i.V) + " /R " + std::to_string(i.R) +
+                      (i.V == 1 ? "" : " /Length " + std::to_string(i.Length)) + " /P " + std::to_string(i.P) +
+                      " /O " + hexString(i.O) + " /U " + hexString(i.U);
     if (i.R == 4)
         enc += " /CF << /StdCF << /CFM /AESV2 /AuthEvent /DocOpen /Length 16 >> >> /StmF /StdCF /StrF /StdCF";
     if (i.R >= 5)
@@ -33,67 +29,49 @@ std::string writeEncrypted(const testutil::TempDir& dir, const std::string& name
                " /OE " + hexString(i.OE) + " /UE " + hexString(i.UE) + " /Perms " + hexString(i.Perms);
     if (!i.encryptMetadata)
         enc += " /EncryptMetadata false";
-    enc += " >>";
-    const std::string pdf =
-        buildPdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [] /Count 0 >>", enc},
-                 "/Root 1 0 R /Encrypt 3 0 R /ID [" + hexString(i.ID) + hexString(i.ID) + "]");
     const std::string path = dir.file(name + ".pdf");
-    testutil::writeFile(path, pdf);
+    testutil::writeFile(path, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [] /Count 0 >>",
+                                        enc + " >>"},
+                                       "/Root 1 0 R /Encrypt 3 0 R /ID [" + hexString(i.ID) + hexString(i.ID) + "]"));
     return path;
 }
 
 } // namespace
 
-TEST(EncryptionManager, ValuesOpenWithTheDecryptionManager)
+TEST(EncryptionManager, ValuesOpenWithTheDecryptionManagerAndQpdf)
 {
-    PDFDecryptionManager m;
-    const std::pair<int, int> kinds[] = {{2, 40}, {3, 40}, {3, 128}, {4, 128}, {5, 256}, {6, 256}};
-    for (const auto& [R, length] : kinds) {
-        for (bool metadata : {true, false}) {
-            if (R < 4 && !metadata)
-                continue;
-            const Made made = make(R, length, "user", "owner", metadata);
-            SCOPED_TRACE("R" + std::to_string(R) + " " + std::to_string(length) + (metadata ? "" : " clear"));
-            bool nonEmpty, empty;
-            EncryptInfo info = made.info;
-            EXPECT_TRUE(m.getFileKey(info, "user", nonEmpty, empty));
-            EXPECT_EQ(info.key, made.key);
-            info = made.info;
-            EXPECT_TRUE(m.getFileKey(info, "owner", nonEmpty, empty));
-            EXPECT_EQ(info.key, made.key);
-            info = made.info;
-            EXPECT_FALSE(m.getFileKey(info, "other", nonEmpty, empty));
-            info = made.info;
-            EXPECT_EQ(m.calPassWordState(info, "user"), 4);
-            info = made.info;
-            EXPECT_EQ(m.calPassWordState(info, "owner"), R == 6 ? 7 : 3);
-        }
-    }
-}
-
-TEST(EncryptionManager, ValuesOpenWithQpdf)
-{
-    if (!haveQpdf())
-        GTEST_SKIP() << "qpdf not available";
+    const bool qpdf = haveQpdf();
     testutil::TempDir dir;
-    const std::pair<int, int> kinds[] = {{2, 40}, {3, 128}, {4, 128}, {5, 256}, {6, 256}};
+    pcrypt::PDFDecryptionManager m;
+    const std::pair<int, int> kinds[] = {{2, 40}, {3, 40}, {3, 128}, {4, 128}, {5, 256}, {6, 256}};
     for (const auto& [R, length] : kinds) {
         for (bool metadata : {true, false}) {
             if (R < 4 && !metadata)
                 continue; // /EncryptMetadata exists from R4 on
             const Made made = make(R, length, "user", "owner", metadata);
-            const std::string name = "R" + std::to_string(R) + (metadata ? "" : "-clear");
+            const std::string name = "R" + std::to_string(R) + "-" + std::to_string(length) + (metadata ? "" : "-c");
+            SCOPED_TRACE(name);
+            EXPECT_EQ(openedKey(made.info, "user"), made.key);
+            EXPECT_EQ(openedKey(made.info, "owner"), made.key);
+            EXPECT_EQ(openedKey(made.info, "other"), "refused");
+            EncryptInfo info = made.info;
+            EXPECT_EQ(m.calPassWordState(info, "user"), 4);
+            info = made.info;
+            EXPECT_EQ(m.calPassWordState(info, "owner"), R == 6 ? 7 : 3);
+            // The record the reader makes of the written dictionary opens too.
             const std::string path = writeEncrypted(dir, name, made);
-            for (const char* pw : {"user", "owner"}) {
+            EXPECT_EQ(openedKey(readInfo(path), "user"), made.key);
+            if (!qpdf)
+                continue;
+            for (const std::string pw : {"user", "owner"}) {
                 const std::string out =
-                    runQpdf({"--show-encryption-key", "--show-encryption", std::string("--password=") + pw, path});
-                EXPECT_NE(out.find(std::string("Supplied password is ") + pw + " password"), std::string::npos)
-                    << name << " " << pw << "\n" << out;
-                EXPECT_NE(out.find("Encryption key = " + toHex(made.key)), std::string::npos) << name << "\n" << out;
+                    runQpdf({"--show-encryption-key", "--show-encryption", "--password=" + pw, path});
+                EXPECT_NE(out.find("Supplied password is " + pw + " password"), std::string::npos) << pw << "\n" << out;
+                EXPECT_NE(out.find("Encryption key = " + toHex(made.key)), std::string::npos) << out;
                 // No warnings (a bad /Perms would give one).
                 int status = -1;
-                runQpdf({"--check", std::string("--password=") + pw, path}, &status);
-                EXPECT_EQ(status, 0) << name << " " << pw;
+                runQpdf({"--check", "--password=" + pw, path}, &status);
+                EXPECT_EQ(status, 0) << pw;
             }
         }
     }
@@ -125,13 +103,13 @@ TEST(EncryptionManager, FixedValuesAndLayout)
     // R3/R4 /U: 16 bytes of hash, then the first 16 bytes of the padding.
     const Made r4 = make(4, 128, "u", "o");
     ASSERT_EQ(r4.info.U.size(), 32u);
-    EXPECT_EQ(r4.info.U.substr(16), kPad.substr(0, 16));
+    EXPECT_EQ(r4.info.U.substr(16), std::string(reinterpret_cast<const char*>(pcrypt::ori_key), 16));
     EXPECT_TRUE(r4.info.Perms.empty());
 
     // An empty owner password takes the user password's place below R5.
     EXPECT_EQ(make(3, 128, "same", "").info.O, make(3, 128, "same", "same").info.O);
 
-    EncryptOption opt;
+    pcrypt::EncryptOption opt;
     opt.saveUPW(nullptr);
     opt.saveOPW("x");
     EXPECT_EQ(opt.userPassword, "");

@@ -18,58 +18,15 @@ namespace {
 
 const char* kContent = "BT /F1 12 Tf 20 20 Td (Kiln content stream) Tj ET\n";
 const char* kTitle = "A title (with parentheses) to decrypt";
-
-struct Encrypted {
-    std::string path;
-    EncryptInfo info;          // as the reader fills it from the dictionary
-    std::string qpdfKey;       // the file key qpdf reports
-    std::string rawStream;     // encrypted content stream bytes
-    int streamObj = 0;
-    std::string rawTitle;      // encrypted /Title bytes
-    int titleObj = 0;
-};
-
 const char* kId = "5a112233445566778899aabbccddeeff";
 
-std::string base(const TempDir& dir, const std::string& id = kId)
-{
-    const std::string content = kContent;
-    const std::string path = dir.file("base.pdf");
-    testutil::writeFile(path, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-                                        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
-                                        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
-                                            "\nendstream",
-                                        "<< /Title (A title \\(with parentheses\\) to decrypt) >>"},
-                                       "/Root 1 0 R /Info 5 0 R /ID [<" + id + "><" + id + ">]"));
-    return path;
-}
-
-std::string qpdfKey(const std::string& path, const std::string& password)
-{
-    const std::string out = runQpdf({"--show-encryption-key", "--show-encryption", "--password=" + password, path});
-    const size_t pos = out.find("Encryption key = ");
-    if (pos == std::string::npos)
-        return std::string();
-    return fromHex(out.substr(pos + 17, out.find('\n', pos) - pos - 17));
-}
-
-// The record as the reader fills it from the /Encrypt dictionary and the
-// trailer, before any password is tried.
-EncryptInfo readInfo(const std::string& path)
-{
-    pdftest::Source src(testutil::readFile(path));
-    src.file.CheckAndInit();
-    EncryptInfo read, info;
-    PDF_KILN::saveEncryptInfo(src.file.fileInfo.encrypt, read);
-    for (std::string EncryptInfo::*f : {&EncryptInfo::O, &EncryptInfo::U, &EncryptInfo::OE, &EncryptInfo::UE,
-                                        &EncryptInfo::Perms, &EncryptInfo::ID})
-        info.*f = read.*f;
-    for (int32_t EncryptInfo::*f : {&EncryptInfo::P, &EncryptInfo::R, &EncryptInfo::V, &EncryptInfo::Length,
-                                    &EncryptInfo::cipherMode})
-        info.*f = read.*f;
-    info.encryptMetadata = read.encryptMetadata;
-    return info;
-}
+struct Encrypted {
+    EncryptInfo info;      // as the reader fills it from the dictionary
+    std::string qpdfKey;   // the file key qpdf reports
+    std::string rawStream; // encrypted content stream bytes
+    std::string rawTitle;  // encrypted /Title bytes
+    int streamObj = 0, titleObj = 0;
+};
 
 // The still encrypted value of object `num` of a file written without object
 // streams: its stream data, or else its /Title string.
@@ -81,8 +38,7 @@ std::string rawValue(const std::string& pdf, int num, bool& isStream)
         return std::string();
     const std::string obj = pdf.substr(at, end - at);
     size_t p = obj.find("stream");
-    isStream = p != std::string::npos;
-    if (isStream) {
+    if ((isStream = p != std::string::npos)) {
         const size_t len = obj.find("/Length");
         p += obj[p + 6] == '\r' ? 8 : 7;
         return obj.substr(p, len == std::string::npos ? 0 : std::strtoul(obj.c_str() + len + 7, nullptr, 10));
@@ -99,22 +55,30 @@ std::string rawValue(const std::string& pdf, int num, bool& isStream)
     return s.text;
 }
 
+// A page with a content stream and an /Info title, encrypted by qpdf.
 Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector<std::string>& encryptArgs,
                   const std::string& user, const std::string& owner, const std::string& id = kId)
 {
-    Encrypted e;
-    e.path = dir.file(name + ".pdf");
+    const std::string content = kContent, base = dir.file("base.pdf"), path = dir.file(name + ".pdf");
+    testutil::writeFile(base, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>",
+                                        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+                                        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
+                                        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
+                                            "\nendstream",
+                                        "<< /Title (A title \\(with parentheses\\) to decrypt) >>"},
+                                       "/Root 1 0 R /Info 5 0 R /ID [<" + id + "><" + id + ">]"));
     std::vector<std::string> args = {"--allow-weak-crypto", "--object-streams=disable", "--compress-streams=n",
                                      "--decode-level=none", "--encrypt", user, owner};
     args.insert(args.end(), encryptArgs.begin(), encryptArgs.end());
-    args.insert(args.end(), {"--", base(dir, id), e.path});
+    args.insert(args.end(), {"--", base, path});
     int status = -1;
     runQpdf(args, &status);
     EXPECT_TRUE(status == 0 || status == 3) << name;
 
-    e.info = readInfo(e.path);
-    e.qpdfKey = qpdfKey(e.path, owner.empty() ? user : owner);
-    const std::string raw = testutil::readFile(e.path);
+    Encrypted e;
+    e.info = readInfo(path);
+    e.qpdfKey = qpdfKey(path, owner.empty() ? user : owner);
+    const std::string raw = testutil::readFile(path);
     for (int n = 1; n < 20; ++n) {
         bool isStream = false;
         const std::string value = rawValue(raw, n, isStream);
@@ -131,10 +95,9 @@ Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector
 
 std::string decrypt(const EncryptInfo& info, int obj, const std::string& data)
 {
-    PDFDecryptionManager m;
     std::string buf = data + std::string(32, '\0');
     int size = static_cast<int>(data.size());
-    m.DecryptData(info, obj, 0, ub(buf), size);
+    PDFDecryptionManager().DecryptData(info, obj, 0, ub(buf), size);
     return buf.substr(0, static_cast<size_t>(size));
 }
 
@@ -167,94 +130,64 @@ TEST_P(QpdfRevision, PasswordStatesKeysAndData)
     ASSERT_EQ(e.info.encryptMetadata, cfg.encryptMetadata);
     ASSERT_FALSE(e.qpdfKey.empty());
     ASSERT_EQ(e.qpdfKey.size(), static_cast<size_t>(e.info.Length / 8));
+    for (const std::string pw : {"user-pw", "owner-pw", "wrong"}) {
+        const Trial t = tryKey(e.info, pw);
+        EXPECT_EQ(t.ok, pw != "wrong") << pw;
+        EXPECT_TRUE(t.nonEmpty);
+        EXPECT_FALSE(t.empty);
+        EXPECT_EQ(toHex(t.info.key) == toHex(e.qpdfKey), t.ok) << pw;
+    }
+    // The key deciphers qpdf's strings and streams.
+    const EncryptInfo user = tryKey(e.info, "user-pw").info;
+    EXPECT_EQ(decrypt(user, e.streamObj, e.rawStream), kContent);
+    EXPECT_EQ(decrypt(user, e.titleObj, e.rawTitle), kTitle);
 
-    bool nonEmpty = false, empty = false;
-    {
-        EncryptInfo info = e.info;
-        EXPECT_TRUE(m.getFileKey(info, "user-pw", nonEmpty, empty));
-        EXPECT_TRUE(nonEmpty);
-        EXPECT_FALSE(empty);
-        EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
-        // The key deciphers qpdf's strings and streams.
-        EXPECT_EQ(decrypt(info, e.streamObj, e.rawStream), kContent);
-        EXPECT_EQ(decrypt(info, e.titleObj, e.rawTitle), kTitle);
+    EncryptInfo info = e.info;
+    EXPECT_EQ(m.calPassWordState(info, "user-pw"), 4);
+    EXPECT_TRUE(info.passwordRequired);
+    EXPECT_TRUE(info.passwordChecked);
+    EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
+    // At R6 the user test also accepts a key that opens /Perms, which the
+    // owner trial has just found: the owner password then counts as both.
+    // Below R5 the user password is worked out from /O.
+    info = e.info;
+    EXPECT_EQ(m.calPassWordState(info, "owner-pw"), cfg.R == 6 ? 7 : 3);
+    EXPECT_EQ(info.ownerPassword, cfg.R == 6 ? "" : "owner-pw");
+    if (cfg.R < 5) {
+        EXPECT_EQ(info.userPassword, "user-pw");
     }
-    {
-        EncryptInfo info = e.info;
-        EXPECT_TRUE(m.getFileKey(info, "owner-pw", nonEmpty, empty));
-        EXPECT_TRUE(nonEmpty);
-        EXPECT_FALSE(empty);
-        EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
-    }
-    {
-        EncryptInfo info = e.info;
-        EXPECT_FALSE(m.getFileKey(info, "wrong", nonEmpty, empty));
-        EXPECT_TRUE(nonEmpty);
-        EXPECT_FALSE(empty);
-    }
-    {
-        EncryptInfo info = e.info;
-        EXPECT_EQ(m.calPassWordState(info, "user-pw"), 4);
-        EXPECT_TRUE(info.passwordRequired);
-        EXPECT_TRUE(info.passwordChecked);
-        EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
-    }
-    {
-        EncryptInfo info = e.info;
-        // At R6 the user test also accepts a key that opens /Perms, which the
-        // owner trial has just found: the owner password then counts as both.
-        EXPECT_EQ(m.calPassWordState(info, "owner-pw"), cfg.R == 6 ? 7 : 3);
-        EXPECT_EQ(info.ownerPassword, cfg.R == 6 ? "" : "owner-pw");
-        if (cfg.R < 5) {
-            EXPECT_EQ(info.userPassword, "user-pw"); // worked out from /O
-        }
-        EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
-    }
-    {
-        EncryptInfo info = e.info;
-        EXPECT_EQ(m.calPassWordState(info, "wrong"), 5);
-        // The failed trials clear the key; at R3 and R4 the last owner trial
-        // leaves the key it tried, as no earlier key was there to restore.
-        if (cfg.R == 2 || cfg.R >= 5) {
-            EXPECT_TRUE(info.key.empty());
-        } else {
-            EXPECT_NE(toHex(info.key), toHex(e.qpdfKey));
-        }
-    }
+    EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
+    // The failed trials clear the key; at R3 and R4 the last owner trial
+    // leaves the key it tried, as no earlier key was there to restore.
+    info = e.info;
+    EXPECT_EQ(m.calPassWordState(info, "wrong"), 5);
+    EXPECT_EQ(info.key.empty(), cfg.R == 2 || cfg.R >= 5);
+    EXPECT_NE(toHex(info.key), toHex(e.qpdfKey));
 
     // The same password for both.
     const Encrypted same = encrypt(dir, std::string(cfg.name) + "-same", cfg.args, "both-pw", "both-pw");
-    {
-        EncryptInfo info = same.info;
-        EXPECT_TRUE(m.getFileKey(info, "both-pw", nonEmpty, empty));
-        EXPECT_EQ(toHex(info.key), toHex(same.qpdfKey));
-        info = same.info;
-        EXPECT_EQ(m.calPassWordState(info, "both-pw"), 7);
-        EXPECT_FALSE(info.passwordRequired);
-        EXPECT_TRUE(info.passwordChecked);
-        EXPECT_EQ(info.ownerPassword, "");
-    }
+    EXPECT_EQ(toHex(tryKey(same.info, "both-pw").info.key), toHex(same.qpdfKey));
+    info = same.info;
+    EXPECT_EQ(m.calPassWordState(info, "both-pw"), 7);
+    EXPECT_FALSE(info.passwordRequired);
+    EXPECT_TRUE(info.passwordChecked);
+    EXPECT_EQ(info.ownerPassword, "");
 
-    // An empty user password.
+    // An empty user password: any password opens, only the owner's is known.
     const Encrypted open = encrypt(dir, std::string(cfg.name) + "-open", cfg.args, "", "owner-only");
-    {
-        EncryptInfo info = open.info;
-        EXPECT_TRUE(m.getFileKey(info, "anything", nonEmpty, empty));
-        EXPECT_TRUE(empty);
-        EXPECT_FALSE(nonEmpty);
-        EXPECT_EQ(toHex(info.key), toHex(open.qpdfKey));
-        EXPECT_EQ(decrypt(info, open.streamObj, open.rawStream), kContent);
-
+    const Trial any = tryKey(open.info, "anything");
+    EXPECT_TRUE(any.ok && any.empty && !any.nonEmpty);
+    EXPECT_EQ(toHex(any.info.key), toHex(open.qpdfKey));
+    EXPECT_EQ(decrypt(any.info, open.streamObj, open.rawStream), kContent);
+    info = open.info;
+    EXPECT_EQ(m.calPassWordState(info, "owner-only"), 2);
+    EXPECT_TRUE(info.passwordRequired);
+    EXPECT_FALSE(info.passwordChecked);
+    EXPECT_EQ(info.ownerPassword, "owner-only");
+    EXPECT_EQ(info.userPassword, "");
+    for (const char* pw : {"wrong", ""}) {
         info = open.info;
-        EXPECT_EQ(m.calPassWordState(info, "owner-only"), 2);
-        EXPECT_TRUE(info.passwordRequired);
-        EXPECT_FALSE(info.passwordChecked);
-        EXPECT_EQ(info.ownerPassword, "owner-only");
-        EXPECT_EQ(info.userPassword, "");
-        info = open.info;
-        EXPECT_EQ(m.calPassWordState(info, "wrong"), 6);
-        info = open.info;
-        EXPECT_EQ(m.calPassWordState(info, ""), 6);
+        EXPECT_EQ(m.calPassWordState(info, pw), 6) << pw;
     }
 }
 
@@ -282,29 +215,27 @@ TEST(QpdfFiles, IdStartingWithZeroIsLeftOutOfTheR3UserCheck)
                                 "00112233445566778899aabbccddeeff");
     ASSERT_EQ(e.info.ID[0], '\0');
     // Opening hashes the whole ID and works.
-    EncryptInfo info = e.info;
-    bool nonEmpty = false, empty = false;
-    EXPECT_TRUE(m.getFileKey(info, "user-pw", nonEmpty, empty));
-    EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
+    const Trial t = tryKey(e.info, "user-pw");
+    EXPECT_TRUE(t.ok);
+    EXPECT_EQ(toHex(t.info.key), toHex(e.qpdfKey));
     // The classification's user check leaves the ID out, so the right key no
     // longer matches /U: the user password is reported as neither, and the
     // owner password, which goes through the same check, likewise.
-    info = e.info;
-    EXPECT_EQ(m.calPassWordState(info, "user-pw"), 5);
-    info = e.info;
-    EXPECT_EQ(m.calPassWordState(info, "owner-pw"), 5);
+    for (const char* pw : {"user-pw", "owner-pw"}) {
+        EncryptInfo info = e.info;
+        EXPECT_EQ(m.calPassWordState(info, pw), 5) << pw;
+    }
 }
 
 TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys)
 {
-    if (!haveQpdf())
-        GTEST_SKIP() << "qpdf not available";
     const std::string dir = std::string(PDFKILN_CORPUS_DIR) + "/qpdf/qpdf/qtest/qpdf/";
-    if (!testutil::exists(dir))
-        GTEST_SKIP() << "corpus not available";
+    if (!haveQpdf() || !testutil::exists(dir))
+        GTEST_SKIP() << "qpdf or the corpus not available";
     // File names carry the passwords: U= user, O= owner, none given = empty.
-    struct Case { const char* file; const char* user; const char* owner; };
-    const Case cases[] = {
+    const struct {
+        const char *file, *user, *owner;
+    } cases[] = {
         {"enc-R2,V1,U=view,O=master.pdf", "view", "master"},
         {"enc-R2,V1,O=master.pdf", "", "master"},
         {"enc-R3,V2,U=view,O=master.pdf", "view", "master"},
@@ -316,31 +247,25 @@ TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys)
     };
     PDFDecryptionManager m;
     int checked = 0;
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const std::string path = dir + c.file;
         if (!testutil::exists(path))
             continue;
         const EncryptInfo read = readInfo(path);
         const std::string key = qpdfKey(path, c.owner);
+        const bool openFile = c.user[0] == '\0';
         ASSERT_FALSE(key.empty()) << c.file;
         for (const char* pw : {c.user, c.owner}) {
-            EncryptInfo info = read;
-            bool nonEmpty = false, empty = false;
-            EXPECT_TRUE(m.getFileKey(info, pw, nonEmpty, empty)) << c.file << " / " << pw;
-            EXPECT_EQ(empty, c.user[0] == '\0') << c.file;
-            EXPECT_EQ(toHex(info.key), toHex(key)) << c.file << " / " << pw;
+            const Trial t = tryKey(read, pw);
+            EXPECT_TRUE(t.ok) << c.file << " / " << pw;
+            EXPECT_EQ(t.empty, openFile) << c.file;
+            EXPECT_EQ(toHex(t.info.key), toHex(key)) << c.file << " / " << pw;
         }
         EncryptInfo info = read;
-        const int state = m.calPassWordState(info, c.owner);
-        const bool same = std::string(c.user) == c.owner;
-        if (c.user[0] == '\0')
-            EXPECT_EQ(state, 2) << c.file;
-        else if (same)
-            EXPECT_EQ(state, 7) << c.file;
-        else
-            EXPECT_EQ(state, read.R == 6 ? 7 : 3) << c.file;
+        const int expected = openFile ? 2 : std::string(c.user) == c.owner || read.R == 6 ? 7 : 3;
+        EXPECT_EQ(m.calPassWordState(info, c.owner), expected) << c.file;
         info = read;
-        EXPECT_EQ(m.calPassWordState(info, "not-the-password"), c.user[0] == '\0' ? 6 : 5) << c.file;
+        EXPECT_EQ(m.calPassWordState(info, "not-the-password"), openFile ? 6 : 5) << c.file;
         ++checked;
     }
     if (checked == 0)

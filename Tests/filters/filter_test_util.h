@@ -1,6 +1,9 @@
-// Helpers shared by the filter tests: call the C entry points with vectors.
+// Helpers shared by the filter tests: call the C entry points with vectors,
+// make inputs with zlib, and check tables of small decoding cases.
 #ifndef PDFKILN_TESTS_FILTER_TEST_UTIL_H
 #define PDFKILN_TESTS_FILTER_TEST_UTIL_H
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -40,34 +43,30 @@ struct Result {
 
 inline FilterMemBlock inputBlock(const Bytes& in) {
     FilterMemBlock b{};
-    b.capacity = static_cast<int32_t>(in.size());
-    b.length = static_cast<int32_t>(in.size());
+    b.capacity = b.length = static_cast<int32_t>(in.size());
     b.data = const_cast<unsigned char*>(in.data());
     return b;
 }
 
-inline Result decode(const Bytes& in, FilterPropTD prop) {
-    FilterMemBlock src = inputBlock(in);
-    FilterMemBlock out;
+inline std::string blockText(const FilterMemBlock& b) { return std::string(reinterpret_cast<char*>(b.data), b.length); }
+
+// Decodes with `prop`, or encodes with `mode` when `encodeMode` is given.
+inline Result run(const Bytes& in, FilterPropTD prop, const int* encodeMode = nullptr) {
+    FilterMemBlock src = inputBlock(in), out;
     Zq_MemInit(&out);
-    Result r{Zq_InflateStream(&src, &out, &prop), {}};
+    Result r{encodeMode ? Zq_DeflateStream(&src, &out, &prop, *encodeMode) : Zq_InflateStream(&src, &out, &prop), {}};
     if (r.rc == 0) r.data.assign(out.data, out.data + out.length);
     Zq_MemClear(&out);
     return r;
 }
 
-inline Result decode(const Bytes& in, int type) { return decode(in, props(type)); }
+inline Result decode(const Bytes& in, FilterPropTD prop) { return run(in, prop); }
+inline Result decode(const Bytes& in, int type) { return run(in, props(type)); }
 
 inline Result encode(const Bytes& in, int type, int mode = 2) {
-    FilterMemBlock src = inputBlock(in);
-    FilterMemBlock out;
-    Zq_MemInit(&out);
     FilterPropTD prop{};
     prop.type = type;
-    Result r{Zq_DeflateStream(&src, &out, &prop, mode), {}};
-    if (r.rc == 0) r.data.assign(out.data, out.data + out.length);
-    Zq_MemClear(&out);
-    return r;
+    return run(in, prop, &mode);
 }
 
 inline Bytes bytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
@@ -85,28 +84,20 @@ inline Bytes sampleText(std::size_t n, uint32_t seed = 1) {
     static const char* words[] = {"stream ", "endobj ", "BT ", "/F1 12 Tf ", "0 0 1 rg ", "(Hello) Tj ",
                                   "ET\n", "q 1 0 0 1 72 720 cm ", "Q\n", "re f\n"};
     std::mt19937 rng(seed);
-    Bytes b;
-    while (b.size() < n) {
-        const char* w = words[rng() % 10];
-        b.insert(b.end(), w, w + std::char_traits<char>::length(w));
-    }
+    std::string b;
+    while (b.size() < n) b += words[rng() % 10];
     b.resize(n);
-    return b;
+    return bytes(b);
 }
 
-inline Bytes zlibCompress(const Bytes& in, int level = Z_DEFAULT_COMPRESSION) {
-    uLongf n = compressBound(in.size());
-    Bytes out(n);
-    if (compress2(out.data(), &n, in.data(), in.size(), level) != Z_OK) return {};
-    out.resize(n);
-    return out;
-}
-
-// Raw deflate (no zlib header or checksum).
-inline Bytes rawDeflate(const Bytes& in) {
+// zlib's deflate: windowBits -15 writes raw deflate (no header or checksum);
+// `dict` sets a preset dictionary.
+inline Bytes zlibCompress(const Bytes& in, int level = Z_DEFAULT_COMPRESSION, int windowBits = 15,
+                          const std::string& dict = "") {
     z_stream zs{};
-    deflateInit2(&zs, 9, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
-    Bytes out(deflateBound(&zs, in.size()));
+    deflateInit2(&zs, level, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
+    if (!dict.empty()) deflateSetDictionary(&zs, reinterpret_cast<const Bytef*>(dict.data()), uInt(dict.size()));
+    Bytes out(deflateBound(&zs, in.size()) + 16);
     zs.next_in = const_cast<Bytef*>(in.data());
     zs.avail_in = static_cast<uInt>(in.size());
     zs.next_out = out.data();
@@ -115,6 +106,27 @@ inline Bytes rawDeflate(const Bytes& in) {
     out.resize(zs.total_out);
     deflateEnd(&zs);
     return out;
+}
+inline std::string z(const std::string& s) { return text(zlibCompress(bytes(s))); }
+
+// One small decoding case: input bytes, the expected code and, on success,
+// the exact output.
+struct DecodeCase {
+    FilterPropTD prop;
+    std::string in;
+    int rc;
+    std::string out;
+};
+
+template <std::size_t N>
+void expectDecodes(const DecodeCase (&cases)[N]) {
+    for (std::size_t i = 0; i < N; ++i) {
+        const Result r = decode(bytes(cases[i].in), cases[i].prop);
+        EXPECT_EQ(r.rc, cases[i].rc) << "case " << i;
+        if (cases[i].rc == 0 && r.rc == 0) {
+            EXPECT_EQ(text(r.data), cases[i].out) << "case " << i;
+        }
+    }
 }
 
 }  // namespace filtertest

@@ -7,21 +7,16 @@
 // object independently. The sample is bounded to keep the test quick.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
+#include <regex>
 
+#include "corpus_util.h"
 #include "filter_test_util.h"
 
 using namespace filtertest;
 using namespace ZQGraphicService_NS;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -32,37 +27,20 @@ struct Candidate {
     int predictor = 0, colors = 1, bpc = 8, columns = 0;
 };
 
-bool readFile(const std::string& path, std::string& out) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    out = ss.str();
-    return true;
-}
+bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 
 // The integer value of /Key in dict, when it is a direct number. Keys are
-// matched whole (/Length must not match /Length1).
+// matched whole (/Length must not match /Length1); "12 0 R" is a reference.
 bool directInt(const std::string& dict, const std::string& key, long& value) {
-    std::size_t pos = 0;
-    while ((pos = dict.find(key, pos)) != std::string::npos) {
-        std::size_t p = pos + key.size();
-        pos = p;
-        if (p < dict.size() && (std::isalnum(static_cast<unsigned char>(dict[p])) || dict[p] == '_')) continue;
-        while (p < dict.size() && std::isspace(static_cast<unsigned char>(dict[p]))) ++p;
-        std::size_t d = p;
-        while (d < dict.size() && std::isdigit(static_cast<unsigned char>(dict[d]))) ++d;
-        if (d == p) return false;
-        // "12 0 R" is a reference, not a number.
-        std::size_t q = d;
-        while (q < dict.size() && std::isspace(static_cast<unsigned char>(dict[q]))) ++q;
-        std::size_t g = q;
-        while (g < dict.size() && std::isdigit(static_cast<unsigned char>(dict[g]))) ++g;
-        if (g > q) {
-            while (g < dict.size() && std::isspace(static_cast<unsigned char>(dict[g]))) ++g;
-            if (g < dict.size() && dict[g] == 'R') return false;
-        }
-        value = std::stol(dict.substr(p, d - p));
+    static const std::regex number(R"(\s*(\d+)(?!\d|\s*\d+\s*R))");
+    for (std::size_t pos = dict.find(key); pos != std::string::npos; pos = dict.find(key, pos)) {
+        pos += key.size();
+        if (pos < dict.size() && (std::isalnum(static_cast<unsigned char>(dict[pos])) || dict[pos] == '_')) continue;
+        std::smatch m;
+        if (!std::regex_search(dict.cbegin() + long(pos), dict.cend(), m, number,
+                               std::regex_constants::match_continuous))
+            return false;
+        value = std::stol(m[1]);
         return true;
     }
     return false;
@@ -75,47 +53,37 @@ bool onlyFlate(const std::string& dict) {
                               "/Filter [ /FlateDecode /", "/Filter[/FlateDecode/"})
         if (dict.find(other) != std::string::npos) return false;
     // An indirect /DecodeParms cannot be read from the text here.
-    std::size_t dp = dict.find("/DecodeParms");
-    if (dp != std::string::npos) {
-        std::size_t p = dp + 12;
-        while (p < dict.size() && std::isspace(static_cast<unsigned char>(dict[p]))) ++p;
-        if (p >= dict.size() || dict[p] != '<') return false;
-    }
-    return true;
+    const std::size_t dp = dict.find("/DecodeParms");
+    const std::size_t p = dp == std::string::npos ? dp : dict.find_first_not_of(" \t\n\v\f\r", dp + 12);
+    return dp == std::string::npos || (p != std::string::npos && dict[p] == '<');
 }
 
 void scanFile(const std::string& path, std::map<long, Candidate>& found) {
-    std::string s;
-    if (!readFile(path, s) || s.find("/Encrypt") != std::string::npos) return;
-    std::size_t pos = 0;
-    while ((pos = s.find(" obj", pos)) != std::string::npos) {
-        std::size_t objEnd = pos + 4;
+    const std::string s = testutil::readFile(path);
+    if (s.find("/Encrypt") != std::string::npos) return;
+    for (std::size_t pos = s.find(" obj"); pos != std::string::npos; pos = s.find(" obj", pos + 4)) {
         // "<num> <gen> obj"
-        std::size_t g = pos;
-        while (g > 0 && std::isdigit(static_cast<unsigned char>(s[g - 1]))) --g;
-        std::size_t sp = g > 0 ? g - 1 : 0;
-        std::size_t n = sp;
-        while (n > 0 && std::isdigit(static_cast<unsigned char>(s[n - 1]))) --n;
-        pos = objEnd;
-        if (g == pos - 4 || g == 0 || s[sp] != ' ' || n == sp) continue;
-        std::size_t streamKw = s.find("stream", objEnd);
-        std::size_t endObj = s.find("endobj", objEnd);
-        if (streamKw == std::string::npos || (endObj != std::string::npos && endObj < streamKw)) continue;
-        if (streamKw - objEnd > 4000) continue;
-        std::string dict = s.substr(objEnd, streamKw - objEnd);
+        std::size_t g = pos, n;
+        while (g > 0 && isDigit(s[g - 1])) --g;
+        if (g == pos || g < 2 || s[g - 1] != ' ') continue;
+        for (n = g - 1; n > 0 && isDigit(s[n - 1]); --n) {}
+        const std::size_t objEnd = pos + 4, streamKw = s.find("stream", objEnd);
+        if (n == g - 1 || streamKw == std::string::npos || s.find("endobj", objEnd) < streamKw ||
+            streamKw - objEnd > 4000)
+            continue;
+        const std::string dict = s.substr(objEnd, streamKw - objEnd);
         long length = 0;
         if (!onlyFlate(dict) || !directInt(dict, "/Length", length) || length <= 0) continue;
         std::size_t data = streamKw + 6;
         if (data < s.size() && s[data] == '\r') ++data;
         if (data < s.size() && s[data] == '\n') ++data;
         if (data + std::size_t(length) > s.size()) continue;
-        std::size_t after = data + std::size_t(length);
-        while (after < s.size() && std::isspace(static_cast<unsigned char>(s[after]))) ++after;
-        if (s.compare(after, 9, "endstream") != 0) continue;
+        const std::size_t after = s.find_first_not_of(" \t\n\v\f\r", data + std::size_t(length));
+        if (after == std::string::npos || s.compare(after, 9, "endstream") != 0) continue;
         Candidate c;
         c.file = path;
-        c.num = std::stol(s.substr(n, sp - n));
-        c.gen = std::stol(s.substr(g, pos - 4 - g));
+        c.num = std::stol(s.substr(n, g - 1 - n));
+        c.gen = std::stol(s.substr(g, pos - g));
         c.raw.assign(s.begin() + long(data), s.begin() + long(data) + length);
         long v;
         if (directInt(dict, "/Predictor", v)) c.predictor = int(v);
@@ -127,36 +95,17 @@ void scanFile(const std::string& path, std::map<long, Candidate>& found) {
     }
 }
 
-bool runQpdf(const Candidate& c, Bytes& out) {
-    std::string cmd = "/usr/bin/qpdf --show-object=" + std::to_string(c.num) + "," + std::to_string(c.gen) +
-                      " --filtered-stream-data '" + c.file + "' 2>/dev/null";
-    std::FILE* p = popen(cmd.c_str(), "r");
-    if (!p) return false;
-    out.clear();
-    unsigned char buf[65536];
-    std::size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.insert(out.end(), buf, buf + n);
-    int status = pclose(p);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 }  // namespace
 
 TEST(FlateCorpus, MatchesQpdfOnRealStreams) {
-    const fs::path root = fs::path(PDFKILN_CORPUS_DIR) / "qpdf";
-    if (!fs::is_directory(root)) GTEST_SKIP() << "corpus not present at " << root;
-    if (!fs::exists("/usr/bin/qpdf")) GTEST_SKIP() << "qpdf not installed";
-
-    std::vector<std::string> files;
-    for (const auto& e : fs::recursive_directory_iterator(root))
-        if (e.is_regular_file() && e.path().extension() == ".pdf") files.push_back(e.path().string());
-    std::sort(files.begin(), files.end());
+    if (!corpus::available()) GTEST_SKIP() << "corpus not present at " << corpus::root();
+    if (!testutil::exists(PDFKILN_QPDF)) GTEST_SKIP() << "qpdf not installed";
 
     // Every predicted stream found (bounded), and a few plain ones per file.
-    std::vector<Candidate> predicted, plain;
-    for (const auto& f : files) {
+    std::vector<Candidate> sample, plain;
+    for (const auto& f : corpus::qpdfFiles()) {
         std::map<long, Candidate> found;
-        scanFile(f, found);
+        scanFile(corpus::root() + "/qpdf/" + f, found);
         int plainHere = 0;
         for (auto& kv : found) {
             // Parameters no image has (the corpus includes a /Colors of 2^29+1)
@@ -165,25 +114,26 @@ TEST(FlateCorpus, MatchesQpdfOnRealStreams) {
             // row it is. Leave them out of the comparison.
             if (kv.second.colors > 256 || kv.second.columns > (1 << 24)) continue;
             if (kv.second.predictor >= 2) {
-                if (predicted.size() < 150) predicted.push_back(kv.second);
+                if (sample.size() < 150) sample.push_back(kv.second);
             } else if (plainHere < 2 && plain.size() < 200) {
                 plain.push_back(kv.second);
                 ++plainHere;
             }
         }
     }
-    std::vector<Candidate> sample = predicted;
     sample.insert(sample.end(), plain.begin(), plain.end());
 
     int compared = 0, comparedPredicted = 0, mismatches = 0;
     for (const Candidate& c : sample) {
-        Bytes want;
-        if (!runQpdf(c, want)) continue;  // qpdf itself could not decode it
-        FilterPropTD p = props(FILTER_FLATE, c.predictor, c.colors, c.bpc, c.columns);
-        Result got = decode(c.raw, p);
+        std::string want;
+        if (testutil::run(testutil::quote(PDFKILN_QPDF) + " --show-object=" + std::to_string(c.num) + "," +
+                              std::to_string(c.gen) + " --filtered-stream-data " + testutil::quote(c.file),
+                          &want) != 0)
+            continue;  // qpdf itself could not decode it
+        Result got = decode(c.raw, props(FILTER_FLATE, c.predictor, c.colors, c.bpc, c.columns));
         ++compared;
         if (c.predictor >= 2) ++comparedPredicted;
-        if (got.rc != ZQ_OK || got.data != want) {
+        if (got.rc != ZQ_OK || text(got.data) != want) {
             ++mismatches;
             ADD_FAILURE() << c.file << " object " << c.num << " predictor " << c.predictor << " colors " << c.colors
                           << " bpc " << c.bpc << " columns " << c.columns << ": rc " << got.rc << ", "

@@ -2,25 +2,24 @@
 // hand-coded or produced with libtiff and libjpeg here.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
-
-#include <unistd.h>
 
 #include <jpeglib.h>
 #include <tiffio.h>
 
 #include "filter_test_util.h"
+#include "test_util.h"
 
 using namespace filtertest;
 using namespace ZQGraphicService_NS;
+using namespace std::string_literals;
 
 namespace {
 
-Bytes packBits(const std::string& bits) {
-    Bytes out((bits.size() + 7) / 8, 0);
+std::string packBits(const std::string& bits) {
+    std::string out((bits.size() + 7) / 8, '\0');
     for (std::size_t i = 0; i < bits.size(); ++i)
-        if (bits[i] == '1') out[i / 8] |= static_cast<unsigned char>(0x80 >> (i % 8));
+        if (bits[i] == '1') out[i / 8] = static_cast<char>(out[i / 8] | 0x80 >> (i % 8));
     return out;
 }
 
@@ -49,47 +48,35 @@ Bytes pdfPolarity(const Bytes& img, int width) {
 
 void quietTiff(const char*, const char*, va_list) {}
 
-// Encodes with libtiff's fax codec and returns the raw strip.
+// Encodes with libtiff's fax codec and returns the raw strip: Group 3 with
+// EOLs, or Modified Huffman with neither EOLs nor byte-aligned rows.
 Bytes tiffFaxEncode(const Bytes& img, int width, int height, bool withEol) {
     TIFFSetErrorHandler(quietTiff);
     TIFFSetWarningHandler(quietTiff);
-    char path[] = "/tmp/zq_fax_XXXXXX";
-    int fd = mkstemp(path);
-    if (fd < 0) return {};
-    close(fd);
-    TIFF* t = TIFFOpen(path, "w");
+    testutil::TempDir dir;
+    const std::string path = dir.file("fax.tif");
+    TIFF* t = TIFFOpen(path.c_str(), "w");
     TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(width));
     TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(height));
     TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 1);
     TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 1);
     TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
     TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, uint32_t(height));
-    if (withEol) {
-        TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX3);
-        TIFFSetField(t, TIFFTAG_GROUP3OPTIONS, 0);
-    } else {
-        // Modified Huffman with neither EOLs nor byte-aligned rows.
-        TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_CCITTRLE);
-        TIFFSetField(t, TIFFTAG_FAXMODE, FAXMODE_NORTC | FAXMODE_NOEOL);
-    }
+    TIFFSetField(t, TIFFTAG_COMPRESSION, withEol ? COMPRESSION_CCITTFAX3 : COMPRESSION_CCITTRLE);
+    if (withEol) TIFFSetField(t, TIFFTAG_GROUP3OPTIONS, 0);
+    else TIFFSetField(t, TIFFTAG_FAXMODE, FAXMODE_NORTC | FAXMODE_NOEOL);
     const int rb = (width + 7) / 8;
-    Bytes row(rb);
     for (int y = 0; y < height; ++y) {
-        std::copy(img.begin() + y * rb, img.begin() + (y + 1) * rb, row.begin());
+        Bytes row(img.begin() + y * rb, img.begin() + (y + 1) * rb);
         TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
     }
     TIFFClose(t);
     Bytes raw;
-    if (TIFF* r = TIFFOpen(path, "r")) {
-        tmsize_t size = TIFFRawStripSize(r, 0);
-        if (size > 0) {
-            raw.resize(std::size_t(size));
-            tmsize_t n = TIFFReadRawStrip(r, 0, raw.data(), size);
-            raw.resize(n > 0 ? std::size_t(n) : 0);
-        }
+    if (TIFF* r = TIFFOpen(path.c_str(), "r")) {
+        raw.resize(std::size_t(std::max<tmsize_t>(TIFFRawStripSize(r, 0), 0)));
+        raw.resize(std::size_t(std::max<tmsize_t>(TIFFReadRawStrip(r, 0, raw.data(), tmsize_t(raw.size())), 0)));
         TIFFClose(r);
     }
-    unlink(path);
     return raw;
 }
 
@@ -154,16 +141,20 @@ Bytes smoothImage(int w, int h, int comps) {
 
 }  // namespace
 
-TEST(CCITT, HandCodedModifiedHuffman) {
-    // Columns 8: white 8 | white 0, black 8 | white 4, black 4; then fill bits.
-    Bytes enc = packBits("10011" "00110101" "000101" "1011" "011");
-    Result r = decode(enc, faxProps(8));
-    ASSERT_EQ(r.rc, ZQ_OK);
-    EXPECT_EQ(r.data, (Bytes{0xFF, 0x00, 0xF0}));
-    // Columns 5 (padding bits come back as 1): white 2, black 3.
-    Result narrow = decode(packBits("0111" "10"), faxProps(5));
-    ASSERT_EQ(narrow.rc, ZQ_OK);
-    EXPECT_EQ(narrow.data, (Bytes{0xC7}));
+TEST(CCITT, HandCodedAndBadInputs) {
+    const std::string enc = text(tiffFaxEncode(faxImage(64, 30), 64, 30, false));
+    const DecodeCase cases[] = {
+        // Columns 8: white 8 | white 0, black 8 | white 4, black 4; then fill bits.
+        {faxProps(8), packBits("10011" "00110101" "000101" "1011" "011"), ZQ_OK, "\xff\x00\xf0"s},
+        // Columns 5 (padding bits come back as 1): white 2, black 3.
+        {faxProps(5), packBits("0111" "10"), ZQ_OK, "\xc7"},
+        {faxProps(64), std::string(16, '\0'), ZQ_CORRUPT, ""},
+        {faxProps(64), "\0\0\0\1"s, ZQ_CORRUPT, ""},
+        {faxProps(-8), enc, ZQ_BAD_ARGUMENT, ""},
+        {faxProps(1 << 24), enc, ZQ_BAD_ARGUMENT, ""},
+        {faxProps(64), "", ZQ_OK, ""},
+    };
+    expectDecodes(cases);
 }
 
 TEST(CCITT, LibtiffEncodedImages) {
@@ -180,7 +171,7 @@ TEST(CCITT, LibtiffEncodedImages) {
     }
 }
 
-TEST(CCITT, TruncatedCorruptAndBadColumns) {
+TEST(CCITT, TruncatedAndDamaged) {
     const int width = 64, height = 30;
     Bytes img = faxImage(width, height);
     Bytes enc = tiffFaxEncode(img, width, height, false);
@@ -192,14 +183,6 @@ TEST(CCITT, TruncatedCorruptAndBadColumns) {
     ASSERT_LT(cut.data.size(), want.size());
     EXPECT_EQ(cut.data.size() % 8, 0u);
     EXPECT_TRUE(std::equal(cut.data.begin(), cut.data.end(), want.begin()));
-
-    EXPECT_EQ(decode(Bytes(16, 0x00), faxProps(width)).rc, ZQ_CORRUPT);
-    EXPECT_EQ(decode(Bytes{0x00, 0x00, 0x00, 0x01}, faxProps(width)).rc, ZQ_CORRUPT);
-    EXPECT_EQ(decode(enc, faxProps(-8)).rc, ZQ_BAD_ARGUMENT);
-    EXPECT_EQ(decode(enc, faxProps(1 << 24)).rc, ZQ_BAD_ARGUMENT);
-    Result empty = decode(Bytes{}, faxProps(width));
-    EXPECT_EQ(empty.rc, ZQ_OK);
-    EXPECT_TRUE(empty.data.empty());
     std::mt19937 rng(3);
     for (int i = 0; i < 200; ++i) {
         Bytes m = enc;
@@ -210,13 +193,13 @@ TEST(CCITT, TruncatedCorruptAndBadColumns) {
 }
 
 TEST(DCT, MatchesLibjpegForGreyRgbCmykAndProgressive) {
-    struct Case {
+    const struct {
         int w, h, comps;
         J_COLOR_SPACE cs;
         bool progressive;
     } cases[] = {{37, 23, 1, JCS_GRAYSCALE, false}, {64, 48, 3, JCS_RGB, false},
                  {50, 33, 3, JCS_RGB, true}, {24, 16, 4, JCS_CMYK, false}};
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Bytes pixels = smoothImage(c.w, c.h, c.comps);
         Bytes jpg = jpegEncode(pixels, c.w, c.h, c.comps, c.cs, c.progressive);
         int comps = 0;
@@ -236,30 +219,25 @@ TEST(DCT, CorruptTruncatedAndHuge) {
     Bytes pixels = smoothImage(160, 120, 3);
     Bytes jpg = jpegEncode(pixels, 160, 120, 3, JCS_RGB, false);
     ASSERT_GT(jpg.size(), 1500u);
-    EXPECT_EQ(decode(Bytes{}, FILTER_DCT).rc, ZQ_CORRUPT);
-    EXPECT_EQ(decode(bytes("definitely not a jpeg"), FILTER_DCT).rc, ZQ_CORRUPT);
-    EXPECT_EQ(decode(Bytes(jpg.begin(), jpg.begin() + 100), FILTER_DCT).rc, ZQ_CORRUPT);  // inside the headers
+    // Claimed dimensions past the output bound are refused before decoding.
+    std::string huge = text(jpg);
+    const std::size_t sof = huge.find("\xff\xc0");
+    ASSERT_NE(sof, std::string::npos);
+    huge.replace(sof + 5, 4, "\xff\xdc\xff\xdc");  // height and width 65500
+    const FilterPropTD dct = props(FILTER_DCT);
+    const DecodeCase cases[] = {
+        {dct, "", ZQ_CORRUPT, ""},
+        {dct, "definitely not a jpeg", ZQ_CORRUPT, ""},
+        {dct, text(jpg).substr(0, 100), ZQ_CORRUPT, ""},  // inside the headers
+        {dct, huge, ZQ_TOO_LARGE, ""},
+    };
+    expectDecodes(cases);
 
     // Cut inside the entropy-coded data: libjpeg completes the image, as
     // viewers show it, so the full size comes back.
     Result cut = decode(Bytes(jpg.begin(), jpg.begin() + jpg.size() * 3 / 4), FILTER_DCT);
     ASSERT_EQ(cut.rc, ZQ_OK);
     EXPECT_EQ(cut.data.size(), pixels.size());
-
-    // Claimed dimensions past the output bound are refused before decoding.
-    Bytes huge = jpg;
-    bool patched = false;
-    for (std::size_t i = 0; i + 8 < huge.size(); ++i)
-        if (huge[i] == 0xFF && huge[i + 1] == 0xC0) {
-            huge[i + 5] = 0xFF;  // height 65500
-            huge[i + 6] = 0xDC;
-            huge[i + 7] = 0xFF;  // width 65500
-            huge[i + 8] = 0xDC;
-            patched = true;
-            break;
-        }
-    ASSERT_TRUE(patched);
-    EXPECT_EQ(decode(huge, FILTER_DCT).rc, ZQ_TOO_LARGE);
 
     std::mt19937 rng(8);
     for (int i = 0; i < 150; ++i) {
