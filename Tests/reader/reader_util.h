@@ -1,0 +1,48 @@
+// What the reader suites share: the bodies of a catalog and an empty page
+// tree, classic table rows written by hand, and a source opened once.
+#ifndef PDFKILN_TESTS_READER_READER_UTIL_H
+#define PDFKILN_TESTS_READER_READER_UTIL_H
+
+#include <cstdio>
+#include <string>
+
+#include "pdf_builder.h"
+#include "pdfkiln_sourfile.h"
+
+namespace rtest {
+
+using pdftest::PdfBuilder;
+using pdftest::Source;
+
+const char* const kCatalog = "<< /Type /Catalog /Pages 2 0 R >>";
+const char* const kPages = "<< /Type /Pages /Kids [] /Count 0 >>";
+
+// One 20-byte classic cross-reference row.
+inline std::string row(long offset, int gen = 0, char mark = 'n') {
+    char line[32];
+    std::snprintf(line, sizeof line, "%010ld %05d %c\r\n", offset, gen, mark);
+    return line;
+}
+
+// Ends the file with a classic table (or a cross-reference stream object
+// `streamNum`) and its startxref; returns the whole text.
+inline std::string withTable(PdfBuilder& b, const std::string& trailer = "/Root 1 0 R") {
+    b.startxref(b.xrefTable(trailer));
+    return b.str();
+}
+inline std::string withStream(PdfBuilder& b, int streamNum, const std::string& dict = "/Root 1 0 R") {
+    b.startxref(b.xrefStream(streamNum, dict));
+    return b.str();
+}
+
+// A source over `pdf`, opened once; `rc` is what the opening returned.
+struct Opened : Source {
+    explicit Opened(const std::string& pdf) : Source(pdf), rc(file.CheckAndInit()) {}
+    PDF_KILN::CFileInfo& fi() { return file.fileInfo; }
+    PDF_KILN::SObjState st(int num, int gen = 0) { return file.fileInfo.GetObjState(num, gen); }
+    int rc;
+};
+
+}  // namespace rtest
+
+#endif
