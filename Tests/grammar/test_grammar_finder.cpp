@@ -131,12 +131,7 @@ TEST(FindingHint, ValuesInInsertionOrderAndCopiesWithoutValues) {
 // ---- FindingValue over text ---------------------------------------------------------
 
 TEST(FindingValue, CollectsFromText) {
-    const struct {
-        Hints hints;
-        std::string text;
-        bool deep;
-        std::string want;
-    } cases[] = {
+    const struct { Hints hints; std::string text; bool deep; std::string want; } cases[] = {
         // Values of the expected type; a string loses its brackets but keeps its
         // escapes, a hex string keeps its "<>".
         {{{"/Version", ePDFName}, {"/Count", ePDFNumber}, {"/Title", ePDFString}, {"/ID", ePDFString},
@@ -224,10 +219,12 @@ protected:
 };
 
 TEST_F(FinderOnFile, CatalogSearchFollowsNoneKeysDepthFirst) {
-    FindingHint h = hintOf({{"/OutputIntents", ePDFNone}, {"/S", ePDFName}, {"/OutputConditionIdentifier", ePDFString}});
+    FindingHint h =
+        hintOf({{"/OutputIntents", ePDFNone}, {"/S", ePDFName}, {"/OutputConditionIdentifier", ePDFString}});
     FindingValue(h, &doc.file).find(true);
     // The queue is a stack: the last reference found is examined first.
-    EXPECT_EQ(dump(h), "/OutputConditionIdentifier=sRGB;/OutputConditionIdentifier=FOGRA39;/S=/GTS_PDFA1;/S=/GTS_PDFX;");
+    EXPECT_EQ(dump(h),
+              "/OutputConditionIdentifier=sRGB;/OutputConditionIdentifier=FOGRA39;/S=/GTS_PDFA1;/S=/GTS_PDFX;");
 }
 
 TEST_F(FinderOnFile, ShallowFindStopsAfterOneStep) {
@@ -299,10 +296,7 @@ TEST(FinderOnSample, SampleWithObjectStreams) {
 // ---- getType, getValue, parseValue -------------------------------------------------
 
 TEST(GetType, EarliestHitWinsAndTheReferenceATie) {
-    const struct {
-        std::string text;
-        EPDFType type;
-    } cases[] = {
+    const struct { std::string text; EPDFType type; } cases[] = {
         {"true", ePDFBoolean}, {"  -3.5 /A", ePDFNumber}, {"(x) 1", ePDFString}, {"<41>", ePDFString},
         {"/true", ePDFName}, {"[1 2]", ePDFArray}, {"<< /A 1 >>", ePDFDictionary}, {"<<>>", ePDFDictionary},
         {">>stream", ePDFStream}, {"null 1", ePDFNull},
@@ -357,10 +351,7 @@ TEST(GetValue, FirstValueOfTheType) {
 TEST(DecompressStream, DataAndFilters) {
     const std::string text = "BT /F1 12 Tf (Hello) Tj ET";
     const std::string bin("\0\x01\xff\r", 4);
-    const struct {
-        std::string in;
-        std::string out;
-    } cases[] = {
+    const struct { std::string in; std::string out; } cases[] = {
         // No stream, "stream" without "endstream", or only the tail of "endstream": no data.
         {"", ""},
         {"<< /A 1 >>", ""},

@@ -3,6 +3,8 @@
 #ifndef PDFKILN_TESTS_READER_READER_UTIL_H
 #define PDFKILN_TESTS_READER_READER_UTIL_H
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <string>
 
@@ -35,9 +37,22 @@ inline std::string withStream(PdfBuilder& b, int streamNum, const std::string& d
     return b.str();
 }
 
-// A source over `pdf`, opened once; `rc` is what the opening returned.
+const int kAnyRc = -1;
+
+// Appends `section`, written by hand, and a startxref pointing at it.
+inline std::string withRaw(PdfBuilder& b, const std::string& section) {
+    const long at = b.here();
+    b.raw(section);
+    b.startxref(at);
+    return b.str();
+}
+
+// A source over `pdf`, opened once; `rc` is what the opening returned, checked
+// against `want` unless that is kAnyRc.
 struct Opened : Source {
-    explicit Opened(const std::string& pdf) : Source(pdf), rc(file.CheckAndInit()) {}
+    explicit Opened(const std::string& pdf, int want = 0) : Source(pdf), rc(file.CheckAndInit()) {
+        if (want != kAnyRc) { EXPECT_EQ(rc, want) << "what the opening returned"; }
+    }
     PDF_KILN::CFileInfo& fi() { return file.fileInfo; }
     PDF_KILN::SObjState st(int num, int gen = 0) { return file.fileInfo.GetObjState(num, gen); }
     int rc;

@@ -67,7 +67,6 @@ TEST(ObjectFetch, ObjectStreamEntriesComeOutAsPlainObjectText) {
     for (const char* filter : {"", "/AHx"}) {
         const std::string pdf = packed({{3, "[1 2 3]"}, {4, "<< /A 1 >>"}, {7, "(last one)"}}, filter);
         Opened s(pdf);
-        ASSERT_EQ(s.rc, 0);
         EXPECT_EQ(fetchText(s.file, SObj(4, 0)), "4 0 obj\n<< /A 1 >>\n\nendobj\r\n") << filter;
         // The last entry runs to the end of the decoded data.
         EXPECT_EQ(fetchText(s.file, SObj(7, 0)), "7 0 obj\n(last one)\n\nendobj\r\n") << filter;
@@ -83,11 +82,9 @@ TEST(ObjectFetch, ObjectStreamEntriesComeOutAsPlainObjectText) {
 
 TEST(ObjectFetch, PlainObjectsAndAbsentOnes) {
     Opened s(pdftest::minimalPdf());
-    ASSERT_EQ(s.rc, 0);
     EXPECT_EQ(fetchText(s.file, SObj(2, 0)), "<in file>");
     EXPECT_EQ(fetchText(s.file, SObj(9, 0)), "");
     Opened t(packed({{3, kPages}}));
-    ASSERT_EQ(t.rc, 0);
     CDestFile sink;
     EXPECT_TRUE(CObj(SObj(1, 0)).LocalObj(sink, t.file));
     EXPECT_TRUE(CObj(SObj(3, 0)).LocalObj(sink, t.file));
@@ -101,10 +98,8 @@ TEST(ObjectFetch, IndexPairOfAnotherNumberOrPastTheCountIsRefused) {
     ASSERT_NE(at, std::string::npos);
     text[at + 7] = '7';  // the stream now says it holds object 7
     Opened s(text);
-    ASSERT_EQ(s.rc, 0);
     EXPECT_EQ(fetchText(s.file, SObj(3, 0)), "");
     Opened t(packed({{3, "(three)"}}));
-    ASSERT_EQ(t.rc, 0);
     (*t.fi().objTable)[SObj(3, 0)].index = 4;
     EXPECT_EQ(fetchText(t.file, SObj(3, 0)), "");
 }
@@ -116,13 +111,12 @@ TEST(ObjectFetch, ObjectStreamLengthInAnotherObjectStreamOrInItself) {
     b.objectStream(8, {{9, std::to_string(PdfBuilder::objectStreamData(inner).size())}});
     b.objectStream(10, inner, "", "9 0 R");
     Opened s(withStream(b, 11));
-    ASSERT_EQ(s.rc, 0);
     EXPECT_EQ(s.file.catalog.type, "/Catalog");
     EXPECT_EQ(s.file.catalog.pagesRef, SObj(2, 0));
     // A /Length inside the container itself fails cleanly.
     PdfBuilder c("%PDF-1.5");
     c.objectStream(10, {{1, kCatalog}, {2, kPages}, {3, "64"}}, "", "3 0 R");
-    Opened t(withStream(c, 11));
+    Opened t(withStream(c, 11), kAnyRc);
     EXPECT_TRUE(t.file.catalog.type.empty());
     EXPECT_EQ(fetchText(t.file, SObj(2, 0)), "");
 }
@@ -135,7 +129,6 @@ TEST(ObjectFetch, ReadIntObjFollowsReferencesAndComesBackBehindThem) {
     b.objectStream(7, {{5, "4 0 R"}, {6, "17"}});
     b.object(8, "8 0 R");
     Opened s(withStream(b, 9) + "PROBE 3 0 R /Next 4 0 R /N 5 0 R /M 6 0 R /Plain 99 /Loop 8 0 R /Gone 77 0 R /End ");
-    ASSERT_EQ(s.rc, 0);
     toProbe(s);
     // Directly, through a chain, from an object stream into the file, plain.
     const std::pair<int, const char*> reads[] = {{42, "/Next"}, {42, "/N"}, {42, "/M"}, {17, "/Plain"}, {99, "/Loop"}};
@@ -159,7 +152,6 @@ TEST(ObjectFetch, ReadNumArrayObjReadsNumbersAndReferences) {
     b.object(4, "[0 0 612 3 0 R]");
     b.objectStream(6, {{5, "-2"}});
     Opened s(withStream(b, 7) + "PROBE [1 2.5 3 0 R 5 0 R] /A 4 0 R /B /NotArray /C");
-    ASSERT_EQ(s.rc, 0);
     toProbe(s);
     std::vector<float> v;
     EXPECT_TRUE(CObj::ReadNumArrayObj(s.file, v));
@@ -176,7 +168,6 @@ TEST(ObjectFetch, ReadNumArrayObjReadsNumbersAndReferences) {
 
 TEST(ObjectFetch, FromStreamReadsAnIndirectObjectByItsKey) {
     Opened s(packed({{3, "<< /Type /Catalog /Pages 9 0 R >>"}}));
-    ASSERT_EQ(s.rc, 0);
     CCatalog other;
     other.self = SObj(3, 0);
     other.fromStream(s.file);
@@ -187,10 +178,7 @@ TEST(ObjectFetch, FromStreamReadsAnIndirectObjectByItsKey) {
 // ---- primitive values -------------------------------------------------------------------
 
 TEST(StringValue, EscapesContinuationsHexAndUnbalancedInput) {
-    const struct {
-        const char* in;
-        std::string out;
-    } cases[] = {
+    const struct { const char* in; std::string out; } cases[] = {
         // Unbalanced parentheses end at the first close.
         {"(a(b)c)", "a(b"},
         // Octal escapes always take two more bytes.
@@ -260,14 +248,8 @@ TEST(ArrayValue, RawTextIsTheStretchBehindTheBracketAsLongAsTheArray) {
 
 TEST(StreamBody, LineEndsAndTheRepairsOfAWrongLength) {
     const std::string body(3000, 'x');
-    const struct {
-        std::string in;
-        int length;
-        bool ok;
-        std::string data;
-        int lengthAfter;
-        std::string next;
-    } cases[] = {
+    const struct { std::string in; int length; bool ok; std::string data; int lengthAfter; std::string next; }
+    cases[] = {
         {"stream\nHello\nendstream\nendobj", 5, true, "Hello", 5, "endstream"},
         {"stream\r\nHello\r\nendstream\nendobj", 5, true, "Hello", 5, "endstream"},
         {"stream\rHello\rendstream\nendobj", 5, true, "Hello", 5, "endstream"},
@@ -312,7 +294,6 @@ TEST(StreamBody, LengthReadThroughAReference) {
     b.object(3, "5");
     b.stream(4, "", "Hello", "3 0 R");
     Opened s(withTable(b));
-    ASSERT_EQ(s.rc, 0);
     s.file.seekg(b.offsetOf(4));
     ASSERT_TRUE(CFileBlock::FindStr(s.file, "/Length"));
     CStreamType st;

@@ -44,14 +44,8 @@ TEST(FilterParsing, FilterTypesByExactName) {
 }
 
 TEST(FilterParsing, StagesParametersAndWhereReadingStops) {
-    const struct {
-        const char* text;
-        bool ok;
-        int stages;     // -1: not looked at
-        int type;       // of the first stage
-        int predictor;  // of the first stage, -1: not looked at
-        const char* next;  // the token behind, "": not looked at
-    } cases[] = {
+    // Of the first stage: type and predictor; -1 and "" are not looked at; next is the token behind.
+    const struct { const char* text; bool ok; int stages; int type; int predictor; const char* next; } cases[] = {
         {"[] /Length 3", true, 0, 0, -1, ""},
         // An unsupported stage ends the array, keeping the earlier stages.
         {"[/ASCII85Decode /JBIG2Decode]", false, 1, FILTER_ASCII85, -1, ""},
@@ -117,7 +111,8 @@ TEST(FilterParsing, ParametersOfAllKnownKeysAndDefaultsAtRunTime) {
 }
 
 TEST(FilterParsing, ParametersBeforeTheFilterAreFoundOnlyFromTheDictionaryStart) {
-    const std::string dict = "<< /DecodeParms << /Columns 4 /Predictor 12 >> /Filter /FlateDecode /Length 3 >>\nstream\n";
+    const std::string dict =
+        "<< /DecodeParms << /Columns 4 /Predictor 12 >> /Filter /FlateDecode /Length 3 >>\nstream\n";
     for (long dictStart : {0, 1}) {
         CFilter f;
         std::istringstream in(dict);
@@ -148,14 +143,9 @@ TEST(FilterParsing, ReadParameterAndASecondRead) {
 }
 
 TEST(FilterRun, StagesInOrderAndTheLengthFollowsTheResult) {
-    const struct {
-        const char* filter;
-        std::string data;
-        int length;  // -2: the data's size
-        int rc;
-        const char* after;  // null: not looked at
-        int lengthAfter;    // -2: unchanged
-    } cases[] = {
+    // A length of -2 is the data's size, a lengthAfter of -2 unchanged; a null `after` is not looked at.
+    const struct { const char* filter; std::string data; int length, rc; const char* after; int lengthAfter; }
+    cases[] = {
         // "3431>" becomes "41", then "A"; what stands behind the length is cut off first.
         {"[/AHx /AHx]", "3431>garbage behind", 5, 0, "A", 1},
         // A negative length keeps the whole data.

@@ -28,10 +28,7 @@ std::string nul(const std::string& s) { return s + std::string(1, '\0'); }
 }  // namespace
 
 TEST(Tokens, DelimitersNamesPercentAndWhiteSpace) {
-    const struct {
-        std::string text;
-        std::vector<std::string> want;
-    } cases[] = {
+    const struct { std::string text; std::vector<std::string> want; } cases[] = {
         // Double angles are one token, a single angle one byte; a token that
         // touches the end of the input carries a zero byte.
         {"<<>> <a >b", {"<<", ">>", "<", "a", ">", nul("b")}},
@@ -106,11 +103,8 @@ TEST(FileBlock, SkipCommentAndIsDictStartConsumeNoOpening) {
     std::istringstream comments("  % one\r% two\n  <<");
     CFileBlock::skipComment(comments);
     EXPECT_EQ(comments.peek(), '<');
-    const struct {
-        const char* text;
-        bool dict;
-        char next;
-    } cases[] = {{"%c\n<< /A 1 >>", true, '<'}, {" [1 2]", true, '['}, {"<41>", false, '<'}, {"<", false, '<'}};
+    const struct { const char* text; bool dict; char next; } cases[] = {
+        {"%c\n<< /A 1 >>", true, '<'}, {" [1 2]", true, '['}, {"<41>", false, '<'}, {"<", false, '<'}};
     for (const auto& c : cases) {
         std::istringstream in(c.text);
         EXPECT_EQ(CFileBlock::isDictStart(in), c.dict) << c.text;
@@ -124,11 +118,7 @@ TEST(FileBlock, SkipCommentAndIsDictStartConsumeNoOpening) {
 }
 
 TEST(FileBlock, GetWordsCutsAtTheFirstMatchingDelimiterRule) {
-    const struct {
-        const char* in;
-        const char* word;
-        const char* rest;
-    } cases[] = {
+    const struct { const char* in; const char* word; const char* rest; } cases[] = {
         {"  abc<<def x", "abc", "<<def"}, {"ab>>cd x", "ab", ">>cd"}, {"/Type/Page x", "/Type", "/Page"},
         {"12[3] x", "12", "[3]"},         {"12]x y", "12", "]x"},     {"plain more", "plain", "more"},
     };
