@@ -76,7 +76,6 @@ std::string deflate(const std::string& data) {
 
 }  // namespace
 
-// ---- FindingHint ------------------------------------------------------------------
 
 TEST(FindingHint, KeysCompareWithoutSurroundingBlanks) {
     FindingHint h;
@@ -93,13 +92,11 @@ TEST(FindingHint, KeysCompareWithoutSurroundingBlanks) {
 
 TEST(FindingHint, OrderIsBytewiseSignedPrefixFirst) {
     FindingHint::myLess less;
-    EXPECT_TRUE(less("/A", "/AB"));
-    EXPECT_FALSE(less("/AB", "/A"));
-    EXPECT_TRUE(less("/\xC3", "/A"));  // a high byte is negative as a signed char
-    EXPECT_FALSE(less(" /A", "/A "));
-    EXPECT_FALSE(less("/A ", " /A"));
-    EXPECT_TRUE(less("   ", "/"));
-    EXPECT_FALSE(less("", "  "));
+    // A high byte is negative as a signed char.
+    const struct { const char* a; const char* b; bool less; } cases[] = {
+        {"/A", "/AB", true}, {"/AB", "/A", false}, {"/\xC3", "/A", true}, {" /A", "/A ", false},
+        {"/A ", " /A", false}, {"   ", "/", true}, {"", "  ", false}};
+    for (const auto& c : cases) EXPECT_EQ(less(c.a, c.b), c.less) << c.a << " < " << c.b;
 }
 
 TEST(FindingHint, ValuesInInsertionOrderAndCopiesWithoutValues) {
@@ -128,7 +125,6 @@ TEST(FindingHint, ValuesInInsertionOrderAndCopiesWithoutValues) {
     EXPECT_EQ(assigned.values().size(), 0u);
 }
 
-// ---- FindingValue over text ---------------------------------------------------------
 
 TEST(FindingValue, CollectsFromText) {
     const struct { Hints hints; std::string text; bool deep; std::string want; } cases[] = {
@@ -191,7 +187,6 @@ TEST(FindingValue, LinkageAndSelectorWithoutASource) {
     EXPECT_FALSE(PieceInfoSelector(nullptr, "a", "b", "", 1, 0).match());
 }
 
-// ---- on a document: objects fetched through CObj::LocalObj ------------------------------
 
 class FinderOnFile : public ::testing::Test {
 protected:
@@ -293,7 +288,6 @@ TEST(FinderOnSample, SampleWithObjectStreams) {
     EXPECT_GE(h.getPropertyValueCount("/Count"), 1);
 }
 
-// ---- getType, getValue, parseValue -------------------------------------------------
 
 TEST(GetType, EarliestHitWinsAndTheReferenceATie) {
     const struct { std::string text; EPDFType type; } cases[] = {
@@ -325,16 +319,11 @@ TEST(GetValue, FirstValueOfTheType) {
         EXPECT_EQ(utility::getValue(nullptr, nullptr, static_cast<EPDFType>(t)), "") << t;
     }
     const std::string t = " /Type /Page /Count 3 /Kids [4 0 R] /T (a(b)) /N null /B false /D <</X 1>>";
-    EXPECT_EQ(valueOf(t, ePDFName), "/Type");
-    EXPECT_EQ(valueOf(t, ePDFNumber), "3");
-    EXPECT_EQ(valueOf(t, ePDFArray), "[4 0 R]");
-    EXPECT_EQ(valueOf(t, ePDFIndirect), "4 0 R");
-    EXPECT_EQ(valueOf(t, ePDFString), "(a(b))");
-    EXPECT_EQ(valueOf(t, ePDFNull), "null");
-    EXPECT_EQ(valueOf(t, ePDFBoolean), "false");
-    EXPECT_EQ(valueOf(t, ePDFDictionary), "<</X 1>>");
-    EXPECT_EQ(valueOf(t, ePDFNone), "");
-    EXPECT_EQ(valueOf(t, static_cast<EPDFType>(10)), "");
+    const std::pair<EPDFType, const char*> firsts[] = {
+        {ePDFName, "/Type"},      {ePDFNumber, "3"},       {ePDFArray, "[4 0 R]"},          {ePDFIndirect, "4 0 R"},
+        {ePDFString, "(a(b))"},   {ePDFNull, "null"},      {ePDFBoolean, "false"},          {ePDFDictionary, "<</X 1>>"},
+        {ePDFNone, ""},           {static_cast<EPDFType>(10), ""}};
+    for (const auto& f : firsts) EXPECT_EQ(valueOf(t, f.first), f.second) << f.first;
     EXPECT_EQ(valueOf("/A", ePDFNumber), "");
     // The stream type decodes the range.
     EXPECT_EQ(valueOf("<< /Length 3 >>\nstream\nabc\nendstream", ePDFStream), "abc");
@@ -346,7 +335,6 @@ TEST(GetValue, FirstValueOfTheType) {
     EXPECT_EQ(parseValue(tok, names.data(), names.data() + 1), "");
 }
 
-// ---- getDecompressStream, trimParenthes, toString --------------------------------------
 
 TEST(DecompressStream, DataAndFilters) {
     const std::string text = "BT /F1 12 Tf (Hello) Tj ET";

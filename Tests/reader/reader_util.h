@@ -19,6 +19,13 @@ using pdftest::Source;
 const char* const kCatalog = "<< /Type /Catalog /Pages 2 0 R >>";
 const char* const kPages = "<< /Type /Pages /Kids [] /Count 0 >>";
 
+// A builder that holds catalog 1 and an empty page tree 2.
+inline PdfBuilder catalogFile(const std::string& header = "%PDF-1.4", const std::string& junk = "") {
+    PdfBuilder b(header, junk);
+    b.catalog();
+    return b;
+}
+
 // One 20-byte classic cross-reference row.
 inline std::string row(long offset, int gen = 0, char mark = 'n') {
     char line[32];

@@ -4,6 +4,7 @@
 // repairs of a wrong /Length.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -32,8 +33,7 @@ std::string fetchText(CSourFile& src, const SObj& key) {
 
 // A file of a catalog, a page tree and object stream 5 holding `objs`.
 std::string packed(const std::vector<std::pair<int, std::string>>& objs, const std::string& filter = "") {
-    PdfBuilder b("%PDF-1.5");
-    b.catalog();
+    PdfBuilder b = catalogFile("%PDF-1.5");
     b.objectStream(5, objs, filter);
     return withStream(b, 6);
 }
@@ -66,17 +66,16 @@ TEST(ObjectFetch, IsObjStartReadsTheHeaderAndSkipsComments) {
 TEST(ObjectFetch, ObjectStreamEntriesComeOutAsPlainObjectText) {
     for (const char* filter : {"", "/AHx"}) {
         const std::string pdf = packed({{3, "[1 2 3]"}, {4, "<< /A 1 >>"}, {7, "(last one)"}}, filter);
-        Opened s(pdf);
-        EXPECT_EQ(fetchText(s.file, SObj(4, 0)), "4 0 obj\n<< /A 1 >>\n\nendobj\r\n") << filter;
-        // The last entry runs to the end of the decoded data.
-        EXPECT_EQ(fetchText(s.file, SObj(7, 0)), "7 0 obj\n(last one)\n\nendobj\r\n") << filter;
-        EXPECT_EQ(fetchText(s.file, SObj(3, 0)), "3 0 obj\n[1 2 3]\n\nendobj\r\n") << filter;
-        // Fetched in the other order, and after a second opening: the same.
-        Opened fresh(pdf);
-        EXPECT_EQ(fetchText(fresh.file, SObj(3, 0)), "3 0 obj\n[1 2 3]\n\nendobj\r\n") << filter;
-        EXPECT_EQ(fetchText(fresh.file, SObj(4, 0)), "4 0 obj\n<< /A 1 >>\n\nendobj\r\n") << filter;
+        // The last entry runs to the end of the decoded data. Fetched in another
+        // order, and after a second opening, the texts are the same.
+        const std::map<int, std::string> want = {{3, "3 0 obj\n[1 2 3]\n\nendobj\r\n"},
+                                                 {4, "4 0 obj\n<< /A 1 >>\n\nendobj\r\n"},
+                                                 {7, "7 0 obj\n(last one)\n\nendobj\r\n"}};
+        Opened s(pdf), fresh(pdf);
+        for (int n : {4, 7, 3}) EXPECT_EQ(fetchText(s.file, SObj(n, 0)), want.at(n)) << filter;
+        for (int n : {3, 4}) EXPECT_EQ(fetchText(fresh.file, SObj(n, 0)), want.at(n)) << filter;
         ASSERT_EQ(s.file.CheckAndInit(), 0);
-        EXPECT_EQ(fetchText(s.file, SObj(7, 0)), "7 0 obj\n(last one)\n\nendobj\r\n") << filter;
+        EXPECT_EQ(fetchText(s.file, SObj(7, 0)), want.at(7)) << filter;
     }
 }
 
@@ -122,8 +121,7 @@ TEST(ObjectFetch, ObjectStreamLengthInAnotherObjectStreamOrInItself) {
 }
 
 TEST(ObjectFetch, ReadIntObjFollowsReferencesAndComesBackBehindThem) {
-    PdfBuilder b("%PDF-1.5");
-    b.catalog();
+    PdfBuilder b = catalogFile("%PDF-1.5");
     b.object(3, "42");
     b.object(4, "3 0 R");
     b.objectStream(7, {{5, "4 0 R"}, {6, "17"}});
@@ -146,8 +144,7 @@ TEST(ObjectFetch, ReadIntObjFollowsReferencesAndComesBackBehindThem) {
 }
 
 TEST(ObjectFetch, ReadNumArrayObjReadsNumbersAndReferences) {
-    PdfBuilder b("%PDF-1.5");
-    b.catalog();
+    PdfBuilder b = catalogFile("%PDF-1.5");
     b.object(3, "7.5");
     b.object(4, "[0 0 612 3 0 R]");
     b.objectStream(6, {{5, "-2"}});
@@ -175,33 +172,18 @@ TEST(ObjectFetch, FromStreamReadsAnIndirectObjectByItsKey) {
     EXPECT_TRUE(other.flags & CObj::kFromObjectStream);
 }
 
-// ---- primitive values -------------------------------------------------------------------
-
 TEST(StringValue, EscapesContinuationsHexAndUnbalancedInput) {
     const struct { const char* in; std::string out; } cases[] = {
         // Unbalanced parentheses end at the first close.
         {"(a(b)c)", "a(b"},
         // Octal escapes always take two more bytes.
-        {"(\\101)", "A"},
-        {"(\\123)", std::string(1, 83)},
-        {"(\\5xy)", std::string(1, 64)},
-        {"(\\7777)", "\xFF" "7"},
-        {"(\\0a)", std::string(1, '\0')},
-        {"(\\n\\r\\t\\b\\f\\\\\\(\\))", "\n\r\t\b\f\\()"},
-        {"(\\q)", "q"},
+        {"(\\101)", "A"}, {"(\\123)", std::string(1, 83)}, {"(\\5xy)", std::string(1, 64)}, {"(\\7777)", "\xFF" "7"},
+        {"(\\0a)", std::string(1, '\0')}, {"(\\n\\r\\t\\b\\f\\\\\\(\\))", "\n\r\t\b\f\\()"}, {"(\\q)", "q"},
         // Line continuations; a bare line end stays.
-        {"(ab\\\ncd)", "abcd"},
-        {"(ab\\\n\rcd)", "abcd"},
-        {"(ab\\\rcd)", "abcd"},
-        {"(a\nb)", "a\nb"},
-        {"(abc", "abc"},
-        {"()", ""},
+        {"(ab\\\ncd)", "abcd"}, {"(ab\\\n\rcd)", "abcd"}, {"(ab\\\rcd)", "abcd"}, {"(a\nb)", "a\nb"},
+        {"(abc", "abc"}, {"()", ""},
         // Hex strings skip blanks, drop junk and pad an odd digit.
-        {"<ABC>", "\xAB\xC0"},
-        {"<41 4\n2\r43>", "ABC"},
-        {"<4x1zz>", "A"},
-        {"<>", ""},
-        {"<6162", "ab"},
+        {"<ABC>", "\xAB\xC0"}, {"<41 4\n2\r43>", "ABC"}, {"<4x1zz>", "A"}, {"<>", ""}, {"<6162", "ab"},
     };
     for (const auto& c : cases) {
         Source s(c.in);
@@ -219,21 +201,17 @@ TEST(StringValue, EscapesContinuationsHexAndUnbalancedInput) {
 }
 
 TEST(ReferenceValue, ObjectHeaderIsNoReferenceAndTheStreamIsSetBack) {
-    CObjRef r;
-    Source s("12 0 obj");
-    EXPECT_FALSE(r.Read(s.file));
-    EXPECT_FALSE(r.isRef);
-    EXPECT_EQ(nextToken(s.file), "12");
-    Source t("  12 3 R /Next ");
-    EXPECT_TRUE(r.Read(t.file));
-    EXPECT_EQ(r.num, 12);
-    EXPECT_EQ(r.gen, 3);
-    EXPECT_TRUE(r.isRef);
-    EXPECT_EQ(nextToken(t.file), "/Next");
-    Source u("12 /Name");
-    EXPECT_FALSE(r.Read(u.file));
-    EXPECT_FALSE(u.file.fail());
-    EXPECT_EQ(nextToken(u.file), "12");
+    const struct { const char* text; bool ok; const char* next; } cases[] = {
+        {"12 0 obj", false, "12"}, {"  12 3 R /Next ", true, "/Next"}, {"12 /Name", false, "12"}};
+    for (const auto& c : cases) {
+        Source s(c.text);
+        CObjRef r;
+        EXPECT_EQ(r.Read(s.file), c.ok) << c.text;
+        EXPECT_EQ(r.isRef, c.ok) << c.text;
+        EXPECT_FALSE(s.file.fail()) << c.text;
+        EXPECT_EQ(nextToken(s.file), c.next) << c.text;
+        if (c.ok) { EXPECT_EQ(std::make_pair(r.num, r.gen), std::make_pair(12, 3)); }
+    }
 }
 
 TEST(ArrayValue, RawTextIsTheStretchBehindTheBracketAsLongAsTheArray) {
@@ -289,8 +267,7 @@ TEST(StreamBody, LineEndsAndTheRepairsOfAWrongLength) {
 }
 
 TEST(StreamBody, LengthReadThroughAReference) {
-    PdfBuilder b;
-    b.catalog();
+    PdfBuilder b = catalogFile();
     b.object(3, "5");
     b.stream(4, "", "Hello", "3 0 R");
     Opened s(withTable(b));

@@ -4,6 +4,7 @@
 
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "pdfkiln_filter.h"
 #include "pdfkiln_obj.h"
@@ -89,25 +90,19 @@ TEST(FilterParsing, ParametersOfAllKnownKeysAndDefaultsAtRunTime) {
     EXPECT_TRUE(readFilter(f, "/LZWDecode /DecodeParms << /K -1 /EarlyChange 0 /Colors 3 /BitsPerComponent 4 "
                               "/Columns 7 /Predictor 2 /BlackIs1 true >> stream"));
     const FilterPropTD& p = f.stages.at(0);
-    EXPECT_EQ(p.earlyChange, 0);
-    EXPECT_EQ(p.colors, 3);
-    EXPECT_EQ(p.bitsPerComponent, 4);
-    EXPECT_EQ(p.columns, 7);
-    EXPECT_EQ(p.predictor, 2);
+    // earlyChange, colors, bitsPerComponent, columns, predictor
+    EXPECT_EQ(std::make_tuple(p.earlyChange, p.colors, p.bitsPerComponent, p.columns, p.predictor),
+              std::make_tuple(0, 3, 4, 7, 2));
 
     CFilter g;
     EXPECT_TRUE(readFilter(g, "/FlateDecode /DecodeParms << /Predictor 12 /Columns 5 >> /Length 4"));
     const FilterPropTD& q = g.stages.at(0);
-    EXPECT_EQ(q.columns, 5);
-    EXPECT_EQ(q.colors, 0);
+    EXPECT_EQ(std::make_tuple(q.colors, q.bitsPerComponent, q.columns), std::make_tuple(0, 0, 5));
     // Running the stage (on data that is no zlib stream) applies the defaults first.
     std::string data = "not deflated", result;
     EXPECT_NE(g.filterStream(data, result), 0);
-    EXPECT_EQ(q.colors, 1);
-    EXPECT_EQ(q.bitsPerComponent, 8);
-    EXPECT_EQ(q.aux16, 100);
-    EXPECT_EQ(q.predictor, 12);
-    EXPECT_EQ(q.columns, 5);
+    EXPECT_EQ(std::make_tuple(q.colors, q.bitsPerComponent, q.aux16, q.predictor, q.columns),
+              std::make_tuple(1, 8, 100, 12, 5));
 }
 
 TEST(FilterParsing, ParametersBeforeTheFilterAreFoundOnlyFromTheDictionaryStart) {

@@ -17,8 +17,7 @@ namespace {
 
 // A classic file whose trailer adds `trailer`, with `extra` objects from 3 on.
 std::string withTrailer(const std::string& trailer, const std::vector<std::string>& extra = {}) {
-    PdfBuilder b;
-    b.catalog();
+    PdfBuilder b = catalogFile();
     int n = 3;
     for (const std::string& body : extra) b.object(n++, body);
     return withTable(b, "/Root 1 0 R " + trailer);
@@ -95,14 +94,11 @@ TEST(SourceFile, FindStrAndDefaultsBeforeOpening) {
     Source s("a b c");
     EXPECT_TRUE(s.file.FindStr("b"));
     EXPECT_FALSE(s.file.FindStr("zz")) << "no throw at the end";
-    const auto& info = s.file.fileInfo.info;
-    EXPECT_EQ(info.title, "PDF_KILN");
-    EXPECT_EQ(info.subject, "Pdf-Merge(Split)-Kiln");
-    EXPECT_EQ(info.keywords, "PDF<KILN>");
-    EXPECT_EQ(info.creator, "PDF_KILN");
-    EXPECT_EQ(info.producer, "Zarnoth.Co.Ltd");
-    EXPECT_EQ(info.trapped, "Unknown");
-    EXPECT_FALSE(info.author.empty());
+    const auto& i = s.file.fileInfo.info;
+    EXPECT_EQ(std::vector<std::string>({i.title, i.subject, i.keywords, i.creator, i.producer, i.trapped}),
+              std::vector<std::string>({"PDF_KILN", "Pdf-Merge(Split)-Kiln", "PDF<KILN>", "PDF_KILN",
+                                        "Zarnoth.Co.Ltd", "Unknown"}));
+    EXPECT_FALSE(i.author.empty());
     EXPECT_EQ(s.file.fileInfo.encrypt.versionText, "%PDF-1.3");
 }
 
@@ -157,17 +153,13 @@ TEST(InfoDictionary, LiteralHexAndReferencedValuesAreRead) {
                                           "/Custom (skip me) /Keywords (k) /Creator (c) /Producer (p) "
                                           "/CreationDate (D:2020) /ModDate (D:2021) /Trapped /True >>",
                                           "(Jane)"}));
-    const auto& info = s.fi().info;
-    EXPECT_EQ(info.title, "Hello");
-    EXPECT_EQ(info.author, "Jane") << "a reference to a string object is resolved";
-    EXPECT_EQ(info.subject, "S(1)") << "reading went on behind the reference";
-    EXPECT_EQ(info.keywords, "k");
-    EXPECT_EQ(info.creator, "c");
-    EXPECT_EQ(info.producer, "p");
-    EXPECT_EQ(info.creationDate, "D:2020");
-    EXPECT_EQ(info.modDate, "D:2021");
-    EXPECT_EQ(info.trapped, "/True") << "kept as the name token with its slash";
-    EXPECT_TRUE(info.lastString.empty());
+    // The author's reference to a string object is resolved and reading goes on
+    // behind it; /Trapped is kept as the name token with its slash.
+    const auto& i = s.fi().info;
+    EXPECT_EQ(std::vector<std::string>({i.title, i.author, i.subject, i.keywords, i.creator, i.producer,
+                                        i.creationDate, i.modDate, i.trapped}),
+              std::vector<std::string>({"Hello", "Jane", "S(1)", "k", "c", "p", "D:2020", "D:2021", "/True"}));
+    EXPECT_TRUE(i.lastString.empty());
 }
 
 TEST(InfoDictionary, DefaultsStayWithoutAReadableInfo) {
@@ -219,10 +211,8 @@ TEST(InfoDictionary, SetInfoTakesNonEmptyFieldsAndRendersDates) {
     d.creationDate = InfoDate{2024, 2, 29, 13, 5, 9, '+', 1, 30};
     d.modDate = InfoDate{1999, 12, 31, 23, 59, 58, '-', 5, 0};
     info.SetInfo(d);
-    EXPECT_EQ(info.title, "New");
-    EXPECT_EQ(info.author, "old author");
-    EXPECT_EQ(info.creationDate, "D:20240229130509+01'30'");
-    EXPECT_EQ(info.modDate, "D:19991231235958-05'00'");
+    EXPECT_EQ(std::vector<std::string>({info.title, info.author, info.creationDate, info.modDate}),
+              std::vector<std::string>({"New", "old author", "D:20240229130509+01'30'", "D:19991231235958-05'00'"}));
     EXPECT_STREQ(FORMATDATE, "D:%04i%02i%02i%02i%02i%02i%c%02i'%02i'");
 }
 
@@ -256,8 +246,7 @@ TEST(FileIdentifier, HexLiteralOverlongAndNewest) {
     EXPECT_EQ(big.fi().fileId.id1[255], 'Z');
     EXPECT_EQ(big.fi().size, 3);
     // The newest trailer wins.
-    PdfBuilder b;
-    b.catalog();
+    PdfBuilder b = catalogFile();
     long x1 = b.xrefTable("/Root 1 0 R /ID [<AA><AA>]");
     b.startxref(x1);
     b.object(3, "(x)");

@@ -146,14 +146,9 @@ TEST(FileBlock, RedHexStringReadsPairsSkipsLineEndsAndPadsAnOddDigit) {
 }
 
 TEST(Names, KeptSpellingsAndIrregularNames) {
-    EXPECT_STREQ(nmASCIIHexDecode, "/ASCIIHexDecod");
-    EXPECT_STREQ(nmJavaScript, "/JaveScript");
-    EXPECT_STREQ(nmPubSec, "/Adobe.PubSec");
-    EXPECT_STREQ(nmAdbepkcs7s3, "/adbe.pkcs7.s3");
-    EXPECT_STREQ(nmDecodeParms, "/DecodeParms");
-    EXPECT_STREQ(nm3DA, "/3DA");
-    EXPECT_STREQ(nameTable[0], "/SD");
-    EXPECT_STREQ(nameTable[255], "/W");
-    EXPECT_STREQ(kw_EOF_, "%%EOF.");
-    EXPECT_STREQ(kw_r_n, "\r\n");
+    const std::pair<const char*, const char*> names[] = {
+        {nmASCIIHexDecode, "/ASCIIHexDecod"}, {nmJavaScript, "/JaveScript"}, {nmPubSec, "/Adobe.PubSec"},
+        {nmAdbepkcs7s3, "/adbe.pkcs7.s3"},    {nmDecodeParms, "/DecodeParms"}, {nm3DA, "/3DA"},
+        {nameTable[0], "/SD"},                {nameTable[255], "/W"},          {kw_EOF_, "%%EOF."}, {kw_r_n, "\r\n"}};
+    for (const auto& n : names) EXPECT_STREQ(n.first, n.second);
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <tuple>
 
 #include "pdfkiln_cobjectposition.h"
 #include "reader_util.h"
@@ -17,8 +18,7 @@ namespace {
 
 // A classic file of objects 1 and 2 whose table is at `*xrefAt`.
 PdfBuilder baseRevision(long* xrefAt) {
-    PdfBuilder b;
-    b.catalog();
+    PdfBuilder b = catalogFile();
     *xrefAt = b.xrefTable("/Root 1 0 R");
     return b;
 }
@@ -67,8 +67,7 @@ TEST(XRefTail, RunningOutOfInputEndsTheOpening) {
     b.startxref(9);
     Source bad(b.str());
     EXPECT_THROW(bad.file.CheckAndInit(), CFileError);
-    PdfBuilder none;
-    none.catalog();
+    PdfBuilder none = catalogFile();
     none.xrefTable("/Root 1 0 R");
     Source noStartxref(none.str());
     EXPECT_THROW(noStartxref.file.CheckAndInit(), CFileError);
@@ -108,8 +107,7 @@ TEST(XRefChain, ClassicSectionWhosePrevIsACrossReferenceStream) {
 
 TEST(XRefChain, InfoOfTheOldestClassicTrailerWinsUntilAStreamWasRead) {
     for (bool newestIsStream : {false, true}) {
-        PdfBuilder b(newestIsStream ? "%PDF-1.5" : "%PDF-1.4");
-        b.catalog();
+        PdfBuilder b = catalogFile(newestIsStream ? "%PDF-1.5" : "%PDF-1.4");
         b.object(5, "<< /Title (old) >>");
         long x1 = b.xrefTable("/Root 1 0 R /Info 5 0 R");
         b.startxref(x1);
@@ -122,21 +120,18 @@ TEST(XRefChain, InfoOfTheOldestClassicTrailerWinsUntilAStreamWasRead) {
 }
 
 TEST(XRefChain, PrevToTheHeaderToItselfOrInACycleEndsTheWalk) {
-    PdfBuilder zero;
-    zero.catalog();
+    PdfBuilder zero = catalogFile();
     Opened s(withTable(zero, "/Root 1 0 R /Prev 0"));
     EXPECT_EQ(s.fi().classicSections, 1);
 
-    PdfBuilder self;
-    self.catalog();
+    PdfBuilder self = catalogFile();
     const long x = self.here();
     self.xrefTable("/Root 1 0 R /Prev " + std::to_string(x));
     self.startxref(x);
     Opened t(self.str());
     EXPECT_EQ(t.fi().classicSections, 1);
 
-    PdfBuilder two;
-    two.catalog();
+    PdfBuilder two = catalogFile();
     const long x1 = two.xrefTable("/Root 1 0 R /Prev PPPPPPPPPP");
     two.object(3, "(three)");
     const long x2 = two.xrefTable("/Root 1 0 R /Prev " + std::to_string(x1));
@@ -162,13 +157,10 @@ TEST(XRefChain, FreeEntries) {
     EXPECT_EQ(s.st(3).mark, 'n');
 
     // A free entry with an offset is entered as free, and is no position.
-    PdfBuilder c;
-    c.catalog();
+    PdfBuilder c = catalogFile();
     Opened t(withRaw(c, "xref\n0 4\n" + row(3, 65535, 'f') + row(c.offsetOf(1)) + row(c.offsetOf(2)) +
                             row(0, 1, 'f') + "trailer\n<< /Size 4 /Root 1 0 R >>\n"));
-    EXPECT_EQ(t.st(0, 65535).kind, 0);
-    EXPECT_EQ(t.st(0, 65535).mark, 'f');
-    EXPECT_EQ(t.st(0, 65535).pos, 3);
+    EXPECT_EQ(std::make_tuple(t.st(0, 65535).kind, t.st(0, 65535).mark, t.st(0, 65535).pos), std::make_tuple(0, 'f', 3));
     EXPECT_EQ(t.fi().objTable->count(SObj(3, 1)), 0u) << "offset 0 enters nothing";
     EXPECT_EQ(std::count(t.fi().positions.begin(), t.fi().positions.end(), 3), 0);
     // An absent key, or another generation, has a zero state.
@@ -178,8 +170,7 @@ TEST(XRefChain, FreeEntries) {
 }
 
 TEST(XRefChain, EntriesNeedNoFixedLayout) {
-    PdfBuilder b;
-    b.catalog();
+    PdfBuilder b = catalogFile();
     Opened s(withRaw(b, "xref\n0 3\n0 65535 f\n" + std::to_string(b.offsetOf(1)) + " 0 n " +
                             std::to_string(b.offsetOf(2)) + "   0\tn\ntrailer\n<</Size 3/Root 1 0 R>>\n"));
     EXPECT_EQ(s.file.catalog.pagesRef, SObj(2, 0));
@@ -188,8 +179,7 @@ TEST(XRefChain, EntriesNeedNoFixedLayout) {
 // Subsection numbers and offsets near the top of the int range: the entries
 // that would pass it are read over, the others stand, and nothing overflows.
 TEST(XRefChain, NumbersPastTheIntRangeAreNotEntered) {
-    PdfBuilder b;
-    b.catalog();
+    PdfBuilder b = catalogFile();
     std::string table = "xref\n0 3\n" + row(0, 65535, 'f') + row(b.offsetOf(1)) + row(b.offsetOf(2)) + "2147483645 6\n";
     for (int i = 0; i < 5; ++i) table += row(99999);
     Opened s(withRaw(b, table + "2147483647 00000 n \ntrailer\n<< /Size 3 /Root 1 0 R >>\n"));
@@ -202,8 +192,7 @@ TEST(XRefRepair, CommentsAmongTheEntries) {
     // word in place of a subsection ends the walk keeping the entries, and the
     // trailer with /Root is never read.
     for (const char* note : {"% a note the writer left\n1 junk words\n", "%note\n"}) {
-        PdfBuilder b;
-        b.catalog();
+        PdfBuilder b = catalogFile();
         long x = b.xrefTable("/Root 1 0 R");
         std::string text = b.str();
         text.insert(text.find("trailer"), note);
@@ -220,8 +209,7 @@ TEST(XRefRepair, DamagedOrTruncatedSections) {
     // The search ran out of input and left the stream failed.
     EXPECT_EQ(Opened(withRaw(b, "xref\n% damaged\n"), kAnyRc).rc, 1001);
 
-    PdfBuilder t;
-    t.catalog();
+    PdfBuilder t = catalogFile();
     Opened s(withRaw(t, "xref\n0 3\n" + row(0, 65535, 'f') + row(t.offsetOf(1)) + "00000\n"), kAnyRc);
     EXPECT_EQ(s.st(1).kind, 1);
     EXPECT_EQ(s.st(2).kind, 0);
@@ -236,10 +224,8 @@ TEST(XRefStream, UnfilteredAndHexFilteredTablesList) {
         Opened s(b.str());
         EXPECT_EQ(s.fi().xrefStreams, 1);
         EXPECT_EQ(s.st(1).pos, b.offsetOf(1));
-        EXPECT_EQ(s.st(3).kind, 2);
-        EXPECT_EQ(s.st(3).pos, 5);
-        EXPECT_EQ(s.st(3).index, 1);
-        EXPECT_EQ(s.st(3).mark, 0);
+        EXPECT_EQ(std::make_tuple(s.st(3).kind, s.st(3).pos, s.st(3).index, s.st(3).mark),
+                  std::make_tuple(2, 5, 1, 0));
         EXPECT_EQ(s.fi().self, SObj(6, 0));
         EXPECT_TRUE(s.fi().self.aux & 4);
     }
@@ -247,24 +233,21 @@ TEST(XRefStream, UnfilteredAndHexFilteredTablesList) {
 
 TEST(XRefStream, IndexAbsentOrPromisingMoreThanTheData) {
     // Without /Index the table runs from zero to /Size.
-    PdfBuilder b("%PDF-1.5");
-    b.catalog();
+    PdfBuilder b = catalogFile("%PDF-1.5");
     long x = b.xrefStream(3, "/Root 1 0 R", "", "none");
     b.startxref(x);
     Opened s(b.str());
     EXPECT_EQ(s.st(2).pos, b.offsetOf(2));
     EXPECT_EQ(s.st(3).pos, x);
 
-    PdfBuilder big("%PDF-1.5");
-    big.catalog();
+    PdfBuilder big = catalogFile("%PDF-1.5");
     big.startxref(big.xrefStream(3, "/Root 1 0 R /Size 100000", "", "[0 100000]"));
     Opened t(big.str());
     EXPECT_EQ(t.fi().objTable->size(), 4u);
 }
 
 TEST(XRefStream, GenerationIsNotPartOfAStreamKey) {
-    PdfBuilder b("%PDF-1.5");
-    b.catalog();
+    PdfBuilder b = catalogFile("%PDF-1.5");
     b.object(4, "(gen three)", 3);
     Opened s(withStream(b, 5));
     EXPECT_EQ(s.st(4).kind, 1);
@@ -287,8 +270,7 @@ TEST(XRefStream, EntryOfTypeAboveTwoLeavesItsFieldsUnread) {
 }
 
 TEST(XRefStream, WrongTypeEndsTheWalk) {
-    PdfBuilder b("%PDF-1.5");
-    b.catalog();
+    PdfBuilder b = catalogFile("%PDF-1.5");
     long x = b.xrefStream(3, "/Root 1 0 R");
     std::string text = b.str();
     text.replace(text.find("/Type /XRef"), 11, "/Type /XRel");
@@ -298,10 +280,7 @@ TEST(XRefStream, WrongTypeEndsTheWalk) {
 
 TEST(XRefTidy, KeepsTheHighestGenerationAndLinksFreeNumbers) {
     CFileInfo fi;
-    SObjState used;
-    used.kind = 1;
-    used.mark = 'n';
-    used.pos = 100;
+    const SObjState used{100, 0, 0, 1, 'n'};  // pos, index, flag, kind, mark
     for (const SObj& key : {SObj(1, 0), SObj(3, 0), SObj(3, 2), SObj(5, 0)}) fi.ownTable[key] = used;
     fi.Tidy();
     EXPECT_EQ(fi.ownTable.count(SObj(3, 0)), 0u);
@@ -316,8 +295,7 @@ TEST(XRefTidy, KeepsTheHighestGenerationAndLinksFreeNumbers) {
 
 TEST(XRefOracle, BuilderFilesPassThePeerChecker) {
     if (testutil::run("qpdf --version") != 0) GTEST_SKIP() << "qpdf not installed";
-    PdfBuilder classic;
-    classic.catalog();
+    PdfBuilder classic = catalogFile();
     PdfBuilder streams("%PDF-1.5");
     streams.object(1, kCatalog);
     streams.objectStream(5, {{2, kPages}, {3, "(three)"}});
@@ -332,8 +310,7 @@ TEST(XRefOracle, BuilderFilesPassThePeerChecker) {
 
 TEST(ObjectPosition, ObjectsEndAtTheNextKnownPositionAndTheLastAtStartxref) {
     for (const std::string junk : {"", "junk line\n"}) {
-        PdfBuilder b("%PDF-1.4", junk);
-        b.catalog();
+        PdfBuilder b = catalogFile("%PDF-1.4", junk);
         Opened s(withTable(b));
         CObjectPosition p(&s.file);
         // Offsets count from the file's start, the header's position added.
@@ -344,18 +321,17 @@ TEST(ObjectPosition, ObjectsEndAtTheNextKnownPositionAndTheLastAtStartxref) {
         EXPECT_EQ(p.getEndPosition(SObj(2, 0)), behindStartxref(b.str()));
         EXPECT_EQ(p.getObjType(SObj(2, 0)), 1);
         // An absent key is unknown, its length zero.
-        EXPECT_EQ(p.getBeginPosition(SObj(7, 0)), CObjectPosition::unknownPosition);
-        EXPECT_EQ(p.getEndPosition(SObj(7, 0)), CObjectPosition::unknownPosition);
-        EXPECT_EQ(p.getLength(SObj(7, 0)), 0);
-        EXPECT_EQ(p.getObjType(SObj(7, 0)), 0);
+        const SObj absent(7, 0);
+        EXPECT_EQ(std::make_tuple(p.getBeginPosition(absent), p.getEndPosition(absent), p.getLength(absent),
+                                  p.getObjType(absent)),
+                  std::make_tuple(CObjectPosition::unknownPosition, CObjectPosition::unknownPosition, 0, 0));
     }
     EXPECT_EQ(CObjectPosition::unknownPosition, 0x7fffffffffffffffLL);
 }
 
 TEST(ObjectPosition, FreeEntriesAndSharedOffsets) {
     // Object 3 is free with an offset; object 4 shares object 1's offset.
-    PdfBuilder b;
-    b.catalog();
+    PdfBuilder b = catalogFile();
     Opened s(withRaw(b, "xref\n0 5\n" + row(0, 65535, 'f') + row(b.offsetOf(1)) + row(b.offsetOf(2)) +
                             row(17, 1, 'f') + row(b.offsetOf(1)) + "trailer\n<< /Size 5 /Root 1 0 R >>\n"));
     CObjectPosition p(&s.file);
