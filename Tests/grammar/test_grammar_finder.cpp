@@ -163,7 +163,7 @@ TEST(FindingValue, CollectsFromText) {
     }
 }
 
-TEST(FindingValue, FetchesWithoutASourceRaise) {
+TEST(FindingValue, WithoutASource) {
     // A none key queues its references from the text alone; the next step fetches.
     FindingHint h = hintOf({{"/OutputIntents", ePDFNone}});
     FindingValue f(h, nullptr, "<< /OutputIntents [4 0 R 5 0 R] >>");
@@ -175,9 +175,6 @@ TEST(FindingValue, FetchesWithoutASourceRaise) {
     FindingValue g(info, nullptr, "<< /Info 6 0 R >>");
     expectRaises([&] { g.find(false); }, "PDF_KILN_LocalObjErr", "6 0 R");
     expectRaises([&] { FindingValue(info, nullptr); }, "PDF_KILN_LocalObjErr");
-}
-
-TEST(FindingValue, LinkageAndSelectorWithoutASource) {
     Linkage link(ePDFDictionary, nullptr);
     EXPECT_EQ(link.linkImpl("<< /A 1 >>"), "<< /A 1 >>");
     EXPECT_EQ(link(""), "");
@@ -288,8 +285,7 @@ TEST(FinderOnSample, SampleWithObjectStreams) {
     EXPECT_GE(h.getPropertyValueCount("/Count"), 1);
 }
 
-
-TEST(GetType, EarliestHitWinsAndTheReferenceATie) {
+TEST(Utility, GetTypeAndGetValue) {
     const struct { std::string text; EPDFType type; } cases[] = {
         {"true", ePDFBoolean}, {"  -3.5 /A", ePDFNumber}, {"(x) 1", ePDFString}, {"<41>", ePDFString},
         {"/true", ePDFName}, {"[1 2]", ePDFArray}, {"<< /A 1 >>", ePDFDictionary}, {"<<>>", ePDFDictionary},
@@ -310,9 +306,7 @@ TEST(GetType, EarliestHitWinsAndTheReferenceATie) {
     EXPECT_EQ(utility::getType(std::string("<< /Length 3 >>\nstream\n(x)\nendstream\nendobj")), ePDFDictionary);
     EXPECT_EQ(utility::getType(std::string(">>\nstream\n")), ePDFNone);
     EXPECT_EQ(utility::getType(std::string("x>>stream true")), ePDFNone);
-}
-
-TEST(GetValue, FirstValueOfTheType) {
+    // getValue: the first value of the type.
     const char* p = "x";
     for (int t = 0; t <= 11; ++t) {
         EXPECT_EQ(utility::getValue(p, p, static_cast<EPDFType>(t)), "") << t;

@@ -172,7 +172,7 @@ TEST(Rules, Table) {
     for (char c : std::string("%()/<>[]{}")) EXPECT_EQ(at<MatchDelimerCharacter>(std::string(1, c)), "");
 }
 
-TEST(ParserInputStream, CursorOperations) {
+TEST(ParserInputStream, CursorOperationsAndTokenizerRanges) {
     const std::string t = "xy";
     TextStream s(t.data(), t.data() + t.size());
     EXPECT_FALSE(s.AtEnd());
@@ -185,21 +185,19 @@ TEST(ParserInputStream, CursorOperations) {
     EXPECT_FALSE(s.AdvancePast('y'));  // at end: no read past the buffer
     s.SetPos(t.data());
     EXPECT_EQ(s.GetElem(), 'x');
+    // A tokenizer over empty, null and reversed ranges finds nothing, and appends.
+    Tokenizer<MatchNameObject> tok;
+    tok.Tokenize(nullptr, nullptr);
+    EXPECT_TRUE(tok.empty());
+    const char* a = "/A";
+    tok.Tokenize(a + 2, a);  // reversed range
+    EXPECT_TRUE(tok.empty());
+    tok.Tokenize(a, a + 2);
+    tok.Tokenize(a, a + 2);  // appends
+    EXPECT_EQ(tok.size(), 2u);
 }
 
-TEST(Tokenizers, EmptyAndNullRanges) {
-    Tokenizer<MatchNameObject> t;
-    t.Tokenize(nullptr, nullptr);
-    EXPECT_TRUE(t.empty());
-    const char* s = "/A";
-    t.Tokenize(s + 2, s);  // reversed range
-    EXPECT_TRUE(t.empty());
-    t.Tokenize(s, s + 2);
-    t.Tokenize(s, s + 2);  // appends
-    EXPECT_EQ(t.size(), 2u);
-}
-
-TEST(Rules, UnbalancedOpenersAreMatchedOnceEach) {
+TEST(Rules, UnbalancedOpenersAndNestingDepth) {
     // Every start byte retries the openers that never close; without
     // remembering the failed places that costs time exponential in their nesting.
     std::string text;
@@ -208,9 +206,6 @@ TEST(Rules, UnbalancedOpenersAreMatchedOnceEach) {
     hits.Tokenize(text.data(), text.data() + text.size());
     ASSERT_FALSE(hits.empty());
     for (const yard::Token& h : hits) EXPECT_TRUE(h.str().front() == '[' && h.str().back() == ']') << h.str();
-}
-
-TEST(Rules, NestingDepthIsBounded) {
     const std::string ok = std::string(200, '[') + std::string(200, ']');
     EXPECT_EQ(at<MatchArrayObject>(ok), ok);
     // Deeper text fails at every start byte whose construct would nest past the

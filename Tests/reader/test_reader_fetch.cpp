@@ -79,7 +79,7 @@ TEST(ObjectFetch, ObjectStreamEntriesComeOutAsPlainObjectText) {
     }
 }
 
-TEST(ObjectFetch, PlainObjectsAndAbsentOnes) {
+TEST(ObjectFetch, PlainAbsentAndRefusedObjects) {
     Opened s(pdftest::minimalPdf());
     EXPECT_EQ(fetchText(s.file, SObj(2, 0)), "<in file>");
     EXPECT_EQ(fetchText(s.file, SObj(9, 0)), "");
@@ -89,18 +89,15 @@ TEST(ObjectFetch, PlainObjectsAndAbsentOnes) {
     EXPECT_TRUE(CObj(SObj(3, 0)).LocalObj(sink, t.file));
     EXPECT_FALSE(CObj(SObj(4, 0)).LocalObj(sink, t.file));
     EXPECT_FALSE(CObj(SObj(1, 1)).LocalObj(sink, t.file));
-}
-
-TEST(ObjectFetch, IndexPairOfAnotherNumberOrPastTheCountIsRefused) {
     std::string text = packed({{3, "(three)"}});
     const std::size_t at = text.find("stream\n3 0 ");
     ASSERT_NE(at, std::string::npos);
     text[at + 7] = '7';  // the stream now says it holds object 7
-    Opened s(text);
-    EXPECT_EQ(fetchText(s.file, SObj(3, 0)), "");
-    Opened t(packed({{3, "(three)"}}));
-    (*t.fi().objTable)[SObj(3, 0)].index = 4;
-    EXPECT_EQ(fetchText(t.file, SObj(3, 0)), "");
+    Opened u(text);
+    EXPECT_EQ(fetchText(u.file, SObj(3, 0)), "");
+    Opened v(packed({{3, "(three)"}}));
+    (*v.fi().objTable)[SObj(3, 0)].index = 4;
+    EXPECT_EQ(fetchText(v.file, SObj(3, 0)), "");
 }
 
 TEST(ObjectFetch, ObjectStreamLengthInAnotherObjectStreamOrInItself) {
@@ -200,7 +197,7 @@ TEST(StringValue, EscapesContinuationsHexAndUnbalancedInput) {
     }
 }
 
-TEST(ReferenceValue, ObjectHeaderIsNoReferenceAndTheStreamIsSetBack) {
+TEST(Values, ReferencesAndArrays) {
     const struct { const char* text; bool ok; const char* next; } cases[] = {
         {"12 0 obj", false, "12"}, {"  12 3 R /Next ", true, "/Next"}, {"12 /Name", false, "12"}};
     for (const auto& c : cases) {
@@ -212,9 +209,7 @@ TEST(ReferenceValue, ObjectHeaderIsNoReferenceAndTheStreamIsSetBack) {
         EXPECT_EQ(nextToken(s.file), c.next) << c.text;
         if (c.ok) { EXPECT_EQ(std::make_pair(r.num, r.gen), std::make_pair(12, 3)); }
     }
-}
-
-TEST(ArrayValue, RawTextIsTheStretchBehindTheBracketAsLongAsTheArray) {
+    // An array's raw text is the stretch behind the bracket as long as the array.
     Source s("1 2] ABCDEFG");
     CArrayType a;
     a >> s.file;

@@ -137,7 +137,7 @@ TEST(FilterParsing, ReadParameterAndASecondRead) {
     EXPECT_EQ(f.stages.at(0).type, FILTER_ASCIIHEX);
 }
 
-TEST(FilterRun, StagesInOrderAndTheLengthFollowsTheResult) {
+TEST(FilterRun, StagesLengthsAndFailures) {
     // A length of -2 is the data's size, a lengthAfter of -2 unchanged; a null `after` is not looked at.
     const struct { const char* filter; std::string data; int length, rc; const char* after; int lengthAfter; }
     cases[] = {
@@ -158,21 +158,18 @@ TEST(FilterRun, StagesInOrderAndTheLengthFollowsTheResult) {
         if (c.after) { EXPECT_EQ(data, c.after) << c.filter; }
         EXPECT_EQ(length, c.lengthAfter == -2 ? before : c.lengthAfter) << c.filter;
     }
-}
-
-TEST(FilterRun, NoStagesLeaveDataAloneAndEarlierStagesStayDone) {
     CFilter none;
     EXPECT_TRUE(readFilter(none, "[] /Length 3"));
-    std::string data = "abc", result = "untouched";
-    EXPECT_EQ(none.filterStream(data, result), 0);
-    EXPECT_EQ(data, "abc");
+    std::string bytes = "abc", result = "untouched";
+    EXPECT_EQ(none.filterStream(bytes, result), 0);
+    EXPECT_EQ(bytes, "abc");
     EXPECT_EQ(result, "untouched");
 
-    CFilter f;
-    ASSERT_TRUE(readFilter(f, "[/AHx /Fl]"));
-    data = "4142>";
+    CFilter g;
+    ASSERT_TRUE(readFilter(g, "[/AHx /Fl]"));
+    bytes = "4142>";
     result.clear();
-    EXPECT_NE(f.filterStream(data, result), 0);
-    EXPECT_EQ(data, "AB");
+    EXPECT_NE(g.filterStream(bytes, result), 0);
+    EXPECT_EQ(bytes, "AB");
     EXPECT_EQ(result, "AB");
 }

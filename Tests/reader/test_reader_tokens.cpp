@@ -99,7 +99,7 @@ TEST(FileBlock, FindStrStopsBehindTheTokenAndThrowsAtEnd) {
     EXPECT_FALSE(CFileBlock::FindStrInObj(empty, "/B"));
 }
 
-TEST(FileBlock, SkipCommentAndIsDictStartConsumeNoOpening) {
+TEST(FileBlock, SkipCommentIsDictStartAndGetWords) {
     std::istringstream comments("  % one\r% two\n  <<");
     CFileBlock::skipComment(comments);
     EXPECT_EQ(comments.peek(), '<');
@@ -115,14 +115,12 @@ TEST(FileBlock, SkipCommentAndIsDictStartConsumeNoOpening) {
     std::string t;
     readPDFString(dict, t);
     EXPECT_EQ(t, "<<");
-}
-
-TEST(FileBlock, GetWordsCutsAtTheFirstMatchingDelimiterRule) {
-    const struct { const char* in; const char* word; const char* rest; } cases[] = {
+    // GetWords cuts at the first matching delimiter rule.
+    const struct { const char* in; const char* word; const char* rest; } words[] = {
         {"  abc<<def x", "abc", "<<def"}, {"ab>>cd x", "ab", ">>cd"}, {"/Type/Page x", "/Type", "/Page"},
         {"12[3] x", "12", "[3]"},         {"12]x y", "12", "]x"},     {"plain more", "plain", "more"},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : words) {
         std::istringstream in(c.in);
         std::string w = "old";
         CFileBlock::GetWords(in, w);

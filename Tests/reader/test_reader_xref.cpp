@@ -47,7 +47,7 @@ TEST(XRefTail, StartxrefOfTheTailOrOfTheWholeFileScan) {
     EXPECT_EQ(last.file.catalog.type, "/Catalog");
 }
 
-TEST(XRefTail, OffsetsOutOfRange) {
+TEST(XRefTail, OffsetsOutOfRangeOrNoStartxref) {
     // 2^63 - 1 and more must not overflow with the header's position added.
     for (const char* huge : {"9223372036854775807", "99999999999999999999999"})
         EXPECT_EQ(Opened(pdftest::minimalPdf() + "startxref\n" + huge + "\n%%EOF\n", kAnyRc).fi().classicSections, 0);
@@ -57,20 +57,16 @@ TEST(XRefTail, OffsetsOutOfRange) {
     EXPECT_EQ(Opened("%PDF-1.4\n " + section + "startxref\n10\n%%EOF\n", kAnyRc).fi().classicSections, 1);
     Opened nine("%PDF-1.4\n" + section + "startxref\n9\n%%EOF\n", 1000);
     EXPECT_EQ(nine.fi().classicSections, 0);
-}
-
-TEST(XRefTail, RunningOutOfInputEndsTheOpening) {
-    // A bad number in the tail: the fallback looks for a later keyword.
+    // Running out of input ends the opening: behind a bad number in the tail
+    // (the fallback looks for a later keyword), or without any startxref.
     long x = 0;
     PdfBuilder b = baseRevision(&x);
     b.raw(pad(600));
     b.startxref(9);
-    Source bad(b.str());
-    EXPECT_THROW(bad.file.CheckAndInit(), CFileError);
+    EXPECT_THROW(Source(b.str()).file.CheckAndInit(), CFileError);
     PdfBuilder none = catalogFile();
     none.xrefTable("/Root 1 0 R");
-    Source noStartxref(none.str());
-    EXPECT_THROW(noStartxref.file.CheckAndInit(), CFileError);
+    EXPECT_THROW(Source(none.str()).file.CheckAndInit(), CFileError);
 }
 
 TEST(XRefChain, ClassicRevisionsNewestEntryWinsAndOldObjectsStay) {
@@ -169,22 +165,19 @@ TEST(XRefChain, FreeEntries) {
     EXPECT_EQ(t.st(1, 1).kind, 0);
 }
 
-TEST(XRefChain, EntriesNeedNoFixedLayout) {
+TEST(XRefChain, RowsOfAnyLayoutOrRange) {
     PdfBuilder b = catalogFile();
     Opened s(withRaw(b, "xref\n0 3\n0 65535 f\n" + std::to_string(b.offsetOf(1)) + " 0 n " +
                             std::to_string(b.offsetOf(2)) + "   0\tn\ntrailer\n<</Size 3/Root 1 0 R>>\n"));
     EXPECT_EQ(s.file.catalog.pagesRef, SObj(2, 0));
-}
-
-// Subsection numbers and offsets near the top of the int range: the entries
-// that would pass it are read over, the others stand, and nothing overflows.
-TEST(XRefChain, NumbersPastTheIntRangeAreNotEntered) {
-    PdfBuilder b = catalogFile();
-    std::string table = "xref\n0 3\n" + row(0, 65535, 'f') + row(b.offsetOf(1)) + row(b.offsetOf(2)) + "2147483645 6\n";
+    // Subsection numbers and offsets near the top of the int range: the entries
+    // that would pass it are read over, the others stand, and nothing overflows.
+    PdfBuilder c = catalogFile();
+    std::string table = "xref\n0 3\n" + row(0, 65535, 'f') + row(c.offsetOf(1)) + row(c.offsetOf(2)) + "2147483645 6\n";
     for (int i = 0; i < 5; ++i) table += row(99999);
-    Opened s(withRaw(b, table + "2147483647 00000 n \ntrailer\n<< /Size 3 /Root 1 0 R >>\n"));
-    EXPECT_EQ(s.st(2147483647).kind, 1);
-    EXPECT_EQ(s.file.catalog.pagesRef, SObj(2, 0));
+    Opened t(withRaw(c, table + "2147483647 00000 n \ntrailer\n<< /Size 3 /Root 1 0 R >>\n"));
+    EXPECT_EQ(t.st(2147483647).kind, 1);
+    EXPECT_EQ(t.file.catalog.pagesRef, SObj(2, 0));
 }
 
 TEST(XRefRepair, CommentsAmongTheEntries) {
@@ -246,27 +239,24 @@ TEST(XRefStream, IndexAbsentOrPromisingMoreThanTheData) {
     EXPECT_EQ(t.fi().objTable->size(), 4u);
 }
 
-TEST(XRefStream, GenerationIsNotPartOfAStreamKey) {
+TEST(XRefStream, GenerationsAndTypesAboveTwo) {
     PdfBuilder b = catalogFile("%PDF-1.5");
     b.object(4, "(gen three)", 3);
     Opened s(withStream(b, 5));
     EXPECT_EQ(s.st(4).kind, 1);
     EXPECT_EQ(s.st(4).index, 3);
     EXPECT_EQ(s.st(4, 3).kind, 0);
-}
-
-TEST(XRefStream, EntryOfTypeAboveTwoLeavesItsFieldsUnread) {
     // Rows of W [1 2 1]: object 0 is of type 3, so object 1 is read from byte 1
     // on: type 0, field 2 = 0x0100, field 3 = 0x00.
-    PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    Opened s(withRaw(b, "9 0 obj\n<< /Type /XRef /W [1 2 1] /Size 2 /Root 1 0 R /Length 8 >>\nstream\n" +
+    PdfBuilder c("%PDF-1.5");
+    c.object(1, kCatalog);
+    Opened t(withRaw(c, "9 0 obj\n<< /Type /XRef /W [1 2 1] /Size 2 /Root 1 0 R /Length 8 >>\nstream\n" +
                             std::string("\x03\x00\x01\x00\x01\x00\x20\x00", 8) + "\nendstream\nendobj\n"),
              kAnyRc);
-    EXPECT_EQ(s.st(0).kind, 3);
-    EXPECT_EQ(s.st(0).pos, 0);
-    EXPECT_EQ(s.st(1).kind, 0);
-    EXPECT_EQ(s.st(1).pos, 0x0100);
+    EXPECT_EQ(t.st(0).kind, 3);
+    EXPECT_EQ(t.st(0).pos, 0);
+    EXPECT_EQ(t.st(1).kind, 0);
+    EXPECT_EQ(t.st(1).pos, 0x0100);
 }
 
 TEST(XRefStream, WrongTypeEndsTheWalk) {
@@ -287,10 +277,9 @@ TEST(XRefTidy, KeepsTheHighestGenerationAndLinksFreeNumbers) {
     EXPECT_EQ(fi.ownTable.count(SObj(3, 2)), 1u);
     // Free list: 0 -> 2 -> 4 -> 0.
     ASSERT_EQ(fi.ownTable.count(SObj(0, 65535)), 1u);
-    EXPECT_EQ(fi.ownTable[SObj(0, 65535)].pos, 2);
-    EXPECT_EQ(fi.ownTable[SObj(2, 65535)].pos, 4);
-    EXPECT_EQ(fi.ownTable[SObj(4, 65535)].pos, 0);
-    EXPECT_EQ(fi.ownTable[SObj(4, 65535)].mark, 'f');
+    auto& t = fi.ownTable;
+    EXPECT_EQ(std::make_tuple(t[SObj(0, 65535)].pos, t[SObj(2, 65535)].pos, t[SObj(4, 65535)].pos, t[SObj(4, 65535)].mark),
+              std::make_tuple(2, 4, 0, 'f'));
 }
 
 TEST(XRefOracle, BuilderFilesPassThePeerChecker) {
@@ -329,7 +318,7 @@ TEST(ObjectPosition, ObjectsEndAtTheNextKnownPositionAndTheLastAtStartxref) {
     EXPECT_EQ(CObjectPosition::unknownPosition, 0x7fffffffffffffffLL);
 }
 
-TEST(ObjectPosition, FreeEntriesAndSharedOffsets) {
+TEST(ObjectPosition, FreeSharedAndCompressedEntries) {
     // Object 3 is free with an offset; object 4 shares object 1's offset.
     PdfBuilder b = catalogFile();
     Opened s(withRaw(b, "xref\n0 5\n" + row(0, 65535, 'f') + row(b.offsetOf(1)) + row(b.offsetOf(2)) +
@@ -340,17 +329,14 @@ TEST(ObjectPosition, FreeEntriesAndSharedOffsets) {
     EXPECT_EQ(p.getObjType(SObj(3, 1)), 0);
     EXPECT_EQ(p.getEndPosition(SObj(1, 0)), b.offsetOf(2));
     EXPECT_EQ(p.getEndPosition(SObj(4, 0)), b.offsetOf(2));
-}
-
-TEST(ObjectPosition, CompressedObjectBeginsAtItsContainerNumber) {
-    PdfBuilder b("%PDF-1.5");
-    b.object(1, kCatalog);
-    b.objectStream(5, {{2, kPages}});
-    Opened s(withStream(b, 6));
-    CObjectPosition p(&s.file);
-    EXPECT_EQ(p.getObjType(SObj(2, 0)), 2);
-    EXPECT_EQ(p.getBeginPosition(SObj(2, 0)), 5);
+    PdfBuilder c("%PDF-1.5");
+    c.object(1, kCatalog);
+    c.objectStream(5, {{2, kPages}});
+    Opened t(withStream(c, 6));
+    CObjectPosition q(&t.file);
+    EXPECT_EQ(q.getObjType(SObj(2, 0)), 2);
+    EXPECT_EQ(q.getBeginPosition(SObj(2, 0)), 5);
     // Entries of a stream table are positions too.
-    EXPECT_EQ(p.getEndPosition(SObj(1, 0)), b.offsetOf(5));
-    EXPECT_EQ(p.getEndPosition(SObj(6, 0)), behindStartxref(b.str()));
+    EXPECT_EQ(q.getEndPosition(SObj(1, 0)), c.offsetOf(5));
+    EXPECT_EQ(q.getEndPosition(SObj(6, 0)), behindStartxref(c.str()));
 }
