@@ -1,34 +1,47 @@
-// FindingHint, FindingValue, Linkage and PieceInfoSelector.
-//
-// The tests of the suites whose names end in "OnFile" fetch objects from a
-// real document through CObj::LocalObj. While the object renderer
-// (CObj::WriteObj) renders nothing they skip themselves; they run as soon as
-// fetched objects have text.
+// FindingHint, FindingValue, Linkage and PieceInfoSelector; the helpers they
+// use (getType, getValue, getDecompressStream, trimParenthes) and the composed
+// message of the exceptions they raise.
 #include <gtest/gtest.h>
+#include <zlib.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <fstream>
-#include <map>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "pdfkiln_destfile.h"
+#include "pdf_builder.h"
 #include "pdfkiln_findingvalue.h"
 #include "pdfkiln_sourfile.h"
+#include "yard/pdf_rules.h"
 
 using namespace PDF_KILN;
 
 namespace {
 
-void expectComposed(const std::string& what, const std::string& word, const std::string* value) {
+typedef std::vector<std::pair<const char*, EPDFType>> Hints;
+
+FindingHint hintOf(const Hints& keys) {
+    FindingHint h;
+    for (const auto& k : keys) h.insertHintInfo(k.first, k.second);
+    return h;
+}
+
+// Every collected value as "key=value;", in table order.
+std::string dump(const FindingHint& h) {
+    std::string out;
+    for (const auto& v : h.values()) out += v.first + "=" + v.second + ";";
+    return out;
+}
+
+// The message of an exception of the finder's unit: `word`, the value part if
+// any, then the file and line of the throwing statement.
+void expectComposed(const std::string& what, const std::string& word, const char* value) {
     std::string head = word;
-    if (value) head += " error value: " + *value;
+    if (value) head += std::string(" error value: ") + value;
     head += "\nException in file: ";
     ASSERT_EQ(what.compare(0, head.size(), head), 0) << what;
-    std::string tail = what.substr(head.size());
-    // The source path of the throwing unit, then its line number.
+    const std::string tail = what.substr(head.size());
     const std::string marker = "pdfkiln_findingvalue.cpp at line: ";
     const std::size_t at = tail.find(marker);
     ASSERT_NE(at, std::string::npos) << tail;
@@ -38,59 +51,31 @@ void expectComposed(const std::string& what, const std::string& word, const std:
     EXPECT_EQ(line.find_first_not_of("0123456789"), std::string::npos) << tail;
 }
 
-std::vector<std::string> valuesOf(const FindingHint& h, const std::string& key) {
-    std::vector<std::string> out;
-    auto range = h.values().equal_range(key);
-    for (auto it = range.first; it != range.second; ++it) out.push_back(it->second);
+template <typename F>
+void expectRaises(F&& f, const std::string& word, const char* value = nullptr) {
+    try {
+        f();
+        ADD_FAILURE() << "no exception";
+    } catch (const std::exception& e) {
+        expectComposed(e.what(), word, value);
+    }
+}
+
+EPDFType typeOf(const std::string& s) { return utility::getType(s.data(), s.data() + s.size()); }
+
+std::string valueOf(const std::string& s, EPDFType t) { return utility::getValue(s.data(), s.data() + s.size(), t); }
+
+std::string deflate(const std::string& data) {
+    uLongf size = compressBound(static_cast<uLong>(data.size()));
+    std::string out(size, '\0');
+    compress(reinterpret_cast<Bytef*>(&out[0]), &size, reinterpret_cast<const Bytef*>(data.data()),
+             static_cast<uLong>(data.size()));
+    out.resize(size);
     return out;
 }
 
-typedef std::vector<std::string> V;
-
-// A classic-xref document from object bodies; object 1 is the catalog.
-std::string buildPdf(const std::map<int, std::string>& objects) {
-    std::string pdf = "%PDF-1.4\n";
-    std::map<int, long> offsets;
-    int maxNum = 0;
-    for (const auto& o : objects) {
-        offsets[o.first] = static_cast<long>(pdf.size());
-        pdf += std::to_string(o.first) + " 0 obj\n" + o.second + "\nendobj\n";
-        maxNum = std::max(maxNum, o.first);
-    }
-    long xref = static_cast<long>(pdf.size());
-    pdf += "xref\n0 " + std::to_string(maxNum + 1) + "\n0000000000 65535 f \n";
-    for (int n = 1; n <= maxNum; ++n) {
-        char line[32];
-        auto it = offsets.find(n);
-        if (it == offsets.end()) std::snprintf(line, sizeof line, "0000000000 65535 f \n");
-        else std::snprintf(line, sizeof line, "%010ld 00000 n \n", it->second);
-        pdf += line;
-    }
-    pdf += "trailer\n<< /Size " + std::to_string(maxNum + 1) + " /Root 1 0 R >>\nstartxref\n" +
-           std::to_string(xref) + "\n%%EOF\n";
-    return pdf;
-}
-
-struct OpenDoc {
-    explicit OpenDoc(const std::string& pdf) : stream(pdf), file(stream) { rc = file.CheckAndInit(); }
-    std::stringstream stream;
-    CSourFile file;
-    int rc = -1;
-};
-
-// True when fetching an object yields its text (the renderer is in place).
-bool objectsRender(CSourFile& src, int num) {
-    CDestFile sink{std::string()};
-    CObj obj(SObj(num, 0));
-    return obj.LocalObj(sink, src) && !sink.empty();
-}
-
-#define SKIP_UNLESS_OBJECTS_RENDER(src, num)                                                     \
-    if (!objectsRender((src), (num))) GTEST_SKIP() << "CObj::LocalObj renders no object text yet"
-
 }  // namespace
 
-// ---- FindingHint ------------------------------------------------------------------
 
 TEST(FindingHint, KeysCompareWithoutSurroundingBlanks) {
     FindingHint h;
@@ -102,32 +87,19 @@ TEST(FindingHint, KeysCompareWithoutSurroundingBlanks) {
     EXPECT_TRUE(h.keyExist(" /Key"));
     EXPECT_FALSE(h.keyExist("/Ke"));
     EXPECT_FALSE(h.keyExist("/Key\t"));  // only byte 32 is a blank
+    expectRaises([&] { h.getPropertyType("/Other"); }, "Not Found. input param is: ", "/Other");
 }
 
 TEST(FindingHint, OrderIsBytewiseSignedPrefixFirst) {
     FindingHint::myLess less;
-    EXPECT_TRUE(less("/A", "/AB"));
-    EXPECT_FALSE(less("/AB", "/A"));
-    EXPECT_TRUE(less("/\xC3", "/A"));  // a high byte is negative as a signed char
-    EXPECT_FALSE(less(" /A", "/A "));
-    EXPECT_FALSE(less("/A ", " /A"));
-    EXPECT_TRUE(less("   ", "/"));
-    EXPECT_FALSE(less("", "  "));
+    // A high byte is negative as a signed char.
+    const struct { const char* a; const char* b; bool less; } cases[] = {
+        {"/A", "/AB", true}, {"/AB", "/A", false}, {"/\xC3", "/A", true}, {" /A", "/A ", false},
+        {"/A ", " /A", false}, {"   ", "/", true}, {"", "  ", false}};
+    for (const auto& c : cases) EXPECT_EQ(less(c.a, c.b), c.less) << c.a << " < " << c.b;
 }
 
-TEST(FindingHint, UnknownKeyRaisesComposedMessage) {
-    FindingHint h;
-    h.insertHintInfo("/Known", ePDFName);
-    try {
-        h.getPropertyType("/Other");
-        FAIL() << "no exception";
-    } catch (const std::exception& e) {
-        const std::string value = "/Other";
-        expectComposed(e.what(), "Not Found. input param is: ", &value);
-    }
-}
-
-TEST(FindingHint, ValuesInInsertionOrder) {
+TEST(FindingHint, ValuesInInsertionOrderAndCopiesWithoutValues) {
     FindingHint h;
     EXPECT_EQ(h.getPropertyValue("/A"), "");
     EXPECT_EQ(h.getPropertyValueCount("/A"), 0);
@@ -141,12 +113,8 @@ TEST(FindingHint, ValuesInInsertionOrder) {
     std::ostringstream out;
     h.outPutValue(out);
     EXPECT_EQ(out.str(), "/A\nfirst\n /A\nsecond\n/A\nthird\n/B\nb1\n");
-}
 
-TEST(FindingHint, CopyTakesKeysButNoValues) {
-    FindingHint h;
     h.insertHintInfo("/A", ePDFNumber);
-    h.insertPropertyValue("/A", "1");
     FindingHint copy(h);
     EXPECT_TRUE(copy.keyExist("/A"));
     EXPECT_EQ(copy.getPropertyValueCount("/A"), 0);
@@ -157,269 +125,137 @@ TEST(FindingHint, CopyTakesKeysButNoValues) {
     EXPECT_EQ(assigned.values().size(), 0u);
 }
 
-// ---- FindingValue over text ---------------------------------------------------------
 
-TEST(FindingValue, CollectsValuesOfExpectedType) {
-    FindingHint h;
-    h.insertHintInfo("/Version", ePDFName);
-    h.insertHintInfo("/Count", ePDFNumber);
-    h.insertHintInfo("/Title", ePDFString);
-    h.insertHintInfo("/ID", ePDFString);
-    h.insertHintInfo("/Kids", ePDFArray);
-    h.insertHintInfo("/Open", ePDFBoolean);
-    h.insertHintInfo("/Ref", ePDFIndirect);
-    h.insertHintInfo("/Nothing", ePDFNull);
-    h.insertHintInfo("/Sub", ePDFDictionary);
-    FindingValue f(h, nullptr,
-                   "<< /Version /1.7 /Count 3 /Title (a\\(b) /ID <4142> /Kids [1 0 R] /Open true "
-                   "/Ref 7 0 R /Nothing null /Sub << /X 1 >> >>\nendobj\n");
-    f.find(false);
-    EXPECT_EQ(valuesOf(h, "/Version"), V({"/1.7"}));
-    EXPECT_EQ(valuesOf(h, "/Count"), V({"3"}));
-    // A string without its brackets but with its escapes; hex keeps its "<>".
-    EXPECT_EQ(valuesOf(h, "/Title"), V({"a\\(b"}));
-    EXPECT_EQ(valuesOf(h, "/ID"), V({"<4142>"}));
-    EXPECT_EQ(valuesOf(h, "/Kids"), V({"[1 0 R]"}));
-    EXPECT_EQ(valuesOf(h, "/Open"), V({"true"}));
-    EXPECT_EQ(valuesOf(h, "/Ref"), V({"7 0 R"}));
-    EXPECT_EQ(valuesOf(h, "/Nothing"), V({"null"}));
-    EXPECT_EQ(valuesOf(h, "/Sub"), V({"<< /X 1 >>"}));
+TEST(FindingValue, CollectsFromText) {
+    const struct { Hints hints; std::string text; bool deep; std::string want; } cases[] = {
+        // Values of the expected type; a string loses its brackets but keeps its
+        // escapes, a hex string keeps its "<>".
+        {{{"/Version", ePDFName}, {"/Count", ePDFNumber}, {"/Title", ePDFString}, {"/ID", ePDFString},
+          {"/Kids", ePDFArray}, {"/Open", ePDFBoolean}, {"/Ref", ePDFIndirect}, {"/Nothing", ePDFNull},
+          {"/Sub", ePDFDictionary}},
+         "<< /Version /1.7 /Count 3 /Title (a\\(b) /ID <4142> /Kids [1 0 R] /Open true "
+         "/Ref 7 0 R /Nothing null /Sub << /X 1 >> >>\nendobj\n",
+         false,
+         "/Count=3;/ID=<4142>;/Kids=[1 0 R];/Nothing=null;/Open=true;/Ref=7 0 R;/Sub=<< /X 1 >>;/Title=a\\(b;"
+         "/Version=/1.7;"},
+        // A value of the wrong type that is no reference yields nothing.
+        {{{"/Count", ePDFNumber}, {"/Type", ePDFString}}, "<< /Count (three) /Type /Page >>", true, ""},
+        // Every occurrence of a key counts, a name value among them.
+        {{{"/N", ePDFNumber}}, "<< /N 1 /K [/N 2] /L << /N 3.5 >> >>", false, "/N=1;/N=2;/N=3.5;"},
+        {{{"/S", ePDFName}}, "<< /A /S /S /GTS_PDFX >>", false, "/S=/S;/S=/GTS_PDFX;"},
+        // Only the first dictionary is examined, and only up to its end (here
+        // the ">>" inside the string).
+        {{{"/A", ePDFNumber}}, "/A 0 << /B 1 >> << /A 2 >>", true, ""},
+        {{{"/A", ePDFNumber}}, "/A 5", true, ""},
+        {{{"/A", ePDFString}, {"/B", ePDFNumber}}, "<< /A (x>>y) /B 2 >>", false, ""},
+        // A deep search over text ends when nothing is queued.
+        {{{"/OutputIntents", ePDFNone}, {"/S", ePDFName}}, "<< /OutputIntents /None /S /GTS_PDFA1 >>", true,
+         "/S=/GTS_PDFA1;"},
+    };
+    for (const auto& c : cases) {
+        FindingHint h = hintOf(c.hints);
+        FindingValue f(h, nullptr, c.text);
+        f.find(c.deep);
+        EXPECT_EQ(dump(h), c.want) << c.text;
+        if (!c.deep) continue;
+        f.find(true);  // already empty: a second search does nothing
+        EXPECT_EQ(dump(h), c.want) << c.text;
+    }
 }
 
-TEST(FindingValue, WrongTypeWithoutReferenceYieldsNothing) {
-    FindingHint h;
-    h.insertHintInfo("/Count", ePDFNumber);
-    h.insertHintInfo("/Type", ePDFString);
-    FindingValue f(h, nullptr, "<< /Count (three) /Type /Page >>");
-    f.find(true);
-    EXPECT_EQ(h.values().size(), 0u);
-}
-
-TEST(FindingValue, EveryOccurrenceOfAKeyIsProcessed) {
-    FindingHint h;
-    h.insertHintInfo("/N", ePDFNumber);
-    FindingValue f(h, nullptr, "<< /N 1 /K [/N 2] /L << /N 3.5 >> >>");
-    f.find(false);
-    EXPECT_EQ(valuesOf(h, "/N"), V({"1", "2", "3.5"}));
-
-    // A name value counts as an occurrence too.
-    FindingHint names;
-    names.insertHintInfo("/S", ePDFName);
-    FindingValue g(names, nullptr, "<< /A /S /S /GTS_PDFX >>");
-    g.find(false);
-    EXPECT_EQ(valuesOf(names, "/S"), V({"/S", "/GTS_PDFX"}));
-    EXPECT_EQ(names.getPropertyValue("/S"), "/S");
-}
-
-TEST(FindingValue, OnlyTheFirstDictionaryIsExamined) {
-    FindingHint h;
-    h.insertHintInfo("/A", ePDFNumber);
-    FindingValue f(h, nullptr, "/A 0 << /B 1 >> << /A 2 >>");
-    f.find(true);
-    EXPECT_EQ(h.values().size(), 0u);
-    // No dictionary at all: nothing.
-    FindingValue g(h, nullptr, "/A 5");
-    g.find(true);
-    EXPECT_EQ(h.values().size(), 0u);
-}
-
-TEST(FindingValue, ValueIsSearchedUpToTheDictionaryEnd) {
-    // The dictionary closes early at the ">>" inside the string, so the number
-    // behind it is out of range.
-    FindingHint h;
-    h.insertHintInfo("/A", ePDFString);
-    h.insertHintInfo("/B", ePDFNumber);
-    FindingValue f(h, nullptr, "<< /A (x>>y) /B 2 >>");
-    f.find(false);
-    EXPECT_EQ(h.values().size(), 0u);
-}
-
-TEST(FindingValue, NoneKeyQueuesReferencesFromTextAlone) {
-    FindingHint h;
-    h.insertHintInfo("/OutputIntents", ePDFNone);
+TEST(FindingValue, WithoutASource) {
+    // A none key queues its references from the text alone; the next step fetches.
+    FindingHint h = hintOf({{"/OutputIntents", ePDFNone}});
     FindingValue f(h, nullptr, "<< /OutputIntents [4 0 R 5 0 R] >>");
-    // One step examines the text and queues the references; nothing is fetched.
     f.find(false);
     EXPECT_EQ(h.values().size(), 0u);
-    // The next step fetches: with no source, the fetch fails.
-    try {
-        f.find(false);
-        FAIL() << "no exception";
-    } catch (const std::exception& e) {
-        expectComposed(e.what(), "PDF_KILN_LocalObjErr", nullptr);
-    }
-}
-
-TEST(FindingValue, DeepFindOnTextEndsWhenNothingIsQueued) {
-    FindingHint h;
-    h.insertHintInfo("/OutputIntents", ePDFNone);
-    h.insertHintInfo("/S", ePDFName);
-    FindingValue f(h, nullptr, "<< /OutputIntents /None /S /GTS_PDFA1 >>");
-    f.find(true);
-    EXPECT_EQ(valuesOf(h, "/S"), V({"/GTS_PDFA1"}));
-    // Already empty: a second search does nothing.
-    f.find(true);
-    EXPECT_EQ(h.values().size(), 1u);
-}
-
-TEST(FindingValue, ReferenceOfWrongTypeNeedsASource) {
-    FindingHint h;
-    h.insertHintInfo("/Info", ePDFDictionary);
-    FindingValue f(h, nullptr, "<< /Info 6 0 R >>");
-    try {
-        f.find(false);
-        FAIL() << "no exception";
-    } catch (const std::exception& e) {
-        const std::string value = "6 0 R";
-        expectComposed(e.what(), "PDF_KILN_LocalObjErr", &value);
-    }
-}
-
-TEST(FindingValue, CatalogConstructorNeedsASource) {
-    FindingHint h;
-    try {
-        FindingValue f(h, nullptr);
-        FAIL() << "no exception";
-    } catch (const std::exception& e) {
-        expectComposed(e.what(), "PDF_KILN_LocalObjErr", nullptr);
-    }
-}
-
-TEST(Linkage, TextWithoutReferenceComesBackUnchanged) {
+    expectRaises([&] { f.find(false); }, "PDF_KILN_LocalObjErr");
+    // A reference where another type is wanted is fetched too.
+    FindingHint info = hintOf({{"/Info", ePDFDictionary}});
+    FindingValue g(info, nullptr, "<< /Info 6 0 R >>");
+    expectRaises([&] { g.find(false); }, "PDF_KILN_LocalObjErr", "6 0 R");
+    expectRaises([&] { FindingValue(info, nullptr); }, "PDF_KILN_LocalObjErr");
     Linkage link(ePDFDictionary, nullptr);
     EXPECT_EQ(link.linkImpl("<< /A 1 >>"), "<< /A 1 >>");
     EXPECT_EQ(link(""), "");
-}
-
-TEST(PieceInfoSelector, EmptyMarkIsNoMatch) {
-    // Decided before anything is fetched.
+    // An empty mark is no match, decided before anything is fetched.
     EXPECT_FALSE(PieceInfoSelector(nullptr, "", "b", "c", 1, 0).match());
     EXPECT_FALSE(PieceInfoSelector(nullptr, "a", nullptr, "c", 1, 0).match());
     EXPECT_FALSE(PieceInfoSelector(nullptr, "a", "b", "", 1, 0).match());
 }
 
-// ---- on a document (skipped until fetched objects have text) -------------------------
 
-namespace {
+class FinderOnFile : public ::testing::Test {
+protected:
+    static std::string document() {
+        pdftest::PdfBuilder b;
+        const char* const bodies[] = {
+            nullptr, "<< /Type /Catalog /Pages 2 0 R /OutputIntents [4 0 R 5 0 R] /Info 6 0 R >>",
+            "<< /Type /Pages /Kids [] /Count 0 >>", nullptr,
+            "<< /Type /OutputIntent /S /GTS_PDFX /OutputConditionIdentifier (FOGRA39) >>",
+            "<< /Type /OutputIntent /S /GTS_PDFA1 /OutputConditionIdentifier (sRGB) >>",
+            // A chain of two references that ends in a dictionary.
+            "8 0 R", nullptr, "9 0 R", "<< /Producer (kiln) >>",
+            // A cycle of dictionaries, and a cycle of bare references.
+            "<< /Next 11 0 R /Name /Ten >>", "<< /Next 10 0 R /Name /Eleven >>", "13 0 R", "12 0 R",
+            "<< /Loop 12 0 R /Bad 99 0 R >>", "<< /Length 5 /Filter /AHx >>\nstream\n4142>\nendstream",
+            "<< /Data 15 0 R /Dict 15 0 R /PieceInfo << /Illustrator << /Private 17 0 R >> >> >>",
+            "<< /AIPrivateData1 18 0 R >>"};
+        for (int n = 1; n < 18; ++n)
+            if (bodies[n]) b.object(n, bodies[n]);
+        b.startxref(b.xrefTable("/Root 1 0 R"));
+        return b.str();
+    }
+    void SetUp() override { ASSERT_EQ(doc.file.CheckAndInit(), 0); }
+    pdftest::Source doc{document()};
+};
 
-std::string findingDoc() {
-    std::map<int, std::string> o;
-    o[1] = "<< /Type /Catalog /Pages 2 0 R /OutputIntents [4 0 R 5 0 R] /Info 6 0 R >>";
-    o[2] = "<< /Type /Pages /Kids [] /Count 0 >>";
-    o[4] = "<< /Type /OutputIntent /S /GTS_PDFX /OutputConditionIdentifier (FOGRA39) >>";
-    o[5] = "<< /Type /OutputIntent /S /GTS_PDFA1 /OutputConditionIdentifier (sRGB) >>";
-    // A chain of two references that ends in a dictionary.
-    o[6] = "8 0 R";
-    o[8] = "9 0 R";
-    o[9] = "<< /Producer (kiln) >>";
-    // A cycle of dictionaries, and a cycle of bare references.
-    o[10] = "<< /Next 11 0 R /Name /Ten >>";
-    o[11] = "<< /Next 10 0 R /Name /Eleven >>";
-    o[12] = "13 0 R";
-    o[13] = "12 0 R";
-    o[14] = "<< /Loop 12 0 R /Bad 99 0 R >>";
-    o[15] = "<< /Length 5 /Filter /AHx >>\nstream\n4142>\nendstream";
-    o[16] = "<< /Data 15 0 R /Dict 15 0 R /PieceInfo << /Illustrator << /Private 17 0 R >> >> >>";
-    o[17] = "<< /AIPrivateData1 18 0 R >>";
-    return buildPdf(o);
-}
-
-}  // namespace
-
-TEST(FinderOnFile, CatalogSearchFollowsNoneKeysDepthFirst) {
-    OpenDoc doc(findingDoc());
-    ASSERT_EQ(doc.rc, 0);
-    SKIP_UNLESS_OBJECTS_RENDER(doc.file, 1);
-    FindingHint h;
-    h.insertHintInfo("/OutputIntents", ePDFNone);
-    h.insertHintInfo("/S", ePDFName);
-    h.insertHintInfo("/OutputConditionIdentifier", ePDFString);
-    FindingValue f(h, &doc.file);
-    f.find(true);
+TEST_F(FinderOnFile, CatalogSearchFollowsNoneKeysDepthFirst) {
+    FindingHint h =
+        hintOf({{"/OutputIntents", ePDFNone}, {"/S", ePDFName}, {"/OutputConditionIdentifier", ePDFString}});
+    FindingValue(h, &doc.file).find(true);
     // The queue is a stack: the last reference found is examined first.
-    EXPECT_EQ(valuesOf(h, "/S"), V({"/GTS_PDFA1", "/GTS_PDFX"}));
-    EXPECT_EQ(valuesOf(h, "/OutputConditionIdentifier"), V({"sRGB", "FOGRA39"}));
+    EXPECT_EQ(dump(h),
+              "/OutputConditionIdentifier=sRGB;/OutputConditionIdentifier=FOGRA39;/S=/GTS_PDFA1;/S=/GTS_PDFX;");
 }
 
-TEST(FinderOnFile, ShallowFindStopsAfterOneStep) {
-    OpenDoc doc(findingDoc());
-    ASSERT_EQ(doc.rc, 0);
-    SKIP_UNLESS_OBJECTS_RENDER(doc.file, 1);
-    FindingHint h;
-    h.insertHintInfo("/OutputIntents", ePDFNone);
-    h.insertHintInfo("/S", ePDFName);
+TEST_F(FinderOnFile, ShallowFindStopsAfterOneStep) {
+    FindingHint h = hintOf({{"/OutputIntents", ePDFNone}, {"/S", ePDFName}});
     FindingValue f(h, &doc.file, 1, 0);
     f.find(false);  // fetches and examines the catalog only
     EXPECT_EQ(h.getPropertyValueCount("/S"), 0);
     f.find(false);  // the next step goes on with what is left
-    EXPECT_EQ(valuesOf(h, "/S"), V({"/GTS_PDFA1"}));
+    EXPECT_EQ(dump(h), "/S=/GTS_PDFA1;");
 }
 
-TEST(FinderOnFile, ChainOfReferencesIsFollowedToItsEnd) {
-    OpenDoc doc(findingDoc());
-    ASSERT_EQ(doc.rc, 0);
-    SKIP_UNLESS_OBJECTS_RENDER(doc.file, 1);
-    FindingHint h;
-    h.insertHintInfo("/Info", ePDFDictionary);
-    h.insertHintInfo("/Pages", ePDFIndirect);
-    FindingValue f(h, &doc.file);
-    f.find(true);
-    EXPECT_EQ(valuesOf(h, "/Info"), V({"<< /Producer (kiln) >>"}));
+TEST_F(FinderOnFile, ChainsEndAndCyclesEnd) {
     // A reference asked for as a reference is taken as it stands.
-    EXPECT_EQ(valuesOf(h, "/Pages"), V({"2 0 R"}));
-}
-
-TEST(FinderOnFile, ReferenceCyclesEnd) {
-    OpenDoc doc(findingDoc());
-    ASSERT_EQ(doc.rc, 0);
-    SKIP_UNLESS_OBJECTS_RENDER(doc.file, 10);
-    FindingHint h;
-    h.insertHintInfo("/Next", ePDFNone);
-    h.insertHintInfo("/Name", ePDFName);
-    FindingValue f(h, &doc.file, 10, 0);
-    f.find(true);
-    // Each object of the cycle is examined once.
-    EXPECT_EQ(valuesOf(h, "/Name"), V({"/Ten", "/Eleven"}));
-
-    FindingHint loop;
-    loop.insertHintInfo("/Loop", ePDFDictionary);
-    FindingValue g(loop, &doc.file, 14, 0);
-    g.find(true);
+    FindingHint h = hintOf({{"/Info", ePDFDictionary}, {"/Pages", ePDFIndirect}});
+    FindingValue(h, &doc.file).find(true);
+    EXPECT_EQ(dump(h), "/Info=<< /Producer (kiln) >>;/Pages=2 0 R;");
+    // Each object of a cycle is examined once.
+    FindingHint cycle = hintOf({{"/Next", ePDFNone}, {"/Name", ePDFName}});
+    FindingValue(cycle, &doc.file, 10, 0).find(true);
+    EXPECT_EQ(dump(cycle), "/Name=/Ten;/Name=/Eleven;");
+    FindingHint loop = hintOf({{"/Loop", ePDFDictionary}});
+    FindingValue(loop, &doc.file, 14, 0).find(true);
     EXPECT_EQ(loop.getPropertyValueCount("/Loop"), 0);
+    // A missing object raises with the reference.
+    FindingHint bad = hintOf({{"/Bad", ePDFDictionary}});
+    expectRaises([&] { FindingValue(bad, &doc.file, 14, 0).find(true); }, "PDF_KILN_LocalObjErr", "99 0 R");
 }
 
-TEST(FinderOnFile, MissingObjectRaisesWithTheReference) {
-    OpenDoc doc(findingDoc());
-    ASSERT_EQ(doc.rc, 0);
-    SKIP_UNLESS_OBJECTS_RENDER(doc.file, 14);
-    FindingHint h;
-    h.insertHintInfo("/Bad", ePDFDictionary);
-    FindingValue f(h, &doc.file, 14, 0);
-    try {
-        f.find(true);
-        FAIL() << "no exception";
-    } catch (const std::exception& e) {
-        const std::string value = "99 0 R";
-        expectComposed(e.what(), "PDF_KILN_LocalObjErr", &value);
-    }
-}
-
-TEST(FinderOnFile, LinkageCutsStreamsUnlessAsked) {
-    OpenDoc doc(findingDoc());
-    ASSERT_EQ(doc.rc, 0);
-    SKIP_UNLESS_OBJECTS_RENDER(doc.file, 15);
+TEST_F(FinderOnFile, LinkageCutsStreamsUnlessAsked) {
     std::string dict = Linkage(ePDFDictionary, &doc.file).linkImpl("x 15 0 R");
     EXPECT_EQ(dict.substr(dict.size() - 2), ">>");
     EXPECT_EQ(dict.find("stream"), std::string::npos);
     std::string whole = Linkage(ePDFStream, &doc.file).linkImpl("15 0 R");
     EXPECT_NE(whole.find("endstream"), std::string::npos);
 
-    FindingHint h;
-    h.insertHintInfo("/Data", ePDFStream);
-    h.insertHintInfo("/Dict", ePDFDictionary);
-    FindingValue f(h, &doc.file, 16, 0);
-    f.find(false);
-    EXPECT_EQ(valuesOf(h, "/Data"), V({"AB"}));
+    FindingHint h = hintOf({{"/Data", ePDFStream}, {"/Dict", ePDFDictionary}});
+    FindingValue(h, &doc.file, 16, 0).find(false);
+    EXPECT_EQ(h.getPropertyValue("/Data"), "AB");
+    EXPECT_EQ(h.getPropertyValueCount("/Data"), 1);
     ASSERT_EQ(h.getPropertyValueCount("/Dict"), 1);
     const std::string d = h.getPropertyValue("/Dict");
     EXPECT_EQ(d.substr(0, 2), "<<");
@@ -427,35 +263,110 @@ TEST(FinderOnFile, LinkageCutsStreamsUnlessAsked) {
     EXPECT_NE(d.find("/Filter /AHx"), std::string::npos);
 }
 
-TEST(FinderOnFile, PieceInfoSelectorIsACharacterSetTest) {
-    OpenDoc doc(findingDoc());
-    ASSERT_EQ(doc.rc, 0);
-    SKIP_UNLESS_OBJECTS_RENDER(doc.file, 16);
-    // Substrings of the collected text.
+TEST_F(FinderOnFile, PieceInfoSelectorIsACharacterSetTest) {
+    // Substrings of the collected text; or not, but one byte of each occurs.
     EXPECT_TRUE(PieceInfoSelector(&doc.file, "/Illustrator", "/Private", "17 0 R", 16, 0).match());
-    // Not substrings, but one byte of each occurs: still a match.
     EXPECT_TRUE(PieceInfoSelector(&doc.file, "qI", "Zr", "#7", 16, 0).match());
     EXPECT_FALSE(PieceInfoSelector(&doc.file, "I", "r", "qQ", 16, 0).match());
     // An object without /PieceInfo collects no text.
     EXPECT_FALSE(PieceInfoSelector(&doc.file, "I", "r", "e", 9, 0).match());
 }
 
-TEST(FinderOnFile, SampleWithObjectStreams) {
+TEST(FinderOnSample, SampleWithObjectStreams) {
+    std::ifstream file(std::string(PDFKILN_SOURCE_DIR) + "/samples/sample.pdf", std::ios::binary);
+    if (!file) GTEST_SKIP() << "samples/sample.pdf not found";
     std::stringstream in;
-    {
-        std::ifstream file(std::string(PDFKILN_SOURCE_DIR) + "/samples/sample.pdf", std::ios::binary);
-        if (!file) GTEST_SKIP() << "samples/sample.pdf not found";
-        in << file.rdbuf();
-    }
+    in << file.rdbuf();
     CSourFile src(in);
     ASSERT_EQ(src.CheckAndInit(), 0);
-    SKIP_UNLESS_OBJECTS_RENDER(src, src.fileInfo.rootRef.num);
-    FindingHint h;
-    h.insertHintInfo("/Type", ePDFName);
-    h.insertHintInfo("/Pages", ePDFNone);
-    h.insertHintInfo("/Count", ePDFNumber);
-    FindingValue f(h, &src);
-    f.find(true);
+    FindingHint h = hintOf({{"/Type", ePDFName}, {"/Pages", ePDFNone}, {"/Count", ePDFNumber}});
+    FindingValue(h, &src).find(true);
     EXPECT_EQ(h.getPropertyValue("/Type"), "/Catalog");
     EXPECT_GE(h.getPropertyValueCount("/Count"), 1);
+}
+
+TEST(Utility, GetTypeAndGetValue) {
+    const struct { std::string text; EPDFType type; } cases[] = {
+        {"true", ePDFBoolean}, {"  -3.5 /A", ePDFNumber}, {"(x) 1", ePDFString}, {"<41>", ePDFString},
+        {"/true", ePDFName}, {"[1 2]", ePDFArray}, {"<< /A 1 >>", ePDFDictionary}, {"<<>>", ePDFDictionary},
+        {">>stream", ePDFStream}, {"null 1", ePDFNull},
+        // A search, not a check of the first byte.
+        {"abc true", ePDFBoolean}, {"-.5", ePDFNumber},
+        // The number rule also hits at "1", but the reference is tried later.
+        {"12 0 R", ePDFIndirect}, {"12 0 obj", ePDFNumber},
+        {"", ePDFNone}, {"xyz {}", ePDFNone},
+        // The stream type comes only out of the two-pointer form, on a fragment.
+        {"/Length 3 >>\nstream", ePDFName}, {">>\nstream\n", ePDFStream},
+    };
+    for (const auto& c : cases) EXPECT_EQ(typeOf(c.text), c.type) << c.text;
+    EXPECT_EQ(utility::getType(nullptr, nullptr), ePDFNone);
+    // The string form stops at the stream begin: stream data is never classified.
+    EXPECT_EQ(utility::getType(std::string("  5 0 R endobj")), ePDFIndirect);
+    EXPECT_EQ(utility::getType(std::string()), ePDFNone);
+    EXPECT_EQ(utility::getType(std::string("<< /Length 3 >>\nstream\n(x)\nendstream\nendobj")), ePDFDictionary);
+    EXPECT_EQ(utility::getType(std::string(">>\nstream\n")), ePDFNone);
+    EXPECT_EQ(utility::getType(std::string("x>>stream true")), ePDFNone);
+    // getValue: the first value of the type.
+    const char* p = "x";
+    for (int t = 0; t <= 11; ++t) {
+        EXPECT_EQ(utility::getValue(p, p, static_cast<EPDFType>(t)), "") << t;
+        EXPECT_EQ(utility::getValue(nullptr, nullptr, static_cast<EPDFType>(t)), "") << t;
+    }
+    const std::string t = " /Type /Page /Count 3 /Kids [4 0 R] /T (a(b)) /N null /B false /D <</X 1>>";
+    const std::pair<EPDFType, const char*> firsts[] = {
+        {ePDFName, "/Type"},      {ePDFNumber, "3"},       {ePDFArray, "[4 0 R]"},          {ePDFIndirect, "4 0 R"},
+        {ePDFString, "(a(b))"},   {ePDFNull, "null"},      {ePDFBoolean, "false"},          {ePDFDictionary, "<</X 1>>"},
+        {ePDFNone, ""},           {static_cast<EPDFType>(10), ""}};
+    for (const auto& f : firsts) EXPECT_EQ(valueOf(t, f.first), f.second) << f.first;
+    EXPECT_EQ(valueOf("/A", ePDFNumber), "");
+    // The stream type decodes the range.
+    EXPECT_EQ(valueOf("<< /Length 3 >>\nstream\nabc\nendstream", ePDFStream), "abc");
+
+    yard::Tokenizer<PDF_RULES::MatchNameObject> tok;
+    const std::string names = "1 /B /C";
+    EXPECT_EQ(parseValue(tok, names.data(), names.data() + names.size()), "/B");
+    EXPECT_TRUE(tok.empty()) << "parseValue works on a copy of the tokenizer";
+    EXPECT_EQ(parseValue(tok, names.data(), names.data() + 1), "");
+}
+
+
+TEST(DecompressStream, DataAndFilters) {
+    const std::string text = "BT /F1 12 Tf (Hello) Tj ET";
+    const std::string bin("\0\x01\xff\r", 4);
+    const struct { std::string in; std::string out; } cases[] = {
+        // No stream, "stream" without "endstream", or only the tail of "endstream": no data.
+        {"", ""},
+        {"<< /A 1 >>", ""},
+        {"<< /A 1 >>stream\nabc", ""},
+        {"abc endstream", ""},
+        // Unfiltered data lose line ends at both ends, by byte value, /Length or not.
+        {"<< /Length 5 >>\nstream\r\nhello\r\n\nendstream\nendobj", "hello"},
+        {"<< /Length 6 >>stream\n\nab\n\r\nendstream", "ab"},
+        {"<<>>stream\n\r\n\nendstream", ""},
+        // The last "endstream" ends the data; binary data pass untouched.
+        {"<<>>stream\na endstream b\nendstream", "a endstream b"},
+        {"<<>>stream\n" + bin + "x\nendstream", bin + "x"},
+        {"<< /Filter /FlateDecode >>\nstream\n" + deflate(text) + "\nendstream", text},
+        {"<< /Filter /AHx >>\nstream\n48656C6C6F>\nendstream", "Hello"},
+        {"<< /Filter [/AHx /Fl] >>stream\n789C4B4C4A0600024D0127>\nendstream", "abc"},
+        // The full name "/ASCIIHexDecode" is no filter of the library ("/AHx" is).
+        {"<< /Filter /ASCIIHexDecode >>\nstream\n4142>\nendstream", "4142>"},
+        // The first "/Filter" anywhere counts: inside a string, or in /DecodeParms.
+        {"<< /Note (/Filter /AHx) /Length 5 >>\nstream\n4142>\nendstream", "AB"},
+        {"<< /DecodeParms << /Filter /AHx >> /Filter /Fl >>\nstream\n4142>\nendstream", "AB"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(utility::getDecompressStream(c.in), c.out) << c.in;
+    expectRaises([] { utility::getDecompressStream("<< /Filter /FlateDecode >>\nstream\nnot zlib data\nendstream"); },
+                 "Decomress error");
+}
+
+TEST(TrimParenthes, CutsEveryLeadingOpenAndTrailingClose) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"((a))", "a"}, {"(a\\)b)", "a\\)b"}, {"(Hello \\(x\\))", "Hello \\(x\\"}, {"<41>", "<41>"},
+        {"()", ""},     {"(((", ""},          {")))", ""},                        {"", ""},
+        {")(", ")("},   {" (a) ", " (a) "},
+    };
+    for (const auto& c : cases) EXPECT_EQ(trimParenthes(c.first), c.second) << c.first;
+    EXPECT_EQ(utility::toString(0), "0");
+    EXPECT_EQ(utility::toString(-42), "-42");
 }

@@ -12,7 +12,7 @@ using namespace PDF_KILN;
 
 namespace {
 
-std::vector<std::string> tokens(const std::string& text, std::size_t max = 32) {
+std::vector<std::string> tokens(const std::string& text, std::size_t max) {
     std::istringstream in(text);
     std::vector<std::string> out;
     std::string t;
@@ -28,10 +28,7 @@ std::string nul(const std::string& s) { return s + std::string(1, '\0'); }
 }  // namespace
 
 TEST(Tokens, DelimitersNamesPercentAndWhiteSpace) {
-    const struct {
-        std::string text;
-        std::vector<std::string> want;
-    } cases[] = {
+    const struct { std::string text; std::vector<std::string> want; } cases[] = {
         // Double angles are one token, a single angle one byte; a token that
         // touches the end of the input carries a zero byte.
         {"<<>> <a >b", {"<<", ">>", "<", "a", ">", nul("b")}},
@@ -43,76 +40,29 @@ TEST(Tokens, DelimitersNamesPercentAndWhiteSpace) {
         {"%comment % x", {"%comment", "%", nul("x")}},
         // Bytes 7 and 8 are white space.
         {std::string("a\x07" "b\x08" "c\x00" "d ", 8), {"a", "b", "c", "d"}},
+        {"1 0 obj\nendobj", {"1", "0", "obj", nul("endobj")}},
     };
-    for (const auto& c : cases) {
-        auto t = tokens(c.text, c.want.size());
-        EXPECT_EQ(t, c.want) << c.text;
-    }
+    for (const auto& c : cases) EXPECT_EQ(tokens(c.text, c.want.size()), c.want) << c.text;
+    EXPECT_NE(nul("endobj"), kwendobj);
     EXPECT_EQ(tokenArray[7], 1);
     EXPECT_EQ(tokenArray[static_cast<unsigned char>('%')], 0);
     EXPECT_EQ(tokenArray[static_cast<unsigned char>('{')], 2);
-}
-
-TEST(Tokens, KeywordTouchingEndOfInputCarriesAZeroByte) {
-    std::istringstream in("1 0 obj\nendobj");
-    std::string t;
-    for (int i = 0; i < 4; ++i) readPDFString(in, t);
-    EXPECT_EQ(t, nul("endobj"));
-    EXPECT_NE(t, kwendobj);
-}
-
-TEST(Tokens, AtEndOfInputTheTokenIsOneZeroByte) {
-    std::istringstream in("  ");
-    std::string t = "old";
-    readPDFString(in, t);
-    EXPECT_EQ(t, std::string(1, '\0'));
-    readPDFString(in, t);
-    EXPECT_EQ(t, std::string(1, '\0'));
-}
-
-TEST(Tokens, TokenIsReplacedNotAppended) {
-    std::istringstream in("abc d");
+    // A token is replaced, not appended; at the end of the input it is one zero byte, again and again.
+    std::istringstream in("abc  ");
     std::string t = "previous";
     in >> t;
     EXPECT_EQ(t, "abc");
+    readPDFString(in, t);
+    EXPECT_EQ(t, nul(""));
+    readPDFString(in, t);
+    EXPECT_EQ(t, nul(""));
 }
 
-TEST(FileBlock, IsNumAcceptsDigitsOnly) {
+TEST(FileBlock, IsNumExtStr2IntAndCharVector) {
     EXPECT_TRUE(CFileBlock::IsNum(""));
     EXPECT_TRUE(CFileBlock::IsNum("0012"));
-    EXPECT_FALSE(CFileBlock::IsNum("-1"));
-    EXPECT_FALSE(CFileBlock::IsNum("1.5"));
-    EXPECT_FALSE(CFileBlock::IsNum("+1"));
-}
-
-TEST(FileBlock, FindStrStopsBehindTheTokenAndThrowsAtEnd) {
-    std::istringstream in("a b trailer c");
-    EXPECT_TRUE(CFileBlock::FindStr(in, "trailer"));
-    std::string t;
-    readPDFString(in, t);
-    EXPECT_EQ(t, nul("c"));
-    EXPECT_THROW(CFileBlock::FindStr(in, "xref"), CFileError);
-
-    std::istringstream none("a b c");
-    EXPECT_THROW(CFileBlock::FindStr(none, "zz"), CFileError);
-}
-
-TEST(FileBlock, FindStrInObjStopsAtEndobjAndAtEndOfInput) {
-    std::istringstream in("/A 1 endobj /B 2");
-    EXPECT_FALSE(CFileBlock::FindStrInObj(in, "/B"));
-    std::istringstream ok("/A 1 /B 2 endobj");
-    EXPECT_TRUE(CFileBlock::FindStrInObj(ok, "/B"));
-    std::istringstream empty("");
-    empty.get();
-    EXPECT_FALSE(CFileBlock::FindStrInObj(empty, "/B"));
-}
-
-TEST(FileBlock, CFileErrorHasOnlyTheInheritedText) {
-    CFileError e;
-    EXPECT_STREQ(e.what(), std::exception().what());
-}
-
-TEST(FileBlock, ExtStr2IntReadsBigEndianAndWidthZeroConsumesNothing) {
+    for (const char* s : {"-1", "1.5", "+1"}) EXPECT_FALSE(CFileBlock::IsNum(s)) << s;
+    // Big-endian; width zero consumes nothing.
     const char buf[] = {'\x01', '\x02', '\x03', '\xFF'};
     int pos = 0, v = -1;
     ExtStr2Int(buf, pos, 0, v);
@@ -123,49 +73,54 @@ TEST(FileBlock, ExtStr2IntReadsBigEndianAndWidthZeroConsumesNothing) {
     EXPECT_EQ(v, 0x010203);
     ExtStr2Int(buf, pos, 1, v);
     EXPECT_EQ(v, 255);
+    // Index zero of a charVector always exists.
+    charVector cv;
+    EXPECT_EQ(cv[0u], '\0');
+    EXPECT_EQ(cv.size(), 1u);
+    EXPECT_STREQ(CFileError().what(), std::exception().what());
 }
 
-TEST(FileBlock, SkipCommentSkipsCommentLinesAndPushesBackTheNextByte) {
-    std::istringstream in("  % one\r% two\n  <<");
-    CFileBlock::skipComment(in);
-    EXPECT_EQ(in.peek(), '<');
+TEST(FileBlock, FindStrStopsBehindTheTokenAndThrowsAtEnd) {
+    std::istringstream in("a b trailer c");
+    EXPECT_TRUE(CFileBlock::FindStr(in, "trailer"));
+    std::string t;
+    readPDFString(in, t);
+    EXPECT_EQ(t, nul("c"));
+    EXPECT_THROW(CFileBlock::FindStr(in, "xref"), CFileError);
+    std::istringstream none("a b c");
+    EXPECT_THROW(CFileBlock::FindStr(none, "zz"), CFileError);
+    // FindStrInObj stops at endobj and at the end of the input.
+    std::istringstream behind("/A 1 endobj /B 2");
+    EXPECT_FALSE(CFileBlock::FindStrInObj(behind, "/B"));
+    std::istringstream ok("/A 1 /B 2 endobj");
+    EXPECT_TRUE(CFileBlock::FindStrInObj(ok, "/B"));
+    std::istringstream empty("");
+    empty.get();
+    EXPECT_FALSE(CFileBlock::FindStrInObj(empty, "/B"));
 }
 
-TEST(FileBlock, IsDictStartDoesNotConsumeTheOpening) {
+TEST(FileBlock, SkipCommentIsDictStartAndGetWords) {
+    std::istringstream comments("  % one\r% two\n  <<");
+    CFileBlock::skipComment(comments);
+    EXPECT_EQ(comments.peek(), '<');
+    const struct { const char* text; bool dict; char next; } cases[] = {
+        {"%c\n<< /A 1 >>", true, '<'}, {" [1 2]", true, '['}, {"<41>", false, '<'}, {"<", false, '<'}};
+    for (const auto& c : cases) {
+        std::istringstream in(c.text);
+        EXPECT_EQ(CFileBlock::isDictStart(in), c.dict) << c.text;
+        EXPECT_EQ(in.peek(), c.next) << c.text;
+    }
     std::istringstream dict("%c\n<< /A 1 >>");
-    EXPECT_TRUE(CFileBlock::isDictStart(dict));
+    CFileBlock::isDictStart(dict);
     std::string t;
     readPDFString(dict, t);
     EXPECT_EQ(t, "<<");
-
-    std::istringstream arr(" [1 2]");
-    EXPECT_TRUE(CFileBlock::isDictStart(arr));
-    EXPECT_EQ(arr.peek(), '[');
-
-    std::istringstream hex("<41>");
-    EXPECT_FALSE(CFileBlock::isDictStart(hex));
-    EXPECT_EQ(hex.peek(), '<');
-
-    std::istringstream lone("<");
-    EXPECT_FALSE(CFileBlock::isDictStart(lone));
-    EXPECT_EQ(lone.peek(), '<');
-}
-
-TEST(FileBlock, GetWordsCutsAtTheFirstMatchingDelimiterRule) {
-    struct Case {
-        const char* in;
-        const char* word;
-        const char* rest;
+    // GetWords cuts at the first matching delimiter rule.
+    const struct { const char* in; const char* word; const char* rest; } words[] = {
+        {"  abc<<def x", "abc", "<<def"}, {"ab>>cd x", "ab", ">>cd"}, {"/Type/Page x", "/Type", "/Page"},
+        {"12[3] x", "12", "[3]"},         {"12]x y", "12", "]x"},     {"plain more", "plain", "more"},
     };
-    const Case cases[] = {
-        {"  abc<<def x", "abc", "<<def"},
-        {"ab>>cd x", "ab", ">>cd"},
-        {"/Type/Page x", "/Type", "/Page"},
-        {"12[3] x", "12", "[3]"},
-        {"12]x y", "12", "]x"},
-        {"plain more", "plain", "more"},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : words) {
         std::istringstream in(c.in);
         std::string w = "old";
         CFileBlock::GetWords(in, w);
@@ -188,21 +143,10 @@ TEST(FileBlock, RedHexStringReadsPairsSkipsLineEndsAndPadsAnOddDigit) {
     EXPECT_EQ(out.str(), "AB@");
 }
 
-TEST(FileBlock, CharVectorIndexZeroAlwaysExists) {
-    charVector v;
-    EXPECT_EQ(v[0u], '\0');
-    EXPECT_EQ(v.size(), 1u);
-}
-
 TEST(Names, KeptSpellingsAndIrregularNames) {
-    EXPECT_STREQ(nmASCIIHexDecode, "/ASCIIHexDecod");
-    EXPECT_STREQ(nmJavaScript, "/JaveScript");
-    EXPECT_STREQ(nmPubSec, "/Adobe.PubSec");
-    EXPECT_STREQ(nmAdbepkcs7s3, "/adbe.pkcs7.s3");
-    EXPECT_STREQ(nmDecodeParms, "/DecodeParms");
-    EXPECT_STREQ(nm3DA, "/3DA");
-    EXPECT_STREQ(nameTable[0], "/SD");
-    EXPECT_STREQ(nameTable[255], "/W");
-    EXPECT_STREQ(kw_EOF_, "%%EOF.");
-    EXPECT_STREQ(kw_r_n, "\r\n");
+    const std::pair<const char*, const char*> names[] = {
+        {nmASCIIHexDecode, "/ASCIIHexDecod"}, {nmJavaScript, "/JaveScript"}, {nmPubSec, "/Adobe.PubSec"},
+        {nmAdbepkcs7s3, "/adbe.pkcs7.s3"},    {nmDecodeParms, "/DecodeParms"}, {nm3DA, "/3DA"},
+        {nameTable[0], "/SD"},                {nameTable[255], "/W"},          {kw_EOF_, "%%EOF."}, {kw_r_n, "\r\n"}};
+    for (const auto& n : names) EXPECT_STREQ(n.first, n.second);
 }
