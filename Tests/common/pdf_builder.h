@@ -64,6 +64,9 @@ private:
         long f2;
         int f3;
     };
+    // The pending entries (with the free head, in the first section) in runs
+    // of consecutive numbers, each as its first number and its entries.
+    std::vector<std::pair<int, std::vector<Entry>>> takeSections();
     std::string text_;
     long base_ = 0;
     bool firstSection_ = true;
@@ -77,11 +80,23 @@ std::string hexEncode(const std::string& data);
 // The smallest valid document: catalog 1, an empty page tree 2, classic table.
 std::string minimalPdf(const std::string& header = "%PDF-1.4", const std::string& junk = "");
 
+// A document of the given object bodies; bodies that contain "stream:" are
+// written as "<dict>" "stream:" "<data>" stream objects. Without objects 1
+// and 2 of their own, 1 is the catalog and 2 a page tree of the one page 3.
+std::string buildPdf(std::map<int, std::string> objects, const std::string& trailer = "/Root 1 0 R",
+                     const std::string& header = "%PDF-1.4");
+
 // A CSourFile over an in-memory copy of `pdf`.
 struct Source {
     explicit Source(const std::string& pdf) : stream(pdf), file(stream) {}
     std::stringstream stream;
     PDF_KILN::CSourFile file;
+};
+
+// A source opened by the reader alone; rc is what CheckAndInit returned.
+struct Opened : Source {
+    explicit Opened(const std::string& pdf) : Source(pdf), rc(file.CheckAndInit()) {}
+    int rc;
 };
 
 }  // namespace pdftest
