@@ -1,5 +1,4 @@
-// Helpers of the page tests: small documents built in the test, opened
-// through the facade.
+// Helpers of the page tests: small documents built in the test, opened through the facade.
 #ifndef PDFKILN_TESTS_FACADE_UTIL_H
 #define PDFKILN_TESTS_FACADE_UTIL_H
 

@@ -1,5 +1,5 @@
-// Annotations: the geometry chain, the masks, and a page's annotations as
-// the facade delivers them moved by the caller's matrix.
+// Annotations: the geometry chain, the masks, and a page's annotations as the facade delivers them moved by the
+// caller's matrix.
 #include <gtest/gtest.h>
 
 #include "facade_test_util.h"
@@ -118,8 +118,8 @@ TEST(FacadeAnnots, MasksSwitchOffAndFormMaskZeroLeavesTheFormAlone) {
     EXPECT_EQ(form, nullptr);
 }
 
-// Kept quirk: a three-number /Rect ends the inline rewrite, the first
-// rectangle included; only the outer brackets give way to blanks.
+// Kept quirk: a three-number /Rect ends the inline rewrite, the first rectangle included; only the outer brackets give
+// way to blanks.
 TEST(FacadeAnnots, AThreeNumberRectEndsTheInlineRewriteAndTheTextStays) {
     Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Annots [<< /Subtype /Square "
                         "/Rect [1 2 3 4] >> << /Subtype /Circle /Rect [10 10 20] >>] >>"}}));
@@ -133,9 +133,8 @@ TEST(FacadeAnnots, AThreeNumberRectEndsTheInlineRewriteAndTheTextStays) {
     expectParts(*annots, {"/Rect [1 2 3 4]", "/Rect [10 10 20]"}, {"2.000000"});
 }
 
-// Kept quirk: the form text is cut from two bytes behind the first "<",
-// last - first - 3 bytes: the dictionary's inside, whatever stands before its
-// "<<" (getNames, whose length does not take the first's position off, differs).
+// Kept quirk: the form text is cut from two bytes behind the first "<", last - first - 3 bytes: the dictionary's
+// inside, whatever stands before its "<<" (getNames, whose length does not take the first's position off, differs).
 TEST(FacadeAnnots, TheFormTextIsTheDictionarysInside) {
     for (const char* form : {"<</DA(x)>>", "9 0 R"}) {
         Doc d(buildPdf({{1, std::string("<< /Type /Catalog /Pages 2 0 R /AcroForm ") + form + " >>"},

@@ -31,8 +31,8 @@ const char* const kCourier = "<< /Type /Font /Subtype /Type1 /BaseFont /Courier 
 
 }  // namespace
 
-// Page 1 of each document: what its closure holds, its content text and its
-// resource text, numbered from `start` (when not 0).
+// Page 1 of each document: what its closure holds, its content text and its resource text, numbered from `start` (when
+// not 0).
 TEST(PageClosure, ContentAndResourcesOfPageOne) {
     const struct {
         std::map<int, std::string> objs;
@@ -56,15 +56,13 @@ TEST(PageClosure, ContentAndResourcesOfPageOne) {
          0, "<< >>", nullptr, {}, {}, {}, {}, 20},
         // A page with no resources still gets a dictionary.
         {{{3, "<< /Type /Page /Parent 2 0 R >>"}}, 0, "<< >>", ""},
-        // Streams are joined, each ended by CR: the unfiltered one keeps its
-        // line ends, the filtered one is trimmed before decoding. They are
-        // delivered decoded, not as objects.
+        // Streams are joined, each ended by CR: the unfiltered one keeps its line ends, the filtered one is trimmed
+        // before decoding. They are delivered decoded, not as objects.
         {{{3, "<< /Type /Page /Parent 2 0 R /Contents [4 0 R 5 0 R] >>"}, {4, "stream:q"},
           {5, "/Filter /AHx stream:510A>"}},
          40, nullptr, "\r\nq\n\rQ\n\r", {4, 5}, 0},
-        // An array object's members are walked in first-seen order; the
-        // array comes first with only its CR, and the walk ends at the
-        // first stream it fetches.
+        // An array object's members are walked in first-seen order; the array comes first with only its CR, and the
+        // walk ends at the first stream it fetches.
         {{{3, "<< /Type /Page /Parent 2 0 R /Contents 6 0 R >>"}, {6, "[4 0 R 7 0 R]"}, {7, "[5 0 R 4 0 R]"},
           {4, "/Filter /AHx stream:41>"}, {5, "/Filter /AHx stream:42>"}},
          0, nullptr, "\rA\r\r", {}, {}, {6, 4, 7}},
@@ -75,9 +73,8 @@ TEST(PageClosure, ContentAndResourcesOfPageOne) {
         {{{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"}, {3, "<< /Type /Page /Parent 2 0 R >>"},
           {8, "<< /Font << /F1 4 0 R >> >>"}, {4, kHelvetica}},
          50, "<< /Font << /F1  50 0 R >> >>\n", nullptr, {}, 1, {}, {8}},
-        // Inline and inherited are merged: only the resource object has
-        // /ProcSet, its names are copied from two bytes behind the "[", and
-        // "]>>" closes whatever was written.
+        // Inline and inherited are merged: only the resource object has /ProcSet, its names are copied from two bytes
+        // behind the "[", and "]>>" closes whatever was written.
         {{{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"},
           {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
           {8, "<< /Font << /F2 5 0 R >> /ProcSet [/PDF /Text] >>"}, {4, kHelvetica}, {5, kCourier}},
@@ -169,10 +166,9 @@ TEST(PageNumbering, VectorCarriesMappingsToANewFacade) {
 }
 
 TEST(PageNumbering, ClosureObjectsGoThroughThePageCopier) {
-    // A font that points back at a page keeps the key with null; keys that
-    // the embedding program supplies are dropped from every closure object;
-    // a stream keeps its data and its length, an indirect one written as the
-    // stream's own size; texts lose "endobj".
+    // A font that points back at a page keeps the key with null; keys that the embedding program supplies are dropped
+    // from every closure object; a stream keeps its data and its length, an indirect one written as the stream's own
+    // size; texts lose "endobj".
     Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> /XObject << /X 5 0 R "
                         "/Y 6 0 R >> >> >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Owner 3 0 R /MediaBox [0 0 1 1] "
@@ -220,8 +216,8 @@ TEST(PageNumbering, AesTargetRoundsStreamLengthsIncludingIndirectOnes) {
     EXPECT_EQ(d.page->targetCipher(), 2);
     d.page->setStartObjNo(1);
     ASSERT_EQ(d.page->size(), 3u);
-    // Encrypted AES data is the vector plus whole blocks (padding included):
-    // the lengths in the text, direct and indirect, follow it.
+    // Encrypted AES data is the vector plus whole blocks (padding included): the lengths in the text, direct and
+    // indirect, follow it.
     std::vector<int> lengths;
     for (auto it = d.page->begin(); it != d.page->end(); ++it) {
         if (d.page->calcStreamLength(it) == 0) continue;
@@ -272,9 +268,8 @@ TEST(PageNumbering, StreamLengthAndLengthPositions) {
     EXPECT_TRUE(m.check(m.find({10, 0}))) << "a later length object is not added";
 }
 
-// The stored form of a page's content: one stream with its filter written
-// out is handed over as it stands (the bytes between "stream" and
-// "endstream"), anything else is left to getPageContents.
+// The stored form of a page's content: one stream with its filter written out is handed over as it stands (the bytes
+// between "stream" and "endstream"), anything else is left to getPageContents.
 TEST(PageContentStored, OneStreamWithDirectFilterOnly) {
     const struct {
         const char* contents;  // the page's /Contents value

@@ -1,6 +1,5 @@
-// Conformance: the version code with its PDF/X and PDF/A claims (header,
-// catalog, XMP, output intents, /Info), the output intents themselves, the
-// marked flag, and the ASCII85 layer of CPDFKilnPage_Encode.
+// Conformance: the version code with its PDF/X and PDF/A claims (header, catalog, XMP, output intents, /Info), the
+// output intents themselves, the marked flag, and the ASCII85 layer of CPDFKilnPage_Encode.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -15,8 +14,8 @@ using pagestest::buildPdf;
 
 namespace {
 
-// A document with header `header`, catalog extras, objects 3.. and an /Info
-// dictionary 9 (left out when empty), opened through the facade.
+// A document with header `header`, catalog extras, objects 3.. and an /Info dictionary 9 (left out when empty), opened
+// through the facade.
 Doc conformDoc(const std::string& header, const std::string& catalogExtra, std::map<int, std::string> more,
                const std::string& info) {
     more[1] = "<< /Type /Catalog /Pages 2 0 R " + catalogExtra + " >>";
@@ -60,8 +59,7 @@ std::string inflateStage(const std::string& data, int kind) {
 
 }  // namespace
 
-// Header, catalog /Version, intents and /Info, and the combination of the X
-// and A codes by a bit-wise AND.
+// Header, catalog /Version, intents and /Info, and the combination of the X and A codes by a bit-wise AND.
 TEST(Conformance, VersionCodeTable) {
     const std::string pdfx = intent("/GTS_PDFX"), pdfa = intent("/GTS_PDFA1");
     auto xInfo = [](const std::string& v) { return "<< /GTS_PDFXVersion (" + v + ") >>"; };
@@ -115,8 +113,8 @@ TEST(Conformance, VersionCodeTable) {
     }
 }
 
-// The XMP packet: pdfaid:part 2 or 3 with a conformance decides at once,
-// in element form under an rdf:Description that declares the schema.
+// The XMP packet: pdfaid:part 2 or 3 with a conformance decides at once, in element form under an rdf:Description that
+// declares the schema.
 TEST(Conformance, XmpPdfaIdentification) {
     const std::string info = "<< /GTS_PDFAVersion (PDF/A-1b) >>";  // what decides when the XMP does not
     auto el = [](const char* part, const char* conf) {
@@ -164,8 +162,7 @@ TEST(Conformance, XmpPdfaIdentification) {
     }
 }
 
-// Output intents held directly (nested dictionaries count too), by
-// reference, and through a referenced array.
+// Output intents held directly (nested dictionaries count too), by reference, and through a referenced array.
 TEST(Conformance, OutputIntentsDirectAndByReference) {
     const std::string profile = std::string(16, 'p') + "CMYK" + std::string(108, '\x01') + "\xff\n";
     const std::string fogra = "/S /GTS_PDFX /OutputConditionIdentifier (FOGRA39) /RegistryName (http://www.color.org) "
@@ -235,8 +232,8 @@ TEST(AsciiEncode, FilterEntry) {
     for (const auto& r : rows) EXPECT_EQ(e.constructFilterEntity(r.old), r.entry);
 }
 
-// The layer on a page's streams: filtered binary data is wrapped, ASCII data,
-// unfiltered data and data already behind /ASCII85Decode are not.
+// The layer on a page's streams: filtered binary data is wrapped, ASCII data, unfiltered data and data already behind
+// /ASCII85Decode are not.
 TEST(AsciiEncode, StreamsOfAPage) {
     std::string binary;
     for (int i = 0; i < 600; ++i) binary += static_cast<char>((i * 37) & 0xFF);
@@ -293,9 +290,8 @@ TEST(AsciiEncode, StreamsOfAPage) {
 }
 
 TEST(Conformance, OptionalContentInTheCallersNumbering) {
-    // Groups A and B are on the page, C only in the catalog: the page's
-    // numbering maps A and B, so C is left out. /ON is taken first, so A
-    // stays on although /OFF lists it too.
+    // Groups A and B are on the page, C only in the catalog: the page's numbering maps A and B, so C is left out. /ON
+    // is taken first, so A stays on although /OFF lists it too.
     pagestest::Doc d(pagestest::buildPdf(
         {{1, "<< /Type /Catalog /Pages 2 0 R /OCProperties << /OCGs [5 0 R 6 0 R 7 0 R] "
              "/D << /ON [5 0 R] /OFF [6 0 R 5 0 R] /Order [7 0 R 6 0 R 5 0 R] >> >> >>"},

@@ -1,7 +1,6 @@
-// The dictionaries below the catalog: the interactive form and optional
-// content (read and written), the name dictionary's closure, and the walks of
-// logical structure and document parts through which a destination that
-// names a structure element or a document part finds its page.
+// The dictionaries below the catalog: the interactive form and optional content (read and written), the name
+// dictionary's closure, and the walks of logical structure and document parts through which a destination that names a
+// structure element or a document part finds its page.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -58,12 +57,12 @@ TEST(AcroForm, FieldsAreKeptAndWhatTheFormReachesJoinsTheClosure) {
         ASSERT_EQ(f.setPageNo(1), 0);
         f.setStartObjNo(30);
         const auto objs = delivered(f);
-        // The /DR fonts and what they reach are delivered once the page list
-        // stands; the field of /CO that is on no page is not.
+        // The /DR fonts and what they reach are delivered once the page list stands; the field of /CO that is on no
+        // page is not.
         expectParts(joined(objs), {"/BaseFont /Helvetica", "/BaseFont /ZapfDingbats", "/Differences"}, {"(b)"});
         EXPECT_TRUE(d.src().formObjects.count(SObj(20, 0)));
-        // The form's text names only objects of the run: field a (listed
-        // twice) and the two fonts by their new numbers, the field of no page dropped.
+        // The form's text names only objects of the run: field a (listed twice) and the two fonts by their new numbers,
+        // the field of no page dropped.
         const std::string* text = nullptr;
         ASSERT_EQ(f.getAcroFormFields(&text, 0), 0);
         ASSERT_NE(text, nullptr);
@@ -106,8 +105,7 @@ TEST(AcroForm, WriteMergesTheFieldsOfAllSourcesAndStopsAtAMissingOne) {
 }
 
 TEST(CatalogDictionaries, DamagedOnesEndAndLeaveTheCatalogWhole) {
-    // Values running to the end of the input, no dictionary, and arrays that
-    // are a reference to themselves (object 8).
+    // Values running to the end of the input, no dictionary, and arrays that are a reference to themselves (object 8).
     const struct {
         const char* key;
         const char* body;
@@ -181,8 +179,7 @@ TEST(Names, WhatANameTreeNeedsIsDeliveredAndPagesStayOut) {
     ASSERT_EQ(f.setPageNo(1), 0);
     f.setStartObjNo(20);
     const auto objs = delivered(f);
-    // The dictionary's own references are of the name kind; what they reach
-    // is closure like any other.
+    // The dictionary's own references are of the name kind; what they reach is closure like any other.
     for (int n : {9, 12}) EXPECT_TRUE(d.src().formObjects.count(SObj(n, 0))) << n;
     for (int n : {9, 10, 11, 12, 13}) EXPECT_TRUE(d.src().fileObjects.count(SObj(n, 0))) << n;
     EXPECT_EQ(objs.size(), 5u);  // the page itself is no object of the map
@@ -229,8 +226,7 @@ TEST(Structure, ElementsAndPartsNameTheirPagesAndDestinationsFindThem) {
         o[22] = "<< /Type /DPart /Start 3 0 R >>";
         Doc d(buildPdf(o));
         ASSERT_EQ(d.rc, 0);
-        // Opening notes the roots; the first destination that names no page
-        // has the trees walked.
+        // Opening notes the roots; the first destination that names no page has the trees walked.
         EXPECT_EQ(d.src().catalog.structTreeRootRef.num, 9);
         EXPECT_EQ(d.src().catalog.dPartRootRef.num, 19);
         EXPECT_TRUE(d.src().tagPages.empty());
@@ -298,8 +294,7 @@ TEST(Structure, ASecondCatalogReadVisitsNoNode) {
     ASSERT_EQ(s.rc, 0);
     s.file.catalog.readStructure(s.file);
     ASSERT_EQ(s.file.tagPages.size(), 1u);
-    // A map entry of the first walk stays; reading the catalog again and
-    // asking again walks nothing.
+    // A map entry of the first walk stays; reading the catalog again and asking again walks nothing.
     s.file.tagPages[SObj(10, 0)] = SObj(4, 0);
     s.file.CheckAndInit();
     s.file.catalog.readStructure(s.file);

@@ -1,5 +1,5 @@
-// Opening through the facade: result codes, what init takes from the source,
-// and the password entry as far as it goes without the security handler.
+// Opening through the facade: result codes, what init takes from the source, and the password entry as far as it goes
+// without the security handler.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -123,8 +123,8 @@ TEST(FacadePassword, StandardHandlerIsReadWithTheFileIdentifier) {
 }
 
 TEST(FacadePassword, MissingInfoObjectSkipsTheEncryptDictionary) {
-    // /Info names an object the table does not have: reading stops before
-    // /Encrypt, so the file counts as not encrypted.
+    // /Info names an object the table does not have: reading stops before /Encrypt, so the file counts as not
+    // encrypted.
     PdfBuilder b;
     b.catalog();
     b.object(4, kStandard);
@@ -147,8 +147,8 @@ TEST(FacadePassword, DirectEncryptDictionaryInTheTrailer) {
 }
 
 TEST(FacadePassword, ReopeningWithADirectEncryptDictionaryKeepsTheChain) {
-    // Second revision's trailer holds a direct /Encrypt with a nested crypt
-    // filter dictionary, then /Prev: both openings must see both sections.
+    // Second revision's trailer holds a direct /Encrypt with a nested crypt filter dictionary, then /Prev: both
+    // openings must see both sections.
     PdfBuilder b;
     b.catalog();
     const long x1 = b.xrefTable("/Root 1 0 R");
@@ -178,8 +178,8 @@ TEST(FacadePassword, PasswordLengthLimitAndTheFieldItFills) {
     EXPECT_EQ(d.page->SetSourcePassword(std::string(33, 'x')), 1);
     EXPECT_STREQ(enc.suppliedPassword, "keep") << "a refused password leaves the field";
     enc.passwordFlagOwner = true;
-    // 32 bytes go to the key trial (whose verdict on these made-up values is
-    // the security layer's), not refused for their length.
+    // 32 bytes go to the key trial (whose verdict on these made-up values is the security layer's), not refused for
+    // their length.
     const std::string exact(32, 'y');
     EXPECT_NE(d.page->SetSourcePassword(exact), 1);
     EXPECT_EQ(std::string(enc.suppliedPassword, 32), exact);
@@ -199,9 +199,8 @@ TEST(FacadePassword, ReopeningKeepsTheObjectTableAndCatalog) {
         << "the first identifier starts with a zero byte, so it is empty as a C string";
 }
 
-// A file is read through windows of its bytes; a caller's stream is read
-// whole. Tokens, references and stream bodies that straddle the windows'
-// edges must read the same either way, page by page.
+// A file is read through windows of its bytes; a caller's stream is read whole. Tokens, references and stream bodies
+// that straddle the windows' edges must read the same either way, page by page.
 TEST(FacadeOpening, FileWindowsReadAsTheWholeStream) {
     PdfBuilder b("%PDF-1.7");
     const int pages = 150;

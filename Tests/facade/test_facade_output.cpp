@@ -11,8 +11,7 @@ using pagestest::expectParts;
 
 namespace {
 
-// Renders object `num` of the document with CPage's copier, renumbering the
-// objects of `mapped` to 100, 101, ...
+// Renders object `num` of the document with CPage's copier, renumbering the objects of `mapped` to 100, 101, ...
 std::string renderPage(Doc& d, int num, std::initializer_list<int> mapped) {
     CDestFile out{std::string()};
     out.setRenumbering(true);

@@ -1,6 +1,5 @@
-// Protected files through the facade: opening with the empty password, then
-// with SetSourcePassword, the password situation getSecurity reports, and the
-// page content once the right password is in. Files are made with qpdf.
+// Protected files through the facade: opening with the empty password, then with SetSourcePassword, the password
+// situation getSecurity reports, and the page content once the right password is in. Files are made with qpdf.
 #include <gtest/gtest.h>
 
 #include "PDFKilnPage/PDFKilnPage.h"
@@ -20,9 +19,8 @@ std::string content(CPDFKilnPage& doc, int page) {
     return *text;
 }
 
-// Each test encrypts the sample with qpdf and compares page 1 (Flate-encoded,
-// so its decoded bytes do not depend on how qpdf frames the stream) with the
-// plain sample's.
+// Each test encrypts the sample with qpdf and compares page 1 (Flate-encoded, so its decoded bytes do not depend on how
+// qpdf frames the stream) with the plain sample's.
 class Protected : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -99,9 +97,8 @@ TEST_F(Protected, EmptyUserPasswordOpensWithoutAsking) {
 }
 
 TEST_F(Protected, ConstructorPasswordIsReadWithBySetSourcePassword) {
-    // The opening reads with the empty password whatever the constructor got;
-    // setting that same password afterwards must read the document again,
-    // since its key is not the one the opening read with.
+    // The opening reads with the empty password whatever the constructor got; setting that same password afterwards
+    // must read the document again, since its key is not the one the opening read with.
     const std::string path = encrypted("user owner 256");
     for (const char* pw : {"user", "owner"}) {
         CPDFKilnPage doc(path.c_str(), pw);
@@ -115,10 +112,9 @@ TEST_F(Protected, ConstructorPasswordIsReadWithBySetSourcePassword) {
 }
 
 TEST_F(Protected, EachR6HashRunsOncePerDocument) {
-    // Opening runs the trials of the empty password (its key, its /U check,
-    // its /O check); setting a password runs them again and those of the new
-    // one. Each distinct hash is computed once; the rest come from the
-    // document's cache, with the results of every trial as before.
+    // Opening runs the trials of the empty password (its key, its /U check, its /O check); setting a password runs them
+    // again and those of the new one. Each distinct hash is computed once; the rest come from the document's cache,
+    // with the results of every trial as before.
     const std::string path = encrypted("user owner 256");
     const struct {
         const char* password;

@@ -1,5 +1,4 @@
-// Text utilities of the facade: escapes, text strings, values cut out of
-// object text and the file key.
+// Text utilities of the facade: escapes, text strings, values cut out of object text and the file key.
 #include <gtest/gtest.h>
 
 #include "facade_test_util.h"

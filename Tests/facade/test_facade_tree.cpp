@@ -1,5 +1,4 @@
-// The page tree and page geometry: listing leaves, inheritance through the
-// running slots, rotation, boxes and sizes.
+// The page tree and page geometry: listing leaves, inheritance through the running slots, rotation, boxes and sizes.
 #include <gtest/gtest.h>
 
 #include "facade_test_util.h"
@@ -50,8 +49,8 @@ TEST(PageTree, LeavesOfTheTree) {
 }
 
 TEST(PageTreeInheritance, BoxesAndRotationOfAPage) {
-    // Page 6 and its parent 5 state no /MediaBox nor /Rotate: the page takes the values read last from
-    // any /Pages node, those of the sibling subtree 3.
+    // Page 6 and its parent 5 state no /MediaBox nor /Rotate: the page takes the values read last from any /Pages node,
+    // those of the sibling subtree 3.
     const std::map<int, std::string> leak{
         {2, "<< /Type /Pages /Kids [3 0 R 5 0 R] /MediaBox [0 0 612 792] /Count 2 >>"},
         {3, "<< /Type /Pages /Kids [4 0 R] /Parent 2 0 R /MediaBox [0 0 200 300] /Rotate 90 /Count 1 >>"},

@@ -1,5 +1,5 @@
-// The merge engine end to end: select pages of two sources, collect their
-// closures, renumber, and write objects, page tree, catalog and tail.
+// The merge engine end to end: select pages of two sources, collect their closures, renumber, and write objects, page
+// tree, catalog and tail.
 #include <gtest/gtest.h>
 
 #include <fstream>

@@ -1,5 +1,5 @@
-// The span copier: text copied as it stands, references rewritten through
-// the sink's table (or kept), /Length slots, strings and stream bodies.
+// The span copier: text copied as it stands, references rewritten through the sink's table (or kept), /Length slots,
+// strings and stream bodies.
 #include <gtest/gtest.h>
 
 #include "pdf_builder.h"

@@ -29,8 +29,8 @@ struct Engine {
 
 using Pairs = std::vector<std::pair<int, int>>;
 
-// Each text on the engine of the case before when the sources are the same,
-// so that a selection also replaces the one before it.
+// Each text on the engine of the case before when the sources are the same, so that a selection also replaces the one
+// before it.
 TEST(Selection, TextsAndTheOrderTheyGive) {
     const int bad = kResultBadBox;
     const struct {
