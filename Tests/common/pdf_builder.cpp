@@ -55,28 +55,31 @@ long PdfBuilder::objectStream(int num, const std::vector<std::pair<int, std::str
     return at;
 }
 
+std::vector<std::pair<int, std::vector<PdfBuilder::Entry>>> PdfBuilder::takeSections() {
+    if (firstSection_) pending_[{0, 65535}] = Entry{0, 0, 65535};
+    firstSection_ = false;
+    std::vector<std::pair<int, std::vector<Entry>>> runs;
+    int last = -2;
+    for (const auto& e : pending_) {
+        if (e.first.first != last + 1) runs.push_back({e.first.first, {}});
+        runs.back().second.push_back(e.second);
+        last = e.first.first;
+    }
+    pending_.clear();
+    return runs;
+}
+
 long PdfBuilder::xrefTable(const std::string& trailer) {
     const long at = here();
     text_ += "xref\n";
-    if (firstSection_) pending_[{0, 65535}] = Entry{0, 0, 65535};
-    firstSection_ = false;
-    // Subsections of consecutive numbers.
-    std::vector<std::pair<int, Entry>> rows;
-    for (const auto& e : pending_) rows.push_back({e.first.first, e.second});
-    std::size_t i = 0;
-    while (i < rows.size()) {
-        std::size_t j = i + 1;
-        while (j < rows.size() && rows[j].first == rows[j - 1].first + 1) ++j;
-        text_ += std::to_string(rows[i].first) + " " + std::to_string(j - i) + "\n";
-        for (std::size_t k = i; k < j; ++k) {
+    for (const auto& run : takeSections()) {
+        text_ += std::to_string(run.first) + " " + std::to_string(run.second.size()) + "\n";
+        for (const Entry& e : run.second) {
             char line[32];
-            std::snprintf(line, sizeof line, "%010ld %05d %c\r\n", rows[k].second.f2, rows[k].second.f3,
-                          rows[k].second.type == 0 ? 'f' : 'n');
+            std::snprintf(line, sizeof line, "%010ld %05d %c\r\n", e.f2, e.f3, e.type == 0 ? 'f' : 'n');
             text_ += line;
         }
-        i = j;
     }
-    pending_.clear();
     text_ += "trailer\n<< ";
     if (trailer.find("/Size") == std::string::npos) text_ += "/Size " + std::to_string(maxNum_ + 1) + " ";
     text_ += trailer + " >>\n";
@@ -87,26 +90,16 @@ long PdfBuilder::xrefStream(int num, const std::string& dict, const std::string&
     const long at = here();
     if (num > maxNum_) maxNum_ = num;
     pending_[{num, 0}] = Entry{1, at, 0};
-    if (firstSection_) pending_[{0, 65535}] = Entry{0, 0, 65535};
-    firstSection_ = false;
     std::string data, index;
-    std::vector<std::pair<int, Entry>> rows;
-    for (const auto& e : pending_) rows.push_back({e.first.first, e.second});
-    std::size_t i = 0;
-    while (i < rows.size()) {
-        std::size_t j = i + 1;
-        while (j < rows.size() && rows[j].first == rows[j - 1].first + 1) ++j;
-        index += std::to_string(rows[i].first) + " " + std::to_string(j - i) + " ";
-        for (std::size_t k = i; k < j; ++k) {
-            const Entry& e = rows[k].second;
+    for (const auto& run : takeSections()) {
+        index += std::to_string(run.first) + " " + std::to_string(run.second.size()) + " ";
+        for (const Entry& e : run.second) {
             data += static_cast<char>(e.type);
             for (int s = 24; s >= 0; s -= 8) data += static_cast<char>((e.f2 >> s) & 0xFF);
             data += static_cast<char>((e.f3 >> 8) & 0xFF);
             data += static_cast<char>(e.f3 & 0xFF);
         }
-        i = j;
     }
-    pending_.clear();
     std::string d = "/Type /XRef /W [1 4 2]";
     if (indexText.empty()) d += " /Index [" + index + "]";
     else if (indexText != "none") d += " /Index " + indexText;
@@ -146,6 +139,19 @@ std::string minimalPdf(const std::string& header, const std::string& junk) {
     b.catalog();
     long x = b.xrefTable("/Root 1 0 R");
     b.startxref(x);
+    return b.str();
+}
+
+std::string buildPdf(std::map<int, std::string> objects, const std::string& trailer, const std::string& header) {
+    objects.emplace(1, "<< /Type /Catalog /Pages 2 0 R >>");
+    objects.emplace(2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>");
+    PdfBuilder b(header);
+    for (const auto& o : objects) {
+        const std::size_t cut = o.second.find("stream:");
+        if (cut != std::string::npos) b.stream(o.first, o.second.substr(0, cut), o.second.substr(cut + 7));
+        else b.object(o.first, o.second);
+    }
+    b.startxref(b.xrefTable(trailer));
     return b.str();
 }
 

@@ -1,5 +1,5 @@
-// Helpers that the suites share: files, a scratch directory, subprocesses and
-// the checked-in lists of explained differences.
+// Helpers that the suites share: files, a scratch directory, subprocesses and the checked-in lists of explained
+// differences.
 #ifndef PDFKILN_TESTS_COMMON_TEST_UTIL_H
 #define PDFKILN_TESTS_COMMON_TEST_UTIL_H
 
@@ -52,8 +52,8 @@ inline std::string quote(const std::string& s) {
     return q + "'";
 }
 
-// Runs a shell command; returns its exit status (128 + signal when killed)
-// and, when asked, its standard output (standard error is dropped then).
+// Runs a shell command; returns its exit status (128 + signal when killed) and, when asked, its standard output
+// (standard error is dropped then).
 inline int run(const std::string& cmd, std::string* out = nullptr) {
     FILE* p = popen((cmd + (out ? " 2>/dev/null" : " >/dev/null 2>&1")).c_str(), "r");
     if (!p) return -1;
@@ -82,8 +82,7 @@ inline std::vector<std::string> listFile(const std::string& path) {
     return v;
 }
 
-// A checked-in list of explained differences: per line the name, a tab (or
-// blanks) and the rule.
+// A checked-in list of explained differences: per line the name, a tab (or blanks) and the rule.
 inline std::map<std::string, std::string> explained(const std::string& path) {
     std::map<std::string, std::string> m;
     for (const std::string& l : listFile(path)) {

@@ -1,12 +1,15 @@
-// Helpers of the page tests: small documents built in the test, opened
-// through the facade.
+// Helpers of the page tests: small documents built in the test, opened through the facade.
 #ifndef PDFKILN_TESTS_FACADE_UTIL_H
 #define PDFKILN_TESTS_FACADE_UTIL_H
 
+#include <gtest/gtest.h>
+
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "pdf_builder.h"
 #include "pdfkiln_page.h"
@@ -14,22 +17,7 @@
 
 namespace pagestest {
 
-// A document of the given object bodies; bodies that start with "stream:"
-// are written as "<dict>" "stream:" "<data>" stream objects. Without objects 1
-// and 2 of their own, 1 is the catalog and 2 a page tree of the one page 3.
-inline std::string buildPdf(std::map<int, std::string> objects, const std::string& trailer = "/Root 1 0 R") {
-    objects.emplace(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    objects.emplace(2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>");
-    pdftest::PdfBuilder b;
-    for (const auto& o : objects) {
-        const std::size_t cut = o.second.find("stream:");
-        if (cut != std::string::npos) b.stream(o.first, o.second.substr(0, cut), o.second.substr(cut + 7));
-        else b.object(o.first, o.second);
-    }
-    const long x = b.xrefTable(trailer);
-    b.startxref(x);
-    return b.str();
-}
+using pdftest::buildPdf;
 
 // A facade opened on an in-memory document.
 struct Doc {
@@ -42,6 +30,36 @@ struct Doc {
     std::unique_ptr<PDF_KILN::CPDFKilnPage> page;
     int rc = -1;
 };
+
+// Checks that `text` holds each of `present` and none of `absent`.
+inline void expectParts(const std::string& text, std::initializer_list<std::string> present,
+                        std::initializer_list<std::string> absent = {}) {
+    for (const std::string& p : present) EXPECT_NE(text.find(p), std::string::npos) << p << " in " << text;
+    for (const std::string& a : absent) EXPECT_EQ(text.find(a), std::string::npos) << a << " in " << text;
+}
+
+// Every object text the facade delivered for the current page, by new number.
+inline std::map<int, std::string> delivered(PDF_KILN::CPDFKilnPage& f) {
+    std::map<int, std::string> m;
+    for (auto it = f.begin(); it != f.end(); f.next(it)) m[it->first.first] = it->second;
+    return m;
+}
+
+// Those texts, each ended by a line feed.
+inline std::string joined(const std::map<int, std::string>& texts) {
+    std::string all;
+    for (const auto& e : texts) all += e.second + "\n";
+    return all;
+}
+inline std::string deliveredText(PDF_KILN::CPDFKilnPage& f) { return joined(delivered(f)); }
+
+// The object numbers of a list of references.
+template <typename List>
+std::vector<int> nums(const List& objects) {
+    std::vector<int> v;
+    for (const PDF_KILN::SObj& o : objects) v.push_back(o.num);
+    return v;
+}
 
 }  // namespace pagestest
 

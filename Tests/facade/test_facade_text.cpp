@@ -1,5 +1,4 @@
-// Text utilities of the facade: escapes, text strings, values cut out of
-// object text, hashes and the file key.
+// Text utilities of the facade: escapes, text strings, values cut out of object text and the file key.
 #include <gtest/gtest.h>
 
 #include "facade_test_util.h"
@@ -8,40 +7,34 @@ using namespace PDF_KILN;
 using pagestest::Doc;
 using pagestest::buildPdf;
 
-TEST(TextEscapes, LiteralStringEscapes) {
-    std::string out;
-    EXPECT_TRUE(CPDFKilnPage::unescapeStringObj("a\\053b", out));
-    EXPECT_EQ(out, "a+b");
-    out.clear();
-    EXPECT_TRUE(CPDFKilnPage::unescapeStringObj("\\0053", out));
-    EXPECT_EQ(out, std::string("\x05" "3", 2));
-    out.clear();
-    EXPECT_FALSE(CPDFKilnPage::unescapeStringObj("(a", out));
-    EXPECT_EQ(out, "(a");
-    out.clear();
-    EXPECT_TRUE(CPDFKilnPage::unescapeStringObj("x\r\ny\rz\\n\\(\\q\\", out));
-    EXPECT_EQ(out, "x\ny\nz\n(q") << "line ends become LF, an unknown escape drops its backslash";
-    out.clear();
-    EXPECT_TRUE(CPDFKilnPage::unescapeStringObj("", out));
-}
-
-TEST(TextEscapes, NamesAndFileSpecifications) {
-    std::string out;
-    EXPECT_TRUE(CPDFKilnPage::unescapeNameObj("A#20B", out));
-    EXPECT_EQ(out, "A B");
-    out.clear();
-    CPDFKilnPage::unescapeNameObj("A#2", out);
-    EXPECT_EQ(out, "A");
-    out.clear();
-    CPDFKilnPage::unescapeNameObj("#2f#2F", out);
-    EXPECT_EQ(out, "//");
-    out.clear();
-    EXPECT_TRUE(CPDFKilnPage::unescapeFilseSpecification("a\\/b", out));
-    EXPECT_EQ(out, "a/b");
-    out.clear();
-    // The second piece is copied with the separator's position as its length.
-    CPDFKilnPage::unescapeFilseSpecification("ab\\/cd\\/e", out);
-    EXPECT_EQ(out, "ab/cd\\/e/e");
+TEST(TextEscapes, StringsNamesAndFileSpecifications) {
+    using Unescape = bool (*)(const std::string&, std::string&);
+    const Unescape str = CPDFKilnPage::unescapeStringObj, name = CPDFKilnPage::unescapeNameObj,
+                   path = CPDFKilnPage::unescapeFilseSpecification;
+    const struct {
+        Unescape f;
+        std::string in;
+        bool ok;
+        std::string out;
+    } cases[] = {
+        {str, "a\\053b", true, "a+b"},
+        {str, "\\0053", true, std::string("\x05" "3", 2)},
+        {str, "(a", false, "(a"},
+        // Line ends become LF, an unknown escape drops its backslash.
+        {str, "x\r\ny\rz\\n\\(\\q\\", true, "x\ny\nz\n(q"},
+        {str, "", true, ""},
+        {name, "A#20B", true, "A B"},
+        {name, "A#2", true, "A"},
+        {name, "#2f#2F", true, "//"},
+        {path, "a\\/b", true, "a/b"},
+        // The second piece is copied with the separator's position as its length.
+        {path, "ab\\/cd\\/e", true, "ab/cd\\/e/e"},
+    };
+    for (const auto& c : cases) {
+        std::string out;
+        EXPECT_EQ(c.f(c.in, out), c.ok) << c.in;
+        EXPECT_EQ(out, c.out) << c.in;
+    }
 }
 
 TEST(TextStrings, UnicodeForms) {
@@ -77,15 +70,6 @@ TEST(TextValues, DictionaryMergeKeepsDuplicatesAndIgnoresNesting) {
     m.dictValMerge("/Shading", out);
     m.dictValMerge("/XObject", out);
     EXPECT_EQ(out, "/Font<< /F1 1 0 R  /F1 2 0 R /F2 3 0 R >>/XObject<< /X 4 0 R >>");
-}
-
-TEST(TextHashes, HashAndInclusion) {
-    EXPECT_EQ(hashstr("", 0), 0u);
-    EXPECT_EQ(hashstr("a", 1), 97u);
-    EXPECT_EQ(hashstr("ab", 2), 97u * 16 + 98);
-    EXPECT_EQ(hashstr("\xff", 1), 0xFFFFFFFFu ^ 0xF0000000u ^ 0xF0u);
-    EXPECT_TRUE(aIncludeB("abc", "bc"));
-    EXPECT_FALSE(aIncludeB("abc", "cb"));
 }
 
 TEST(TextFileKey, IdentifierOrChecksum) {

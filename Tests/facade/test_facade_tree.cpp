@@ -1,5 +1,4 @@
-// The page tree and page geometry: listing leaves, inheritance through the
-// running slots, rotation, boxes and sizes.
+// The page tree and page geometry: listing leaves, inheritance through the running slots, rotation, boxes and sizes.
 #include <gtest/gtest.h>
 
 #include "facade_test_util.h"
@@ -8,127 +7,91 @@ using namespace PDF_KILN;
 using pagestest::Doc;
 using pagestest::buildPdf;
 
-namespace {
-
 using Box = CPDFKilnPage::EBox;
 
-std::vector<int> pageNumbers(const Doc& d) {
-    std::vector<int> v;
-    for (const SObj& p : d.src().pages) v.push_back(p.num);
-    return v;
+TEST(PageTree, LeavesOfTheTree) {
+    const struct {
+        std::map<int, std::string> objs;
+        int rc;
+        std::vector<int> pages;
+    } cases[] = {
+        // Depth first, in document order.
+        {{{2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 3 >>"},
+          {3, "<< /Type /Pages /Kids [4 0 R 5 0 R] /Parent 2 0 R /Count 2 >>"},
+          {4, "<< /Type /Page /Parent 3 0 R /MediaBox [0 0 100 100] >>"},
+          {5, "<< /Type /Page /Parent 3 0 R /MediaBox [0 0 100 100] >>"},
+          {6, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 100 100] >>"}}, 0, {4, 5, 6}},
+        // Kids through a reference read as a direct array.
+        {{{2, "<< /Type /Pages /Kids 8 0 R /Count 2 >>"}, {8, "[4 0 R 5 0 R]"},
+          {4, "<< /Type /Page /Parent 2 0 R >>"}, {5, "<< /Type /Page /Parent 2 0 R >>"}}, 0, {4, 5}},
+        // 3 lists its own ancestor 2 and itself: each node is walked once.
+        {{{3, "<< /Type /Pages /Kids [4 0 R 2 0 R 3 0 R] /Parent 2 0 R /Count 1 >>"},
+          {4, "<< /Type /Page /Parent 3 0 R >>"}}, 0, {4}},
+        {{{2, "<< /Type /Pages /Kids [] /Count 0 >>"}}, 0, {}},
+        {{{1, "<< /Type /Catalog >>"}}, 0, {}},
+        {{{3, "<< /Type /Annot /Parent 2 0 R >>"}}, 1000, {}},
+        // A /Group's /Type /Group stands before the page's own /Type.
+        {{{3, "<< /Group << /Type /Group /S /Transparency >> /Type /Page /Parent 2 0 R /MediaBox [0 0 10 20] >>"}},
+         0, {3}},
+    };
+    for (const auto& c : cases) {
+        Doc d(buildPdf(c.objs));
+        EXPECT_EQ(d.rc, c.rc) << c.objs.begin()->second;
+        if (c.rc != 0) continue;
+        std::vector<int> pages;
+        for (const SObj& p : d.src().pages) pages.push_back(p.num);
+        EXPECT_EQ(pages, c.pages) << c.objs.begin()->second;
+        EXPECT_EQ(d.page->getPageCount(), static_cast<int>(c.pages.size()));
+        // Opening again lists each page once.
+        EXPECT_EQ(d.src().CheckAndInit(), 0);
+        EXPECT_EQ(d.page->getPageCount(), static_cast<int>(c.pages.size()));
+    }
 }
 
-}  // namespace
-
-TEST(PageTree, LeavesComeDepthFirstInDocumentOrder) {
-    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 3 >>"},
-                    {3, "<< /Type /Pages /Kids [4 0 R 5 0 R] /Parent 2 0 R /Count 2 >>"},
-                    {4, "<< /Type /Page /Parent 3 0 R /MediaBox [0 0 100 100] >>"},
-                    {5, "<< /Type /Page /Parent 3 0 R /MediaBox [0 0 100 100] >>"},
-                    {6, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 100 100] >>"}}));
-    ASSERT_EQ(d.rc, 0);
-    EXPECT_EQ(d.page->getPageCount(), 3);
-    EXPECT_EQ(pageNumbers(d), (std::vector<int>{4, 5, 6}));
+TEST(PageTreeInheritance, BoxesAndRotationOfAPage) {
+    // Page 6 and its parent 5 state no /MediaBox nor /Rotate: the page takes the values read last from any /Pages node,
+    // those of the sibling subtree 3.
+    const std::map<int, std::string> leak{
+        {2, "<< /Type /Pages /Kids [3 0 R 5 0 R] /MediaBox [0 0 612 792] /Count 2 >>"},
+        {3, "<< /Type /Pages /Kids [4 0 R] /Parent 2 0 R /MediaBox [0 0 200 300] /Rotate 90 /Count 1 >>"},
+        {4, "<< /Type /Page /Parent 3 0 R >>"},
+        {5, "<< /Type /Pages /Kids [6 0 R] /Parent 2 0 R /Count 1 >>"},
+        {6, "<< /Type /Page /Parent 5 0 R >>"}};
+    const std::map<int, std::string> own{
+        {2, "<< /Type /Pages /Kids [3 0 R] /MediaBox [0 0 612 792] /CropBox [1 1 5 5] /Count 1 >>"},
+        {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 50 60] >>"}};
+    const std::map<int, std::string> indirect{
+        {3, "<< /Type /Page /Parent 2 0 R /MediaBox 7 0 R /Rotate 8 0 R /CropBox [0 0 5] >>"},
+        {7, "[0 0 321 123]"},
+        {8, "270"}};
+    const struct {
+        const std::map<int, std::string>& objs;
+        int page;
+        Box box;
+        std::vector<float> rect;
+        int rotate;
+    } cases[] = {
+        {leak, 2, Box::eMediaBox, {0, 0, 200, 300}, 90},
+        {own, 1, Box::eMediaBox, {0, 0, 50, 60}, 0},
+        {own, 1, Box::eCropBox, {1, 1, 5, 5}, 0},
+        {indirect, 1, Box::eMediaBox, {0, 0, 321, 123}, 270},
+        {indirect, 1, Box::eCropBox, {0, 0, 0, 0}, 270},  // a box of fewer than four numbers is ignored
+    };
+    for (const auto& c : cases) {
+        Doc d(buildPdf(c.objs));
+        ASSERT_EQ(d.rc, 0);
+        std::vector<float> r(4, -1);
+        ASSERT_EQ(d.page->getPageBox(c.page, c.box, r[0], r[1], r[2], r[3]), 0);
+        EXPECT_EQ(r, c.rect) << c.objs.at(3) << " box " << static_cast<int>(c.box);
+        int rotate = -1;
+        EXPECT_EQ(d.page->getPageRotate(c.page, rotate), 0);
+        EXPECT_EQ(rotate, c.rotate) << c.objs.at(3);
+    }
 }
 
-TEST(PageTree, KidsThroughAReferenceReadAsADirectArray) {
-    Doc d(buildPdf({{2, "<< /Type /Pages /Kids 8 0 R /Count 2 >>"},
-                    {8, "[4 0 R 5 0 R]"},
-                    {4, "<< /Type /Page /Parent 2 0 R >>"},
-                    {5, "<< /Type /Page /Parent 2 0 R >>"}}));
-    ASSERT_EQ(d.rc, 0);
-    EXPECT_EQ(pageNumbers(d), (std::vector<int>{4, 5}));
-}
-
-TEST(PageTree, KidsCycleAndSharedNodesEnd) {
-    // 3 lists its own ancestor 2: each node is walked once.
-    Doc d(buildPdf({{3, "<< /Type /Pages /Kids [4 0 R 2 0 R 3 0 R] /Parent 2 0 R /Count 1 >>"},
-                    {4, "<< /Type /Page /Parent 3 0 R >>"}}));
-    ASSERT_EQ(d.rc, 0);
-    EXPECT_EQ(pageNumbers(d), (std::vector<int>{4}));
-}
-
-TEST(PageTree, EmptyKidsAndMissingTreeGiveNoPages) {
-    Doc empty(buildPdf({{2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
-    EXPECT_EQ(empty.rc, 0);
-    EXPECT_EQ(empty.page->getPageCount(), 0);
-    Doc none(buildPdf({{1, "<< /Type /Catalog >>"}}));
-    EXPECT_EQ(none.rc, 0);
-    EXPECT_EQ(none.page->getPageCount(), 0);
-}
-
-TEST(PageTree, NodeOfUnknownTypeFailsTheOpening) {
-    Doc d(buildPdf({{3, "<< /Type /Annot /Parent 2 0 R >>"}}));
-    EXPECT_EQ(d.rc, 1000);
-}
-
-TEST(PageTree, NestedTypeKeysBelongToTheirOwnDictionaries) {
-    // A /Group's /Type /Group stands before the page's own /Type.
-    Doc d(buildPdf({{3, "<< /Group << /Type /Group /S /Transparency >> /Type /Page /Parent 2 0 R "
-                        "/MediaBox [0 0 10 20] >>"}}));
-    ASSERT_EQ(d.rc, 0);
-    EXPECT_EQ(d.page->getPageCount(), 1);
-}
-
-TEST(PageTree, OpeningTwiceListsEachPageOnce) {
-    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R >>"}}));
-    ASSERT_EQ(d.rc, 0);
-    EXPECT_EQ(d.src().CheckAndInit(), 0);
-    EXPECT_EQ(d.page->getPageCount(), 1);
-}
-
-TEST(PageTreeInheritance, RunningSlotLeaksIntoALaterSiblingSubtree) {
-    // Page 6 states no /MediaBox and its parent 5 none either: it takes the
-    // value read last from any /Pages node, that of the sibling subtree 3.
-    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 5 0 R] /MediaBox [0 0 612 792] /Count 2 >>"},
-                    {3, "<< /Type /Pages /Kids [4 0 R] /Parent 2 0 R /MediaBox [0 0 200 300] /Rotate 90 /Count 1 >>"},
-                    {4, "<< /Type /Page /Parent 3 0 R >>"},
-                    {5, "<< /Type /Pages /Kids [6 0 R] /Parent 2 0 R /Count 1 >>"},
-                    {6, "<< /Type /Page /Parent 5 0 R >>"}}));
-    ASSERT_EQ(d.rc, 0);
-    float x1, y1, x2, y2;
-    ASSERT_EQ(d.page->getPageBox(2, Box::eMediaBox, x1, y1, x2, y2), 0);
-    EXPECT_EQ(x2, 200);
-    EXPECT_EQ(y2, 300);
-    int r = -1;
-    EXPECT_EQ(d.page->getPageRotate(2, r), 0);
-    EXPECT_EQ(r, 90);
-}
-
-TEST(PageTreeInheritance, OwnValuesWinOverTheSlot) {
-    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R] /MediaBox [0 0 612 792] /CropBox [1 1 5 5] /Count 1 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 50 60] >>"}}));
-    ASSERT_EQ(d.rc, 0);
-    float x1, y1, x2, y2;
-    d.page->getPageBox(1, Box::eMediaBox, x1, y1, x2, y2);
-    EXPECT_EQ(x2, 50);
-    d.page->getPageBox(1, Box::eCropBox, x1, y1, x2, y2);
-    EXPECT_EQ(x1, 1);
-    EXPECT_EQ(y2, 5);
-}
-
-TEST(PageTreeInheritance, IndirectBoxesAndRotationAreFollowed) {
-    Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /MediaBox 7 0 R /Rotate 8 0 R /CropBox [0 0 5] >>"},
-                    {7, "[0 0 321 123]"},
-                    {8, "270"}}));
-    ASSERT_EQ(d.rc, 0);
-    float x1, y1, x2, y2;
-    d.page->getPageBox(1, Box::eMediaBox, x1, y1, x2, y2);
-    EXPECT_EQ(x2, 321);
-    d.page->getPageBox(1, Box::eCropBox, x1, y1, x2, y2);
-    EXPECT_EQ(x2, 0) << "a box of fewer than four numbers is ignored";
-    int r = 0;
-    d.page->getPageRotate(1, r);
-    EXPECT_EQ(r, 270);
-}
-
-namespace {
-
-Doc rotatedDoc(const std::string& rotate) {
+static Doc rotatedDoc(const std::string& rotate) {
     return Doc(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /Rotate " + rotate + " >>"}}));
 }
-
-}  // namespace
 
 TEST(PageGeometry, RotationIsKeptAsGivenUnlessNotAMultipleOf90) {
     struct Case {
@@ -200,20 +163,22 @@ TEST(PageGeometry, CurrentPageBoxComesFromThePageTextOnly) {
                     {4, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [1 2 3 4 5] >>"},
                     {5, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [10 .5 30 40] >>"}}));
     ASSERT_EQ(d.rc, 0);
-    float x1, y1, x2, y2;
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->getPageBox(Box::eCropBox, x1, y1, x2, y2);
-    EXPECT_EQ(x2, 200) << "an inherited crop box is answered with the media box";
-    ASSERT_EQ(d.page->setPageNo(2), 0);
-    d.page->getPageBox(Box::eCropBox, x1, y1, x2, y2);
-    EXPECT_EQ(x2, 200) << "five numbers are no box";
-    ASSERT_EQ(d.page->setPageNo(3), 0);
-    d.page->getPageBox(Box::eCropBox, x1, y1, x2, y2);
-    EXPECT_EQ(x1, 10);
-    EXPECT_EQ(y1, 5) << "the number rule reads .5 as 5";
-    d.page->getPageBox(Box::eVisibleBox, x1, y1, x2, y2);
-    EXPECT_EQ(x1, 10);
-    EXPECT_FLOAT_EQ(y1, 0.5f) << "the visible area comes from the page record, not the text";
+    const struct {
+        int page;
+        Box box;
+        std::vector<float> rect;
+    } rows[] = {
+        {1, Box::eCropBox, {0, 0, 200, 100}},       // an inherited crop box is answered with the media box
+        {2, Box::eCropBox, {0, 0, 200, 100}},       // five numbers are no box
+        {3, Box::eCropBox, {10, 5, 30, 40}},        // the number rule reads .5 as 5
+        {3, Box::eVisibleBox, {10, 0.5f, 30, 40}},  // the visible area comes from the page record, not the text
+    };
+    for (const auto& row : rows) {
+        ASSERT_EQ(d.page->setPageNo(row.page), 0);
+        std::vector<float> r(4, -1);
+        d.page->getPageBox(row.box, r[0], r[1], r[2], r[3]);
+        EXPECT_EQ(r, row.rect) << row.page;
+    }
 }
 
 TEST(PageSelection, SameNumberKeepsTheMapAndZeroFirstIsANoOp) {

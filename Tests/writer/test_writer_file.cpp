@@ -3,7 +3,8 @@
 
 #include <cstring>
 
-#include "writer_test_util.h"
+#include "pdf_builder.h"
+#include "pdfkiln_destfile.h"
 
 using namespace PDF_KILN;
 
@@ -30,21 +31,16 @@ TEST(XRef, OneSubsectionWithTenAndFiveDigitFields) {
     EXPECT_EQ(tail.back(), 'F') << "no line end follows %%EOF";
 }
 
-TEST(XRef, IdentifierWrittenWhenSetAndSecondCopiedFromTheFirst) {
-    CDestFile out;
-    out.catalog.self = SObj(1, 0);
+TEST(XRef, IdentifierOnlyWhenSetWithTheSecondCopiedFromTheFirst) {
+    CDestFile none, set;
+    none.catalog.self = set.catalog.self = SObj(1, 0);
+    none.fileInfo.WriteXRef(none);
+    EXPECT_EQ(none.find("/ID"), std::string::npos);
     const unsigned char id[] = {0xab, 0x01, 0x02};
-    std::memcpy(out.fileInfo.fileId.id1, id, 3);
-    out.fileInfo.fileId.id1Length = 3;
-    out.fileInfo.WriteXRef(out);
-    EXPECT_NE(out.find("/ID[<ab0102><ab0102>]"), std::string::npos) << out;
-}
-
-TEST(XRef, NoIdentifierWhenNoneIsSet) {
-    CDestFile out;
-    out.catalog.self = SObj(1, 0);
-    out.fileInfo.WriteXRef(out);
-    EXPECT_EQ(out.find("/ID"), std::string::npos);
+    std::memcpy(set.fileInfo.fileId.id1, id, 3);
+    set.fileInfo.fileId.id1Length = 3;
+    set.fileInfo.WriteXRef(set);
+    EXPECT_NE(set.find("/ID[<ab0102><ab0102>]"), std::string::npos) << set;
 }
 
 TEST(Info, FieldsInTheirOrderEachOnALine) {
@@ -52,15 +48,10 @@ TEST(Info, FieldsInTheirOrderEachOnALine) {
     CFileInfo::CInfo& info = out.fileInfo.info;
     info.self = SObj(9, 0);
     info.title = "T(1)";
-    info.author.clear();
-    info.subject.clear();
-    info.keywords.clear();
     info.creator = "C";
-    info.producer.clear();
+    for (std::string* empty : {&info.author, &info.subject, &info.keywords, &info.producer}) empty->clear();
     info.creationDate = "D:2026";
     info.modDate = "D:2027";
-    CSourFile* none = nullptr;
-    (void)none;
     pdftest::Source src(pdftest::minimalPdf());
     info.Write(out, src.file);
     EXPECT_EQ(std::string(out),

@@ -1,14 +1,13 @@
-// The merge engine end to end: select pages of two sources, collect their
-// closures, renumber, and write objects, page tree, catalog and tail.
+// The merge engine end to end: select pages of two sources, collect their closures, renumber, and write objects, page
+// tree, catalog and tail.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
-#include <memory>
 
 #include "pdfkiln_destfile.h"
 #include "pdfkiln_obj_page.h"
 #include "pdfkiln_sourfile.h"
+#include "test_util.h"
 
 using namespace PDF_KILN;
 
@@ -60,13 +59,12 @@ TEST(Merge, TwoSourcesGiveOneGroupNodeEachAndSharedObjectsOnce) {
     out.catalog.Write(out, a.file);
     out.fileInfo.info.self = SObj(out.nextObjNo++, 0);
     out.fileInfo.Write(out, a.file);
-    const std::string path = ::testing::TempDir() + "pdfkiln-merge.pdf";
-    std::ofstream(path, std::ios::binary) << static_cast<const std::string&>(out);
-    std::string cmd = "qpdf --show-xref '" + path + "' > /dev/null 2>&1";
-    if (std::system("qpdf --version > /dev/null 2>&1") == 0) {
-        EXPECT_EQ(std::system(cmd.c_str()), 0) << out;
+    testutil::TempDir tmp;
+    const std::string path = tmp.file("merge.pdf");
+    testutil::writeFile(path, static_cast<const std::string&>(out));
+    if (testutil::run("qpdf --version") == 0) {
+        EXPECT_EQ(testutil::run("qpdf --show-xref " + testutil::quote(path)), 0);
     }
-    std::remove(path.c_str());
     out.sources.clear();
 }
 

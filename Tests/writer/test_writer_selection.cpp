@@ -3,7 +3,8 @@
 
 #include <memory>
 
-#include "writer_test_util.h"
+#include "pdf_builder.h"
+#include "pdfkiln_destfile.h"
 
 using namespace PDF_KILN;
 
@@ -11,7 +12,7 @@ namespace {
 
 // Sources with a given number of pages; the page objects are stand-ins.
 struct Engine {
-    explicit Engine(std::initializer_list<int> pageCounts) {
+    explicit Engine(const std::vector<int>& pageCounts) : counts(pageCounts) {
         for (int n : pageCounts) {
             auto s = std::make_unique<pdftest::Source>(pdftest::minimalPdf());
             s->file.CheckAndInit();
@@ -21,70 +22,56 @@ struct Engine {
         }
     }
     ~Engine() { out.sources.clear(); }
+    std::vector<int> counts;
     std::vector<std::unique_ptr<pdftest::Source>> sources;
     CDestFile out;
 };
 
-std::vector<std::pair<int, int>> order(const CDestFile& out) {
-    std::vector<std::pair<int, int>> v;
-    for (const auto& e : out.order) v.emplace_back(e.file, e.page);
-    return v;
-}
-
 using Pairs = std::vector<std::pair<int, int>>;
 
-TEST(Selection, ListedExamples) {
-    Engine e{9, 9};
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:3"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{1, 3}}));
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:3,7,9"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{1, 3}, {1, 7}, {1, 9}}));
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:1~5 2:4"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{1, 1}, {1, 2}, {1, 3}, {1, 4}, {1, 5}, {2, 4}}));
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:2-4"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{1, 2}, {1, 3}, {1, 4}}));
-    EXPECT_EQ(e.out.SetReadFileAndPage("2:0"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{2, 0}}));
-    EXPECT_EQ(e.out.SetReadFileAndPage("0:0"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{0, 0}}));
-}
-
-TEST(Selection, OnePageSource) {
-    Engine e{1};
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:1"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{1, 1}}));
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:2"), kResultBadBox) << "page beyond the end: no entry, so 1006";
-}
-
-TEST(Selection, RefusedTexts) {
-    Engine e{3};
-    EXPECT_EQ(e.out.SetReadFileAndPage("0:3"), kResultBadBox);
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:3~1"), kResultBadBox);
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:"), kResultBadBox);
-    EXPECT_EQ(e.out.SetReadFileAndPage("-1:1"), kResultBadBox);
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:1,0"), kResultBadBox) << "a page 0 behind a comma";
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:-2"), kResultBadBox);
-    EXPECT_EQ(e.out.SetReadFileAndPage(""), kResultBadBox);
-}
-
-TEST(Selection, RangesDoNotCheckThePageCountButListsDo) {
-    Engine e{2};
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:1~3"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{1, 1}, {1, 2}, {1, 3}}));
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:1,3,2"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{1, 1}, {1, 2}})) << "page 3 of a 2-page source is left out silently";
-    EXPECT_EQ(e.out.SetReadFileAndPage("3:1 1:2"), 0) << "a file above the source count is left out";
-    EXPECT_EQ(order(e.out), (Pairs{{1, 2}}));
-}
-
-TEST(Selection, LeadingZerosAreSteppedOver) {
-    Engine e{9};
-    EXPECT_EQ(e.out.SetReadFileAndPage("1:007"), 0);
-    EXPECT_EQ(order(e.out), (Pairs{{1, 7}}));
+// Each text on the engine of the case before when the sources are the same, so that a selection also replaces the one
+// before it.
+TEST(Selection, TextsAndTheOrderTheyGive) {
+    const int bad = kResultBadBox;
+    const struct {
+        std::vector<int> pages;  // page count of each source
+        const char* text;
+        int rc;
+        Pairs order;
+    } cases[] = {
+        {{9, 9}, "1:3", 0, {{1, 3}}},
+        {{9, 9}, "1:3,7,9", 0, {{1, 3}, {1, 7}, {1, 9}}},
+        {{9, 9}, "1:1~5 2:4", 0, {{1, 1}, {1, 2}, {1, 3}, {1, 4}, {1, 5}, {2, 4}}},
+        {{9, 9}, "1:2-4", 0, {{1, 2}, {1, 3}, {1, 4}}},
+        {{9, 9}, "2:0", 0, {{2, 0}}},
+        {{9, 9}, "0:0", 0, {{0, 0}}},
+        {{1}, "1:1", 0, {{1, 1}}},
+        {{1}, "1:2", bad, {}},  // page beyond the end: no entry
+        {{3}, "0:3", bad, {}},
+        {{3}, "1:3~1", bad, {}},
+        {{3}, "1:", bad, {}},
+        {{3}, "-1:1", bad, {}},
+        {{3}, "1:1,0", bad, {}},  // a page 0 behind a comma
+        {{3}, "1:-2", bad, {}},
+        {{3}, "", bad, {}},
+        {{2}, "1:1~3", 0, {{1, 1}, {1, 2}, {1, 3}}},  // ranges do not check the page count
+        {{2}, "1:1,3,2", 0, {{1, 1}, {1, 2}}},        // lists leave page 3 of 2 out silently
+        {{2}, "3:1 1:2", 0, {{1, 2}}},                // a file above the source count is left out
+        {{9}, "1:007", 0, {{1, 7}}},                  // leading zeros are stepped over
+    };
+    std::unique_ptr<Engine> e;
+    for (const auto& c : cases) {
+        if (!e || e->counts != c.pages) e = std::make_unique<Engine>(c.pages);
+        EXPECT_EQ(e->out.SetReadFileAndPage(c.text), c.rc) << c.text;
+        if (c.rc != 0) continue;
+        Pairs order;
+        for (const auto& o : e->out.order) order.emplace_back(o.file, o.page);
+        EXPECT_EQ(order, c.order) << c.text;
+    }
 }
 
 TEST(Renumber, StartObjectTakesEffectAtInitAndRunsFollowFileOrder) {
-    Engine e{1, 1};
+    Engine e({1, 1});
     e.out.getStartObj(100);
     e.out.Init();
     e.sources[1]->file.fileObjects = {SObj(8, 0), SObj(3, 0)};
