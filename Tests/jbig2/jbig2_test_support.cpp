@@ -15,31 +15,7 @@ namespace jbig2test {
 
 using jbig2::ArithmeticDecoder;
 
-Bytes segment(uint32_t number, int type, const std::vector<uint32_t>& refs, const Bytes& data, uint32_t length) {
-    Bytes b;
-    put32(b, number);
-    b.push_back(static_cast<unsigned char>(type));
-    b.push_back(static_cast<unsigned char>(refs.size() << 5));
-    for (uint32_t r : refs) b.push_back(static_cast<unsigned char>(r));
-    b.push_back(1);  // page association
-    put32(b, length == 0xFFFFFFFEu ? static_cast<uint32_t>(data.size()) : length);
-    return cat({b, data});
-}
-
-Bytes pageInfo(uint32_t w, uint32_t h, unsigned char flags, uint16_t striping) {
-    Bytes d;
-    for (uint32_t v : {w, h, 72u, 96u}) put32(d, v);
-    d.push_back(flags);
-    put16(d, striping);
-    return d;
-}
-
-Bytes regionInfo(uint32_t w, uint32_t h, uint32_t x, uint32_t y, unsigned char op) {
-    Bytes d;
-    for (uint32_t v : {w, h, x, y}) put32(d, v);
-    d.push_back(op);
-    return d;
-}
+namespace {
 
 void mmrRow(BitWriter& w, const std::string& row) {
     // The terminating codes of white runs 0 to 16 and black runs 0 to 12.
@@ -56,6 +32,8 @@ void mmrRow(BitWriter& w, const std::string& row) {
         w.bits("001").bits(white[nw]).bits(black[nb]);
     }
 }
+
+}  // namespace
 
 Bytes mmrRows(const Rows& rows, bool eofb) {
     BitWriter w;
@@ -296,6 +274,12 @@ uint32_t be32(const Bytes& d, std::size_t p) {
     return (uint32_t(d[p]) << 24) | (uint32_t(d[p + 1]) << 16) | (uint32_t(d[p + 2]) << 8) | d[p + 3];
 }
 
+struct SegmentInfo {
+    int type = 0;
+    std::size_t headerStart = 0, headerEnd = 0, dataStart = 0, dataEnd = 0;
+    uint32_t dataLength = 0;  // as written
+};
+
 // The end of a generic region of unknown length: the end marker (0xFF 0xAC
 // arithmetic, 0x00 0x00 MMR) and the 4-byte row count behind it.
 std::size_t findUnknownEnd(const Bytes& d, std::size_t dataStart) {
@@ -308,28 +292,24 @@ std::size_t findUnknownEnd(const Bytes& d, std::size_t dataStart) {
 bool parseHeader(const Bytes& d, std::size_t& p, SegmentInfo& s) {
     if (p + 11 > d.size()) return false;
     s.headerStart = p;
-    s.number = be32(d, p);
+    const uint32_t number = be32(d, p);
     const unsigned char flags = d[p + 4];
     s.type = flags & 0x3F;
-    p += 5;
-    uint32_t count = d[p] >> 5;
-    if (count == 7) {
-        count = be32(d, p) & 0x1FFFFFFF;
-        p += 4 + (count + 8) / 8;
-    } else {
-        p += 1;
+    uint32_t count = d[p + 5] >> 5;
+    p += 6;
+    if (count == 7) {  // the long form, then the retention bits
+        count = be32(d, p - 1) & 0x1FFFFFFF;
+        p += 3 + (count + 8) / 8;
     }
-    p += count * (s.number <= 256 ? 1 : (s.number <= 65536 ? 2 : 4));
-    p += (flags & 0x40) ? 4 : 1;  // page association
+    p += count * (number <= 256 ? 1 : (number <= 65536 ? 2 : 4)) + ((flags & 0x40) ? 4 : 1);
     s.dataLength = be32(d, p);
-    p += 4;
-    s.headerEnd = p;
+    s.headerEnd = p += 4;
     return p <= d.size();
 }
 
 }  // namespace
 
-std::vector<SegmentInfo> listSegments(const Bytes& d) {
+Bytes pickSegments(const Bytes& d, const std::function<bool(int type)>& keep) {
     std::vector<SegmentInfo> segments;
     std::size_t p = 0;
     bool randomAccess = false;
@@ -348,17 +328,12 @@ std::vector<SegmentInfo> listSegments(const Bytes& d) {
         segments.push_back(s);
         if (s.type == 51) break;
     }
-    if (randomAccess)  // all headers, then all data
-        for (SegmentInfo& s : segments) {
+    Bytes out;
+    for (SegmentInfo& s : segments) {
+        if (randomAccess) {  // all headers, then all data
             s.dataStart = p;
             p = s.dataEnd = p + s.dataLength;
         }
-    return segments;
-}
-
-Bytes pickSegments(const Bytes& d, const std::function<bool(int type)>& keep) {
-    Bytes out;
-    for (const SegmentInfo& s : listSegments(d)) {
         if (!keep(s.type) || s.dataEnd > d.size()) continue;
         out.insert(out.end(), d.begin() + static_cast<std::ptrdiff_t>(s.headerStart),
                    d.begin() + static_cast<std::ptrdiff_t>(s.headerEnd));

@@ -1,6 +1,6 @@
 // Helpers of the jbig2 tests: builders of the smallest inputs that show a
-// behaviour, the standard Huffman tables' cases, a segment lister, bitmap
-// readers, decoding by the jbig2:: decoder, and the corpus walk.
+// behaviour, the standard Huffman tables' cases, bitmap readers, decoding by
+// the jbig2:: decoder, the embedded form of a file, and the corpus walk.
 #ifndef PDFKILN_TESTS_JBIG2_SUPPORT_H
 #define PDFKILN_TESTS_JBIG2_SUPPORT_H
 
@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <functional>
 #include <initializer_list>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -25,24 +24,33 @@ inline Bytes readFile(const std::string& path) {
     return Bytes(s.begin(), s.end());
 }
 
-// Big-endian, in `n` bytes.
-inline void put32(Bytes& b, uint32_t v, int n = 4) {
-    for (int s = 8 * n - 8; s >= 0; s -= 8) b.push_back(static_cast<unsigned char>(v >> s));
-}
-inline void put16(Bytes& b, uint16_t v) { put32(b, v, 2); }
-
 inline Bytes cat(std::initializer_list<Bytes> parts) {
     Bytes out;
     for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
     return out;
 }
 
+// `v` big-endian in `n` bytes.
+inline Bytes be(uint32_t v, int n = 4) {
+    Bytes b;
+    for (int s = 8 * n - 8; s >= 0; s -= 8) b.push_back(static_cast<unsigned char>(v >> s));
+    return b;
+}
+
 // A segment header (short forms: up to 4 referred segments, numbers below
 // 257, page 1) and its data; `length` replaces the data's size when given.
-Bytes segment(uint32_t number, int type, const std::vector<uint32_t>& refs, const Bytes& data,
-              uint32_t length = 0xFFFFFFFEu);
-Bytes pageInfo(uint32_t w, uint32_t h, unsigned char flags = 0, uint16_t striping = 0);
-Bytes regionInfo(uint32_t w, uint32_t h, uint32_t x, uint32_t y, unsigned char op);
+inline Bytes segment(uint32_t number, int type, const std::vector<uint32_t>& refs, const Bytes& data,
+                     uint32_t length = 0xFFFFFFFEu) {
+    return cat({be(number), {static_cast<unsigned char>(type), static_cast<unsigned char>(refs.size() << 5)},
+                Bytes(refs.begin(), refs.end()), {1},
+                be(length == 0xFFFFFFFEu ? static_cast<uint32_t>(data.size()) : length), data});
+}
+inline Bytes pageInfo(uint32_t w, uint32_t h, unsigned char flags = 0, uint16_t striping = 0) {
+    return cat({be(w), be(h), be(72), be(96), {flags}, be(striping, 2)});
+}
+inline Bytes regionInfo(uint32_t w, uint32_t h, uint32_t x, uint32_t y, unsigned char op) {
+    return cat({be(w), be(h), be(x), be(y), {op}});
+}
 
 // Most significant bit first.
 class BitWriter {
@@ -74,7 +82,6 @@ private:
 
 // MMR rows in horizontal mode only (valid against any row above; white runs
 // up to 16, black up to 12), an EOFB after them when asked.
-void mmrRow(BitWriter& w, const std::string& row);
 Bytes mmrRows(const Rows& rows, bool eofb = false);
 // An MMR generic region's data (`flags`: its flags byte).
 Bytes genericMMR(uint32_t x, uint32_t y, unsigned char op, const Rows& rows, unsigned char flags = 0x01);
@@ -84,6 +91,12 @@ inline Bytes pageSeg(uint32_t number, uint32_t w, uint32_t h, unsigned char flag
 }
 inline Bytes mmrSeg(uint32_t number, uint32_t x, uint32_t y, unsigned char op, const Rows& rows, int type = 38) {
     return segment(number, type, {}, genericMMR(x, y, op, rows));
+}
+// The symbol ID table of a Huffman text region over one symbol: run code 1
+// has length 1, the others none; then the symbol's code length, 1.
+inline void oneSymbolIdTable(BitWriter& w) {
+    for (int i = 0; i < 35; ++i) w.value(i == 1 ? 1 : 0, 4);
+    w.bits("0").align();
 }
 
 // The MQ encoder of Annex E.2 (software conventions).
@@ -185,21 +198,15 @@ struct DecodeCase {
 };
 void checkDecodeCases(const std::vector<DecodeCase>& cases);
 
-// A file's segments (unknown lengths of generic regions by their end marker).
-struct SegmentInfo {
-    uint32_t number = 0;
-    int type = 0;
-    std::size_t headerStart = 0, headerEnd = 0, dataStart = 0, dataEnd = 0;
-    uint32_t dataLength = 0;  // as written
-};
-std::vector<SegmentInfo> listSegments(const Bytes& data);
-// The segments of the types `keep` takes, in the embedded form.
+// A file's segments of the types `keep` takes, in the embedded form (no file
+// header, sequential); unknown lengths of generic regions by their end marker.
 Bytes pickSegments(const Bytes& file, const std::function<bool(int type)>& keep);
 inline Bytes toEmbedded(const Bytes& file) {
     return pickSegments(file, [](int t) { return t != 51; });
 }
 // Split for PDF: dictionaries and code tables go to the globals.
 inline bool isGlobal(int type) { return type == 0 || type == 16 || type == 53; }
+inline bool isPageData(int type) { return !isGlobal(type) && type != 51; }
 
 // The serenity JBIG2 corpus and its files that decode to reference/bitmap.bmp.
 inline const std::string kCorpus = std::string(PDFKILN_CORPUS_DIR) + "/jbig2/serenity";

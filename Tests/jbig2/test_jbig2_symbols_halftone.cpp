@@ -1,10 +1,10 @@
 // Symbol dictionaries, text regions, pattern dictionaries and halftone
-// regions, on the smallest inputs that show each behaviour: Huffman-coded
-// dictionaries and text (the codes of the standard tables are written out
-// below), MMR-coded patterns, and arithmetic-coded grey planes made with the
-// test MQ encoder.
+// regions on the smallest streams that show each behaviour: Huffman-coded
+// dictionaries and text (the standard tables' codes written out), MMR-coded
+// patterns, and grey planes coded with the test MQ encoder.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
 
 #include "jbig2/jbig2.h"
@@ -15,88 +15,62 @@ using namespace jbig2test;
 
 namespace {
 
-// Codes of the standard tables: B.1 (A) for 0..15, B.6 (F) for 0..127.
+// B.1 (table A) codes 0..15 as "0" and 4 bits.
 void tableA(BitWriter& w, uint32_t v) { w.bits("0").value(v, 4); }
-void tableF(BitWriter& w, uint32_t v) { w.bits("00").value(v, 7); }
 
 // A Huffman dictionary (tables D, B, A, A) exporting `exported` symbols by
-// the runs `exportRuns` (table A). With `twoSymbols`, two new symbols in one
-// height class of 3 rows, widths 2 and 3, in an uncompressed collective
-// bitmap: "11/01/11" and "101/010/101"; else no new symbols.
+// the runs `exportRuns`. With `twoSymbols`, two new symbols of height 3 and
+// widths 2 and 3 in an uncompressed collective bitmap, "11/01/11" and
+// "101/010/101"; else no new symbols.
 Bytes dictionary(bool twoSymbols, const std::vector<uint32_t>& exportRuns, uint32_t exported) {
-    Bytes d;
-    put16(d, 0x0001);  // SDHUFF
-    put32(d, exported);
-    put32(d, twoSymbols ? 2 : 0);
     BitWriter w;
     if (twoSymbols) {
-        w.bits("110").bits("110").bits("10").bits("111111");  // DH 3 (D), DW 2, DW 1 (B), OOB
-        tableA(w, 0);                                          // BMSIZE 0: uncompressed
+        w.bits("110" "110" "10" "111111");  // DH 3 (D), DW 2 and DW 1 (B), OOB
+        tableA(w, 0);                        // BMSIZE 0: uncompressed
         w.align().value(0xE8, 8).value(0x50, 8).value(0xE8, 8);  // rows of 5 pixels, byte-aligned
     }
     for (uint32_t run : exportRuns) tableA(w, run);
-    return cat({d, w.bytes()});
+    return cat({be(0x0001, 2), be(exported), be(twoSymbols ? 2 : 0), w.bytes()});  // SDHUFF
 }
 
-// A Huffman text region of 10x3 with SBDSOFFSET `dsOffset` (5 bits), placing
-// symbol 0 of a one-symbol list twice in one strip: first at S 1, then after
-// an IDS of 2. `userDS` codes the IDS with the user table of userTableForDS()
-// instead of table H.
+// A Huffman text region of 10x3 with SBDSOFFSET `dsOffset` (5 bits) placing
+// symbol 0 twice in one strip: at S 1, then after an IDS of 2, coded by table
+// H or, with `userDS`, by the user table of userTableForDS().
 Bytes textRegion(unsigned dsOffset, bool userDS, unsigned char regionOp = 0, unsigned combOp = 0) {
-    Bytes d = regionInfo(10, 3, 0, 0, regionOp);
-    put16(d, static_cast<uint16_t>(0x0001 | (1u << 4) | (combOp << 7) | (dsOffset << 10)));  // SBHUFF, TOPLEFT
-    put16(d, static_cast<uint16_t>(userDS ? (3u << 2) : 0));
-    put32(d, 2);  // SBNUMINSTANCES
     BitWriter w;
-    // Symbol ID table: run code 1 has length 1, all others unused; then the
-    // one symbol's code length, 1.
-    for (int i = 0; i < 35; ++i) w.value(i == 1 ? 1 : 0, 4);
-    w.bits("0").align();
-    w.bits("0").bits("0");  // DT 1 (table K) twice: STRIPT -1, then 0
-    tableF(w, 1);           // DFS 1
-    w.bits("0");            // ID 0
-    // IDS 2, ID 0, OOB: by the user table or table H.
-    w.bits(userDS ? "100" "0" "11" : "11010" "0" "01");
-    return cat({d, w.bytes()});
+    oneSymbolIdTable(w);
+    // DT 1 (table K) twice: STRIPT -1, then 0; DFS 1 (table F); ID 0.
+    w.bits("0" "0" "00" "0000001" "0");
+    w.bits(userDS ? "100" "0" "11" : "11010" "0" "01");  // IDS 2, ID 0, OOB
+    return cat({regionInfo(10, 3, 0, 0, regionOp), be(0x0001 | (1u << 4) | (combOp << 7) | (dsOffset << 10), 2),
+                be(userDS ? (3u << 2) : 0, 2), be(2), w.bytes()});  // SBHUFF, TOPLEFT; 2 instances
 }
 
-// A code table with OOB: 0..1 as "0"+1 bit, 2..3 as "10"+1 bit, OOB "11".
+// A code table with OOB (prefix size 2, range size 1): 0..1 as "0"+1 bit,
+// 2..3 as "10"+1 bit, OOB "11"; no lower nor upper range line.
 Bytes userTableForDS() {
-    Bytes d = {0x03};  // HTOOB, prefix size 2, range size 1
-    put32(d, 0);
-    put32(d, 4);
     BitWriter w;
-    // Lines 0..1 and 2..3, no lower nor upper range line, OOB.
     w.value(1, 2).value(1, 1).value(2, 2).value(1, 1).value(0, 2).value(0, 2).value(2, 2);
-    return cat({d, w.bytes()});
+    return cat({{0x03}, be(0), be(4), w.bytes()});
 }
 
 // A 10x3 page holding `segments`, then its end.
-Bytes page10x3(std::initializer_list<Bytes> segments) {
-    Bytes data = segment(0, 48, {}, pageInfo(10, 3));
+Bytes page10x3(std::initializer_list<Bytes> segments, unsigned char flags = 0) {
+    Bytes data = pageSeg(0, 10, 3, flags);
     for (const Bytes& s : segments) data = cat({data, s});
     return cat({data, segment(4, 49, {}, {})});
 }
 
-const Rows kTwoInstances = {".#.##.#...", "..#..#....", ".#.##.#..."};
-
 // A pattern dictionary of 2x1 patterns, MMR-coded: pattern 0 "##" when
 // GRAYMAX is 0, else patterns "..", "##".
 Bytes patternDictionary(uint32_t graymax) {
-    Bytes d = {0x01, 2, 1};  // HDMMR, HDPW, HDPH
-    put32(d, graymax);
-    return cat({d, mmrRows({graymax == 0 ? "##" : "..##"})});
+    return cat({{0x01, 2, 1}, be(graymax), mmrRows({graymax == 0 ? "##" : "..##"})});  // HDMMR, HDPW, HDPH
 }
 
 // Halftone header: region w x h, grid gw x gh from (0,0) with vector (2,0)
 // in whole pixels; rows of the grid step down by 2.
 Bytes halftoneHeader(uint32_t w, uint32_t h, uint32_t gw, uint32_t gh, unsigned char flags) {
-    Bytes d = regionInfo(w, h, 0, 0, 0);
-    d.push_back(flags);
-    for (uint32_t v : {gw, gh, 0u, 0u}) put32(d, v);
-    put16(d, 0x200);  // HRX 2.0
-    put16(d, 0);      // HRY
-    return d;
+    return cat({regionInfo(w, h, 0, 0, 0), {flags}, be(gw), be(gh), be(0), be(0), be(0x200, 2), be(0, 2)});
 }
 
 // Arithmetic coding of one plane with template 3 and A1 at (2,-1), skipping
@@ -117,10 +91,11 @@ Bytes encodePlane(const Rows& plane, const Rows& skip) {
     return enc.flush();
 }
 
-// A halftone region over a pattern dictionary, on a page of the region's size.
-Bytes halftone(uint32_t w, uint32_t h, uint32_t graymax, const Bytes& region, uint32_t dictType = 16) {
+// A halftone region over a pattern dictionary (of `dictType`; 0: none), on a
+// page of the region's size.
+Bytes halftone(uint32_t w, uint32_t h, uint32_t graymax, const Bytes& region, int dictType = 16) {
     const Bytes dict = dictType == 16 ? patternDictionary(graymax) : Bytes(4, 0);
-    return cat({segment(0, 48, {}, pageInfo(w, h)), dictType ? segment(1, static_cast<int>(dictType), {}, dict) : Bytes(),
+    return cat({pageSeg(0, w, h), dictType ? segment(1, dictType, {}, dict) : Bytes(),
                 segment(2, 22, dictType ? std::vector<uint32_t>{1} : std::vector<uint32_t>{}, region),
                 segment(3, 49, {}, {})});
 }
@@ -128,25 +103,26 @@ Bytes halftone(uint32_t w, uint32_t h, uint32_t graymax, const Bytes& region, ui
 }  // namespace
 
 TEST(Jbig2SymbolText, Streams) {
+    const Rows twoInstances = {".#.##.#...", "..#..#....", ".#.##.#..."};
     // A 4x3 halftone region, a 3x2 grid of 2x1 patterns at x 0, 2, 4 and y 0,
     // 2: the third cell of each row lies outside. With HENABLESKIP those
     // cells are not coded; without it they are, and the same pixels come out.
     const Rows plane = {"101", "011"}, cells = {"##..", "....", "..##"};
+    const Bytes ht = halftoneHeader(6, 2, 2, 1, 0x01);
     checkDecodeCases({
         // Dictionary 2 has no new symbols and exports only the second of its
-        // input (runs 1, 1); SBDSOFFSET 11111 pulls the second instance one
-        // pixel left: S = 3 + 2 - 1.
-        {"re-export with no new symbols, negative SBDSOFFSET",
+        // input; SBDSOFFSET 11111 pulls the second instance one pixel left.
+        {"re-export with no new symbols, negative SBDSOFFSET: S = 3 + 2 - 1",
          page10x3({segment(1, 0, {}, dictionary(true, {0, 2}, 2)), segment(2, 0, {1}, dictionary(false, {1, 1}, 1)),
                    segment(3, 6, {2}, textRegion(0x1F, false))}),
-         JBIG2_SUCCESS, kTwoInstances},
+         JBIG2_SUCCESS, twoInstances},
         {"SBDSOFFSET 1: S = 3 + 2 + 1",
          page10x3({segment(1, 0, {}, dictionary(true, {0, 2}, 2)), segment(2, 0, {1}, dictionary(false, {1, 1}, 1)),
                    segment(3, 6, {2}, textRegion(1, false))}),
          JBIG2_SUCCESS, {".#.#..#.#.", "..#....#..", ".#.#..#.#."}},
         {"export runs 1, 1: the second symbol",
          page10x3({segment(1, 0, {}, dictionary(true, {1, 1}, 1)), segment(3, 6, {1}, textRegion(0x1F, false))}),
-         JBIG2_SUCCESS, kTwoInstances},
+         JBIG2_SUCCESS, twoInstances},
         {"export runs 0, 1, 1: the first symbol",
          page10x3({segment(1, 0, {}, dictionary(true, {0, 1, 1}, 1)), segment(3, 6, {1}, textRegion(0x1F, false))}),
          JBIG2_SUCCESS, {".####.....", "..#.#.....", ".####....."}},
@@ -157,33 +133,31 @@ TEST(Jbig2SymbolText, Streams) {
         {"IDS by a referred code table segment",
          page10x3({segment(1, 0, {}, dictionary(true, {1, 1}, 1)), segment(2, 53, {}, userTableForDS()),
                    segment(3, 6, {1, 2}, textRegion(0x1F, true))}),
-         JBIG2_SUCCESS, kTwoInstances},
+         JBIG2_SUCCESS, twoInstances},
         {"a user table selected with no code table referred",
          page10x3({segment(1, 0, {}, dictionary(true, {1, 1}, 1)), segment(3, 6, {1}, textRegion(0x1F, true))}),
          JBIG2_INVALID_DATA, {}},
-        // On a black page the region (white by default) replaces the page's
-        // pixels by its own operator (REPLACE); SBCOMBOP XOR only places the
-        // symbols inside it, which don't overlap.
+        // On a black page the region (white) replaces the page's pixels by its
+        // own operator (REPLACE); SBCOMBOP XOR only places the symbols in it.
         {"the region operator composes with the page, SBCOMBOP places symbols",
-         cat({segment(0, 48, {}, pageInfo(10, 3, 0x04)), segment(1, 0, {}, dictionary(true, {1, 1}, 1)),
-              segment(3, 6, {1}, textRegion(0x1F, false, 4, 2)), segment(4, 49, {}, {})}),
-         JBIG2_SUCCESS, kTwoInstances},
+         page10x3({segment(1, 0, {}, dictionary(true, {1, 1}, 1)), segment(3, 6, {1}, textRegion(0x1F, false, 4, 2))},
+                  0x04),
+         JBIG2_SUCCESS, twoInstances},
         {"a referred segment that doesn't exist", page10x3({segment(3, 6, {9}, textRegion(0x1F, false))}),
          JBIG2_INVALID_DATA, {}},
         {"a text region over no symbols", page10x3({segment(3, 6, {}, textRegion(0x1F, false))}), JBIG2_INVALID_DATA,
          {}},
         {"a dictionary of 9 bytes", page10x3({segment(1, 0, {}, Bytes(9, 0))}), JBIG2_INVALID_DATA, {}},
-        {"halftone: GRAYMAX 0 has no planes, every cell draws pattern 0",
-         halftone(6, 2, 0, halftoneHeader(6, 2, 2, 1, 0x01)), JBIG2_SUCCESS, {"####..", "......"}},
+        {"halftone: GRAYMAX 0 has no planes, every cell draws pattern 0", halftone(6, 2, 0, ht), JBIG2_SUCCESS,
+         {"####..", "......"}},
         {"halftone: HENABLESKIP leaves outside cells uncoded",
          halftone(4, 3, 1, cat({halftoneHeader(4, 3, 3, 2, 0x08 | 0x06), encodePlane(plane, {"001", "001"})})),
          JBIG2_SUCCESS, cells},
         {"halftone: without skipping", halftone(4, 3, 1, cat({halftoneHeader(4, 3, 3, 2, 0x06), encodePlane(plane, {})})),
          JBIG2_SUCCESS, cells},
-        {"halftone: no referred segment", halftone(6, 2, 0, halftoneHeader(6, 2, 2, 1, 0x01), 0), JBIG2_NO_REFERRED,
-         {}},
-        {"halftone: a referred segment that isn't a pattern dictionary",
-         halftone(6, 2, 0, halftoneHeader(6, 2, 2, 1, 0x01), 62), JBIG2_BAD_REFERRED_TYPE, {}},
+        {"halftone: no referred segment", halftone(6, 2, 0, ht, 0), JBIG2_NO_REFERRED, {}},
+        {"halftone: a referred segment that isn't a pattern dictionary", halftone(6, 2, 0, ht, 62),
+         JBIG2_BAD_REFERRED_TYPE, {}},
     });
 }
 
@@ -197,10 +171,8 @@ TEST(Jbig2Halftone, PatternIndexPastGraymaxAsserts) {
 }
 
 TEST(Jbig2Extension, AsciiCommentPairsAreKept) {
-    Bytes d;
-    put32(d, 0x20000000);
-    for (const char* s : {"Title", "Test", "Author", "me", ""}) d.insert(d.end(), s, s + std::strlen(s) + 1);
-    d.push_back(0);
+    Bytes d = be(0x20000000);
+    for (const char* s : {"Title", "Test", "Author", "me", "", ""}) d.insert(d.end(), s, s + std::strlen(s) + 1);
     StepDataReader reader(d.data(), d.size());
     ExtensionSegment ext;
     ext.decode(reader);
