@@ -15,9 +15,7 @@ namespace jbig2test {
 
 using jbig2::ArithmeticDecoder;
 
-namespace {
-
-void mmrRow(BitWriter& w, const std::string& row) {
+static void mmrRow(BitWriter& w, const std::string& row) {
     // The terminating codes of white runs 0 to 16 and black runs 0 to 12.
     static const char* const white[] = {"00110101", "000111", "0111",   "1000",   "1011",   "1100",
                                         "1110",     "1111",   "10011",  "10100",  "00111",  "01000",
@@ -32,8 +30,6 @@ void mmrRow(BitWriter& w, const std::string& row) {
         w.bits("001").bits(white[nw]).bits(black[nb]);
     }
 }
-
-}  // namespace
 
 Bytes mmrRows(const Rows& rows, bool eofb) {
     BitWriter w;
@@ -188,13 +184,7 @@ Rows Bitmap::rows() const {
 }
 
 Bitmap fromPacked(uint32_t width, uint32_t height, uint32_t stride, const unsigned char* data) {
-    Bitmap b;
-    b.width = width;
-    b.height = height;
-    b.stride = stride;
-    b.bits.assign(data, data + static_cast<std::size_t>(stride) * height);
-    b.ok = true;
-    return b;
+    return {width, height, stride, Bytes(data, data + static_cast<std::size_t>(stride) * height), true};
 }
 
 Bitmap readBmp(const std::string& path) {

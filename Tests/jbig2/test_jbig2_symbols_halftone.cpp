@@ -104,45 +104,36 @@ Bytes halftone(uint32_t w, uint32_t h, uint32_t graymax, const Bytes& region, in
 
 TEST(Jbig2SymbolText, Streams) {
     const Rows twoInstances = {".#.##.#...", "..#..#....", ".#.##.#..."};
+    // Dictionary 1 exporting both symbols, or only the second; dictionary 2
+    // re-exporting the second of its input with no new symbols of its own.
+    const Bytes both = segment(1, 0, {}, dictionary(true, {0, 2}, 2)), second = segment(1, 0, {}, dictionary(true, {1, 1}, 1));
+    const Bytes reexport = segment(2, 0, {1}, dictionary(false, {1, 1}, 1)), text = segment(3, 6, {1}, textRegion(0x1F, false));
     // A 4x3 halftone region, a 3x2 grid of 2x1 patterns at x 0, 2, 4 and y 0,
     // 2: the third cell of each row lies outside. With HENABLESKIP those
     // cells are not coded; without it they are, and the same pixels come out.
     const Rows plane = {"101", "011"}, cells = {"##..", "....", "..##"};
     const Bytes ht = halftoneHeader(6, 2, 2, 1, 0x01);
     checkDecodeCases({
-        // Dictionary 2 has no new symbols and exports only the second of its
-        // input; SBDSOFFSET 11111 pulls the second instance one pixel left.
-        {"re-export with no new symbols, negative SBDSOFFSET: S = 3 + 2 - 1",
-         page10x3({segment(1, 0, {}, dictionary(true, {0, 2}, 2)), segment(2, 0, {1}, dictionary(false, {1, 1}, 1)),
-                   segment(3, 6, {2}, textRegion(0x1F, false))}),
-         JBIG2_SUCCESS, twoInstances},
-        {"SBDSOFFSET 1: S = 3 + 2 + 1",
-         page10x3({segment(1, 0, {}, dictionary(true, {0, 2}, 2)), segment(2, 0, {1}, dictionary(false, {1, 1}, 1)),
-                   segment(3, 6, {2}, textRegion(1, false))}),
+        {"re-export with no new symbols; SBDSOFFSET 11111 pulls the second instance left: S = 3 + 2 - 1",
+         page10x3({both, reexport, segment(3, 6, {2}, textRegion(0x1F, false))}), JBIG2_SUCCESS, twoInstances},
+        {"SBDSOFFSET 1: S = 3 + 2 + 1", page10x3({both, reexport, segment(3, 6, {2}, textRegion(1, false))}),
          JBIG2_SUCCESS, {".#.#..#.#.", "..#....#..", ".#.#..#.#."}},
-        {"export runs 1, 1: the second symbol",
-         page10x3({segment(1, 0, {}, dictionary(true, {1, 1}, 1)), segment(3, 6, {1}, textRegion(0x1F, false))}),
-         JBIG2_SUCCESS, twoInstances},
-        {"export runs 0, 1, 1: the first symbol",
-         page10x3({segment(1, 0, {}, dictionary(true, {0, 1, 1}, 1)), segment(3, 6, {1}, textRegion(0x1F, false))}),
+        {"export runs 1, 1: the second symbol", page10x3({second, text}), JBIG2_SUCCESS, twoInstances},
+        {"export runs 0, 1, 1: the first symbol", page10x3({segment(1, 0, {}, dictionary(true, {0, 1, 1}, 1)), text}),
          JBIG2_SUCCESS, {".####.....", "..#.#.....", ".####....."}},
         {"an export run past the symbol count", page10x3({segment(1, 0, {}, dictionary(true, {0, 3}, 2))}),
          JBIG2_INVALID_DATA, {}},
         {"zero export runs for ever: invalid data, not a hang",
          page10x3({segment(1, 0, {}, dictionary(true, std::vector<uint32_t>(40, 0), 2))}), JBIG2_INVALID_DATA, {}},
         {"IDS by a referred code table segment",
-         page10x3({segment(1, 0, {}, dictionary(true, {1, 1}, 1)), segment(2, 53, {}, userTableForDS()),
-                   segment(3, 6, {1, 2}, textRegion(0x1F, true))}),
+         page10x3({second, segment(2, 53, {}, userTableForDS()), segment(3, 6, {1, 2}, textRegion(0x1F, true))}),
          JBIG2_SUCCESS, twoInstances},
         {"a user table selected with no code table referred",
-         page10x3({segment(1, 0, {}, dictionary(true, {1, 1}, 1)), segment(3, 6, {1}, textRegion(0x1F, true))}),
-         JBIG2_INVALID_DATA, {}},
+         page10x3({second, segment(3, 6, {1}, textRegion(0x1F, true))}), JBIG2_INVALID_DATA, {}},
         // On a black page the region (white) replaces the page's pixels by its
         // own operator (REPLACE); SBCOMBOP XOR only places the symbols in it.
         {"the region operator composes with the page, SBCOMBOP places symbols",
-         page10x3({segment(1, 0, {}, dictionary(true, {1, 1}, 1)), segment(3, 6, {1}, textRegion(0x1F, false, 4, 2))},
-                  0x04),
-         JBIG2_SUCCESS, twoInstances},
+         page10x3({second, segment(3, 6, {1}, textRegion(0x1F, false, 4, 2))}, 0x04), JBIG2_SUCCESS, twoInstances},
         {"a referred segment that doesn't exist", page10x3({segment(3, 6, {9}, textRegion(0x1F, false))}),
          JBIG2_INVALID_DATA, {}},
         {"a text region over no symbols", page10x3({segment(3, 6, {}, textRegion(0x1F, false))}), JBIG2_INVALID_DATA,

@@ -1,12 +1,8 @@
-// Tests of JBIG2Dec and Jbig2ToRGB_New, the second JBIG2 decoder.
-//
-// Units, grouped by the rows of its table of differences from the jbig2::
-// decoder and by its edge cases, each on the smallest stream that shows it;
-// then the corpus: every file of serenity/decodes-to-bitmap.txt in the
-// embedded form (and split into /JBIG2Globals and page data) against
-// reference/bitmap.bmp in the inverted sense, with the files that a rule of
-// this decoder explains listed in explained-jbig2dec.txt; and the JBIG2 images
-// of PDF files against jbig2dec -e on the same globals and data.
+// Tests of JBIG2Dec and Jbig2ToRGB_New, the second JBIG2 decoder: streams by
+// the rows of its table of differences from the jbig2:: decoder and by its
+// edge cases; the corpus in the embedded form (and split into /JBIG2Globals and
+// page data) against reference/bitmap.bmp, its rules in explained-jbig2dec.txt;
+// and the JBIG2 images of PDF files against jbig2dec -e.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -316,8 +312,7 @@ TEST(Jbig2Dec, TheDefaultOperatorComesFromFlagBits3And4) {
     for (const auto& c : cases) EXPECT_EQ(runDec(pageSeg(1, 8, 1, c.flags))->getPageDefCombOp(), c.op) << int(c.flags);
 }
 
-// A 4000x4000 page and a region as large repeated: a few hundred bytes of
-// input may not ask for more than the budget; what stands is returned.
+// A few hundred bytes asking for 38 regions of 4000x4000 stop at the budget.
 TEST(Jbig2Dec, ManyLargeRegionsStopAtTheBudget) {
     Bytes data = pageSeg(1, 4000, 4000);
     for (uint32_t n = 2; n < 40; ++n) data = cat({data, segment(n, 38, {}, cat({regionInfo(4000, 4000, 0, 0, 0), {0x01}}))});
@@ -327,12 +322,11 @@ TEST(Jbig2Dec, ManyLargeRegionsStopAtTheBudget) {
     EXPECT_LT(dec->getSegmentHeadersRead(), 39);
 }
 
-// Inputs of fuzz_jbig2_globals's form (a length byte L, then the globals,
-// R*L/255 bytes, then the data) that once ran for seconds: a symbol
-// dictionary of ever wider symbols (decoding was not charged per pixel), a
-// generic region of width 0 and 2^31-1 rows (rows cost nothing), and an MMR
-// region of 0 rows and a width near 2^31 (whose working rows were reserved by
-// the width: 8 GB). The budget bounds the work to about two pages of 600 dpi.
+// Inputs of fuzz_jbig2_globals's form (a length byte L, the globals, R*L/255
+// bytes, then the data) that once ran for seconds: a dictionary of ever wider
+// symbols (not charged per pixel), a generic region of width 0 and 2^31-1 rows
+// (rows cost nothing), an MMR region of 0 rows and a width near 2^31 (working
+// rows reserved by the width: 8 GB). The budget bounds the work.
 TEST(Jbig2Dec, InputsTheFuzzerFoundEndQuicklyAndSmall) {
     const char* const slowInputs[] = {
         "c3000000010001010000016800150000000500000005f25dfbf7fa16f240ca81c20c20e1061074d3a69fe9a7fa69ffff"
@@ -379,9 +373,6 @@ TEST(Jbig2DecMMR, EOFBClosesDataOfUnknownLength) {
     EXPECT_EQ(in.getPos(), bytes.size() - 1);
 }
 
-// ---------------------------------------------------------------------------
-// The corpus, in the embedded form and split into globals and page data.
-
 TEST(Jbig2DecCorpus, EveryListedFileMatchesReferenceInverted) {
     if (!haveCorpus()) GTEST_SKIP() << "corpus not present";
     const Bitmap reference = readBmp(kCorpus + "/reference/bitmap.bmp");
@@ -403,83 +394,52 @@ TEST(Jbig2DecCorpus, EveryListedFileMatchesReferenceInverted) {
     });
 }
 
-// ---------------------------------------------------------------------------
-// PDF images: the JBIG2 images of PDF files, read by `pdfkiln jbig2 FILE.pdf
-// --all` through the library and decoded with Jbig2ToRGB_New, against
-// jbig2dec -e on the same globals and data. The corpus PDFs (shared/corpus/
-// qpdf) are searched for images with /JBIG2Decode and /JBIG2Globals; Debian
-// has no JBIG2 encoder (jbig2enc is not packaged), so a PDF is also built
-// here from the JBIG2 corpus: each listed file split into its globals and its
-// page data, as an image XObject with /JBIG2Globals, one page each.
-
-namespace {
-
-struct PdfImage {
-    Bytes globals, data;
-    int object = 0;  // the image's object number in the PDF
-};
-
-// A PDF with one page per image, of the reference's size; each image is an
-// XObject with /JBIG2Decode, and its globals a stream of their own.
-std::string buildPdf(std::map<std::string, PdfImage>& images, uint32_t width, uint32_t height) {
-    pdftest::PdfBuilder b("%PDF-1.5");
-    const std::string w = std::to_string(width), h = std::to_string(height);
-    // 1 catalog, 2 pages, then per image: page, content, image, globals.
-    b.object(1, "<< /Type /Catalog /Pages 2 0 R >>");
-    std::string kids;
-    for (std::size_t i = 0; i < images.size(); ++i) kids += " " + std::to_string(3 + 4 * i) + " 0 R";
-    b.object(2, "<< /Type /Pages /Count " + std::to_string(images.size()) + " /Kids [" + kids + " ] >>");
-    int page = 3;
-    for (auto& [name, im] : images) {
-        im.object = page + 2;
-        b.object(page, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 " + w + " " + h + "] /Resources << /XObject << /Im0 " +
-                           std::to_string(page + 2) + " 0 R >> >> /Contents " + std::to_string(page + 1) + " 0 R >>");
-        b.stream(page + 1, "", "q " + w + " 0 0 " + h + " 0 0 cm /Im0 Do Q");
-        b.stream(page + 2,
-                 "/Type /XObject /Subtype /Image /Width " + w + " /Height " + h +
-                     " /ColorSpace /DeviceGray /BitsPerComponent 1 /Filter /JBIG2Decode" +
-                     (im.globals.empty() ? "" : " /DecodeParms << /JBIG2Globals " + std::to_string(page + 3) + " 0 R >>"),
-                 std::string(im.data.begin(), im.data.end()));
-        b.stream(page + 3, "", std::string(im.globals.begin(), im.globals.end()));
-        page += 4;
-    }
-    b.startxref(b.xrefTable("/Root 1 0 R"));
-    return b.str();
-}
-
-}  // namespace
-
+// The JBIG2 images of PDF files, read by `pdfkiln jbig2 FILE.pdf --all`
+// through the library and decoded with Jbig2ToRGB_New, against jbig2dec -e on
+// the same globals and data: the corpus PDFs with /JBIG2Globals, and, as Debian
+// has no JBIG2 encoder, a PDF of the JBIG2 corpus files split into their
+// globals and page data, each an image XObject with its globals stream.
 TEST(Jbig2DecPdf, EveryJbig2ImageOfAPdfMatchesJbig2decOnTheSameGlobalsAndData) {
     if (!haveCorpus()) GTEST_SKIP() << "corpus not present";
     if (!testutil::exists(PDFKILN_TOOL)) GTEST_SKIP() << "no pdfkiln tool";
     testutil::TempDir tmp;
     ASSERT_FALSE(tmp.path.empty());
-    const auto tool = [&](const std::string& pdf, const std::string& out) {
+    const auto tool = [&](const std::string& pdf) {
         return testutil::run(testutil::quote(PDFKILN_TOOL) + " jbig2 " + testutil::quote(pdf) + " --all -o " +
-                             testutil::quote(tmp.file(out)));
+                             testutil::quote(tmp.file("img.pbm")));
     };
-    // The corpus PDFs first: those with JBIG2 images and globals.
     int corpusPdfs = 0;
-    if (corpus::available())
-        for (const std::string& rel : corpus::qpdfFiles()) {
-            const std::string path = corpus::root() + "/qpdf/" + rel, text = testutil::readFile(path);
-            if (text.find("/JBIG2Decode") == std::string::npos || text.find("/JBIG2Globals") == std::string::npos)
-                continue;
-            ++corpusPdfs;
-            EXPECT_EQ(tool(path, "corpus.pbm"), 0) << path;
-        }
+    for (const std::string& rel : corpus::available() ? corpus::qpdfFiles() : std::vector<std::string>()) {
+        const std::string path = corpus::root() + "/qpdf/" + rel, text = testutil::readFile(path);
+        if (text.find("/JBIG2Decode") == std::string::npos || text.find("/JBIG2Globals") == std::string::npos) continue;
+        ++corpusPdfs;
+        EXPECT_EQ(tool(path), 0) << path;
+    }
     std::printf("corpus PDFs with /JBIG2Decode and /JBIG2Globals: %d\n", corpusPdfs);
 
-    // Then a PDF built from the JBIG2 corpus; the tool's images are the reference.
     const Bitmap reference = readBmp(kCorpus + "/reference/bitmap.bmp");
     ASSERT_TRUE(reference.ok);
-    std::map<std::string, PdfImage> images;
+    struct Image {
+        Bytes globals, data;
+        int object;
+    };
+    std::map<std::string, Image> images;
+    pdftest::PdfBuilder pdf("%PDF-1.5");
+    pdf.catalog();
+    int object = 3;
     for (const std::string& name : listedFiles()) {
         const Bytes file = readFile(kCorpus + "/" + name);
-        images[name] = {pickSegments(file, isGlobal), pickSegments(file, isPageData)};
+        const Image& im = images[name] = {pickSegments(file, isGlobal), pickSegments(file, isPageData), object};
+        pdf.stream(object, "/Type /XObject /Subtype /Image /Width " + std::to_string(reference.width) + " /Height " +
+                               std::to_string(reference.height) + " /ColorSpace /DeviceGray /BitsPerComponent 1 /Filter /JBIG2Decode" +
+                               (im.globals.empty() ? "" : " /DecodeParms << /JBIG2Globals " + std::to_string(object + 1) + " 0 R >>"),
+                   std::string(im.data.begin(), im.data.end()));
+        pdf.stream(object + 1, "", std::string(im.globals.begin(), im.globals.end()));
+        object += 2;
     }
-    testutil::writeFile(tmp.file("jbig2-images.pdf"), buildPdf(images, reference.width, reference.height));
-    ASSERT_EQ(tool(tmp.file("jbig2-images.pdf"), "img.pbm"), 0);
+    pdf.startxref(pdf.xrefTable("/Root 1 0 R"));
+    testutil::writeFile(tmp.file("jbig2-images.pdf"), pdf.str());
+    ASSERT_EQ(tool(tmp.file("jbig2-images.pdf")), 0);
     std::map<std::string, Bitmap> ours;
     for (const auto& [name, im] : images) {
         ours[name] = readPbm(tmp.file("img-" + std::to_string(im.object) + ".pbm"));
@@ -487,19 +447,17 @@ TEST(Jbig2DecPdf, EveryJbig2ImageOfAPdfMatchesJbig2decOnTheSameGlobalsAndData) {
     }
     if (!haveJbig2dec()) GTEST_SKIP() << "no jbig2dec to compare with";
 
-    // Against jbig2dec -e; where it differs, the rule's fact: jbig2dec reads
-    // the original file the same other way.
+    // Where jbig2dec -e differs, the rule's fact: jbig2dec reads the original
+    // file the same other way.
     walkCorpus(
         "explained-jbig2dec-pdf.txt",
         [&](const std::string& name, const Bytes&) -> std::string {
-            const PdfImage& im = images[name];
-            std::string args = "-e ";
-            if (!im.globals.empty()) {
-                testutil::writeFile(tmp.file("g.jb2"), im.globals);
-                args += testutil::quote(tmp.file("g.jb2")) + " ";
-            }
+            const Image& im = images[name];
+            testutil::writeFile(tmp.file("g.jb2"), im.globals);
             testutil::writeFile(tmp.file("d.jb2"), im.data);
-            const Bitmap oracle = jbig2dec(args + testutil::quote(tmp.file("d.jb2")), tmp.file("oracle.pbm"));
+            const Bitmap oracle = jbig2dec((im.globals.empty() ? "-e " : "-e " + testutil::quote(tmp.file("g.jb2")) + " ") +
+                                               testutil::quote(tmp.file("d.jb2")),
+                                           tmp.file("oracle.pbm"));
             if (samePixels(ours[name], oracle)) return "";
             return "differs from jbig2dec -e (" + std::to_string(oracle.width) + "x" + std::to_string(oracle.height) +
                    (oracle.ok ? ")" : ", jbig2dec gave no image)");
