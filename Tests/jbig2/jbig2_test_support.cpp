@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <set>
 #include <sstream>
@@ -13,7 +12,7 @@
 
 namespace jbig2test {
 
-using jbig2::ArithmeticDecoder;
+using Q = jbig2::ArithmeticDecoder;  // the probability estimation tables
 
 static void mmrRow(BitWriter& w, const std::string& row) {
     // The terminating codes of white runs 0 to 16 and black runs 0 to 12.
@@ -45,7 +44,7 @@ Bytes genericMMR(uint32_t x, uint32_t y, unsigned char op, const Rows& rows, uns
 
 void MQEncoder::encode(unsigned short& cx, int d) {
     const unsigned i = cx >> 1;
-    const uint32_t qe = ArithmeticDecoder::qeTab[i] >> 16;
+    const uint32_t qe = Q::qeTab[i] >> 16;
     const int mps = cx & 1;
     A -= qe;
     if (d == mps && (A & 0x8000)) {
@@ -59,9 +58,9 @@ void MQEncoder::encode(unsigned short& cx, int d) {
     else
         C += qe;
     if (d == mps)
-        cx = static_cast<unsigned short>((ArithmeticDecoder::nmpsTab[i] << 1) | mps);
+        cx = static_cast<unsigned short>((Q::nmpsTab[i] << 1) | mps);
     else
-        cx = static_cast<unsigned short>((ArithmeticDecoder::nlpsTab[i] << 1) | (mps ^ ArithmeticDecoder::switchTab[i]));
+        cx = static_cast<unsigned short>((Q::nlpsTab[i] << 1) | (mps ^ Q::switchTab[i]));
     do {
         A <<= 1;
         C <<= 1;
@@ -95,84 +94,6 @@ Bytes MQEncoder::flush() {
     return out;
 }
 
-void IntEncoder::bit(MQEncoder& enc, int b) {
-    enc.encode(m_cx[static_cast<std::size_t>(m_prev)], b);
-    m_prev = m_prev < 256 ? (m_prev << 1) | b : ((((m_prev << 1) | b) & 0x1FF) | 0x100);
-}
-
-void IntEncoder::encode(MQEncoder& enc, int64_t value, bool oob) {
-    m_prev = 1;
-    const uint64_t v = oob ? 0 : static_cast<uint64_t>(value < 0 ? -value : value);
-    bit(enc, oob || value < 0);
-    struct Range { uint64_t low; int bits; };
-    static const Range ranges[] = {{0, 2}, {4, 4}, {20, 6}, {84, 8}, {340, 12}, {4436, 32}};
-    int r = 0;
-    while (r < 5 && v >= ranges[r + 1].low) ++r;
-    // Prefix: r ones, then a zero unless it is the last range.
-    for (int i = 0; i < r; ++i) bit(enc, 1);
-    if (r < 5) bit(enc, 0);
-    for (int i = ranges[r].bits - 1; i >= 0; --i) bit(enc, static_cast<int>(((v - ranges[r].low) >> i) & 1));
-}
-
-std::vector<StandardTableCases> standardTableCases() {
-    static const char* const text[] = {
-        "0+4:0=0 0+4:15=15 10+8:0=16 10+8:255=271 110+16:0=272 110+16:65535=65807 111+32:0=65808 "
-        "111+32:1000000=1065808",
-        "0=0 10=1 110=2 1110+3:0=3 1110+3:7=10 11110+6:0=11 11110+6:63=74 111110+32:0=75 111110+32:25=100 "
-        "111111=oob",
-        "11111110+8:0=-256 11111110+8:255=-1 0=0 10=1 110=2 1110+3:5=8 11110+6:63=74 11111111+32:0=-257 "
-        "11111111+32:43=-300 1111110+32:0=75 111110=oob",
-        "0=1 10=2 110=3 1110+3:7=11 11110+6:0=12 11110+6:63=75 11111+32:0=76 11111+32:4=80",
-        "1111110+8:0=-255 1111110+8:255=0 0=1 10=2 110=3 1110+3:0=4 11110+6:63=75 1111111+32:0=-256 "
-        "1111111+32:10=-266 111110+32:0=76",
-        "11100+10:0=-2048 11100+10:1023=-1025 1000+9:0=-1024 1001+8:255=-257 1010+7:0=-256 11101+6:63=-65 "
-        "11110+5:0=-64 1011+5:31=-1 00+7:0=0 00+7:127=127 010+7:0=128 011+8:255=511 1100+9:0=512 "
-        "1101+10:1023=2047 111110+32:0=-2049 111110+32:1=-2050 111111+32:0=2048 111111+32:2=2050",
-        "1000+9:0=-1024 000+8:255=-257 1001+7:0=-256 11010+6:0=-128 11011+5:31=-33 1010+5:0=-32 1011+5:0=0 "
-        "11100+5:31=63 11101+6:0=64 1100+7:127=255 001+8:0=256 010+9:511=1023 011+10:0=1024 "
-        "011+10:1023=2047 11110+32:0=-1025 11110+32:5=-1030 11111+32:0=2048",
-        "11111100+3:0=-15 11111100+3:7=-8 111111100+1:1=-6 11111101+1:0=-5 111111101=-3 1111100=-2 1010=-1 "
-        "00+1:0=0 00+1:1=1 11010=2 111010=3 100+4:15=19 111011+1:1=21 1011+4:0=22 1100+5:31=69 11011+6:0=70 "
-        "11100+7:127=261 111100+7:0=262 1111101+8:255=645 111101+10:1023=1669 111111110+32:0=-16 "
-        "111111110+32:4=-20 111111111+32:0=1670 01=oob",
-        "11111100+4:0=-31 111111100+2:3=-12 11111101+2:0=-11 111111101+1:1=-6 1111100+1:0=-5 1010+1:1=-2 "
-        "010+1:0=-1 010+1:1=0 011+1:1=2 11010+1:0=3 111010+1:1=6 100+5:31=38 111011+2:0=39 1011+5:31=74 "
-        "1100+6:0=75 11011+7:127=266 11100+8:0=267 111100+8:255=778 1111101+9:0=779 111101+11:2047=3338 "
-        "111111110+32:0=-32 111111111+32:1=3340 00=oob",
-        "1111010+4:0=-21 1111010+4:15=-6 11111100=-5 1111011=-4 11000=-3 00+2:0=-2 00+2:3=1 11001=2 "
-        "110110=3 1111100=4 11111101=5 01+6:0=6 01+6:63=69 11010+5:0=70 110111+5:31=133 111000+6:0=134 "
-        "111001+7:127=325 111010+8:0=326 111011+9:511=1093 111100+10:0=1094 1111101+11:2047=4165 "
-        "11111110+32:0=-22 11111111+32:0=4166 10=oob",
-        "0=1 10+1:1=3 1100=4 1101+1:1=6 11100+1:0=7 11101+2:3=12 111100+2:0=13 1111010+2:3=20 "
-        "1111011+3:0=21 1111100+4:15=44 1111101+5:0=45 1111110+6:63=140 1111111+32:0=141 1111111+32:9=150",
-        "0=1 10=2 110+1:1=4 11100=5 11101+1:1=7 111100+1:0=8 1111010=10 1111011+1:1=12 1111100+2:0=13 "
-        "1111101+3:7=24 1111110+4:0=25 11111110+5:31=72 11111111+32:0=73",
-        "0=1 100=2 1100=3 11100=4 1101+1:1=6 101+3:0=7 101+3:7=14 111010+1:0=15 111011+2:3=20 111100+3:0=21 "
-        "111101+4:15=44 111110+5:0=45 1111110+6:63=140 1111111+32:0=141",
-        "100=-2 101=-1 0=0 110=1 111=2",
-        "1111100+4:0=-24 1111100+4:15=-9 111100+2:0=-8 11100+1:1=-3 1100=-2 100=-1 0=0 101=1 1101=2 "
-        "11101+1:1=4 111101+2:3=8 1111101+4:15=24 1111110+32:0=-25 1111110+32:75=-100 1111111+32:0=25 "
-        "1111111+32:75=100"};
-    std::vector<StandardTableCases> all;
-    for (int t = 0; t < 15; ++t) {
-        StandardTableCases table{static_cast<char>('A' + t), {}, {}};
-        BitWriter w;
-        std::istringstream in(text[t]);
-        for (std::string c; in >> c;) {
-            const std::size_t plus = c.find('+'), colon = c.find(':'), eq = c.find('=');
-            w.bits(c.substr(0, std::min(plus, eq)));
-            if (plus != std::string::npos)
-                w.value(static_cast<uint32_t>(std::stoul(c.substr(colon + 1, eq - colon - 1))),
-                        std::stoi(c.substr(plus + 1, colon - plus - 1)));
-            const bool oob = c.substr(eq + 1) == "oob";
-            table.cases.push_back({c, oob, oob ? 0 : std::stoi(c.substr(eq + 1))});
-        }
-        table.bits = w.bytes();
-        all.push_back(table);
-    }
-    return all;
-}
-
 Rows Bitmap::rows() const {
     Rows r;
     for (uint32_t y = 0; y < height; ++y) {
@@ -185,6 +106,14 @@ Rows Bitmap::rows() const {
 
 Bitmap fromPacked(uint32_t width, uint32_t height, uint32_t stride, const unsigned char* data) {
     return {width, height, stride, Bytes(data, data + static_cast<std::size_t>(stride) * height), true};
+}
+
+Bitmap fromRows(const Bytes& bytes, uint32_t width, bool inverted) {
+    const uint32_t stride = width ? (width + 7) / 8 : 1;
+    Bytes black(bytes);
+    if (inverted)
+        for (unsigned char& b : black) b = static_cast<unsigned char>(~b);
+    return fromPacked(width, static_cast<uint32_t>(black.size() / stride), stride, black.data());
 }
 
 Bitmap readBmp(const std::string& path) {

@@ -30,6 +30,14 @@ inline Bytes cat(std::initializer_list<Bytes> parts) {
     return out;
 }
 
+// Hexadecimal digits, two a byte.
+inline Bytes fromHex(const std::string& hex) {
+    Bytes out;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        out.push_back(static_cast<unsigned char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    return out;
+}
+
 // `v` big-endian in `n` bytes.
 inline Bytes be(uint32_t v, int n = 4) {
     Bytes b;
@@ -113,44 +121,6 @@ private:
     int B = -1;  // the byte at BP; -1 before the first, never written
 };
 
-// Integer encoding of Annex A.2 with its own contexts; OOB when `oob`.
-class IntEncoder {
-public:
-    void encode(MQEncoder& enc, int64_t value, bool oob = false);
-
-private:
-    void bit(MQEncoder& enc, int b);
-    std::vector<unsigned short> m_cx = std::vector<unsigned short>(512, 0);
-    int m_prev = 1;
-};
-
-// Values at both ends of every range of the integer coding, both signs.
-inline const std::vector<int64_t> kIntValues = {
-    0,   1,    3,    4,    19,   20,   83,    84,    339,   340,   4435,    4436,       65535,      1 << 20,
-    -1,  -3,   -4,   -19,  -20,  -83,  -84,   -339,  -340,  -4435, -4436,   -123456,    2000000000, -2000000000};
-
-// The published test sequence of Annex H.2: 256 bits coded in one context.
-inline const Bytes kMQTestCoded = {0x84, 0xC7, 0x3B, 0xFC, 0xE1, 0xA1, 0x43, 0x04, 0x02, 0x20, 0x00, 0x00,
-                                   0x41, 0x0D, 0xBB, 0x86, 0xF4, 0x31, 0x7F, 0xFF, 0x88, 0xFF, 0x37, 0x47,
-                                   0x1A, 0xDB, 0x6A, 0xDF, 0xFF, 0xAC};
-inline const Bytes kMQTestDecoded = {0x00, 0x02, 0x00, 0x51, 0x00, 0x00, 0x00, 0xC0, 0x03, 0x52, 0x87,
-                                     0x2A, 0xAA, 0xAA, 0xAA, 0xAA, 0x82, 0xC0, 0x20, 0x00, 0xFC, 0xD7,
-                                     0x9E, 0xF6, 0xBF, 0x7F, 0xED, 0x90, 0x4F, 0x46, 0xA3, 0xBF};
-
-// Cases of a standard Huffman table (B.1 = 'A' ... B.15 = 'O'), coded one
-// after the other in `bits`; each "prefix[+range bits:range]=value|oob".
-struct HuffmanCase {
-    std::string text;
-    bool oob;
-    int value;
-};
-struct StandardTableCases {
-    char table;
-    Bytes bits;
-    std::vector<HuffmanCase> cases;
-};
-std::vector<StandardTableCases> standardTableCases();
-
 // The JBIG2_RESULT that `f` throws, or -1 when it returns.
 template <typename F>
 int thrownBy(F f) {
@@ -170,6 +140,8 @@ struct Bitmap {
     Rows rows() const;
 };
 Bitmap fromPacked(uint32_t width, uint32_t height, uint32_t stride, const unsigned char* data);
+// Rows of `width` pixels packed one after the other, 0 black when `inverted`.
+Bitmap fromRows(const Bytes& bytes, uint32_t width, bool inverted = false);
 Bitmap readBmp(const std::string& path);
 Bitmap readPbm(const std::string& path);
 // Same size and same pixels (padding bits ignored); with `topRows`, `a` may

@@ -20,8 +20,7 @@ Bitmap decodeEmbedded(const Bytes& data, uint32_t width, int& result) {
         [&] { result = Jbig2ToRGB(embedded.data(), static_cast<unsigned int>(embedded.size()), &out, &size); });
     if (thrown >= 0) result = kThrown + thrown;
     if (result != 0) return Bitmap();
-    const uint32_t stride = width == 0 ? 1 : ((width - 1) >> 3) + 1;
-    Bitmap b = fromPacked(width, size / stride, stride, static_cast<unsigned char*>(out));
+    const Bitmap b = fromRows(Bytes(static_cast<unsigned char*>(out), static_cast<unsigned char*>(out) + size), width);
     std::free(out);
     return b;
 }

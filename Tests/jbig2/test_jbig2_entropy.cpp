@@ -3,7 +3,9 @@
 // JBIG2Dec alike; then the jbig2:: code table segments and MMR lines.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <sstream>
 
 #include "PDFKilnPage/PDFKilnPage.h"
 #include "jbig2/arithmeticdecoder.h"
@@ -64,6 +66,51 @@ struct JBIG2DecMQ {
     std::unique_ptr<JArithmeticDecoderStats> ids;
 };
 
+// The standard tables B.1 (A) to B.15 (O): cases "prefix[+range bits:range]=value",
+// the value "oob" for the out-of-band line, as in reference/jbig2-tables.md.
+const char* const kTableCases[15] = {
+    "0+4:0=0 0+4:15=15 10+8:0=16 10+8:255=271 110+16:0=272 110+16:65535=65807 111+32:0=65808 "
+    "111+32:1000000=1065808",
+    "0=0 10=1 110=2 1110+3:0=3 1110+3:7=10 11110+6:0=11 11110+6:63=74 111110+32:0=75 111110+32:25=100 "
+    "111111=oob",
+    "11111110+8:0=-256 11111110+8:255=-1 0=0 10=1 110=2 1110+3:5=8 11110+6:63=74 11111111+32:0=-257 "
+    "11111111+32:43=-300 1111110+32:0=75 111110=oob",
+    "0=1 10=2 110=3 1110+3:7=11 11110+6:0=12 11110+6:63=75 11111+32:0=76 11111+32:4=80",
+    "1111110+8:0=-255 1111110+8:255=0 0=1 10=2 110=3 1110+3:0=4 11110+6:63=75 1111111+32:0=-256 "
+    "1111111+32:10=-266 111110+32:0=76",
+    "11100+10:0=-2048 11100+10:1023=-1025 1000+9:0=-1024 1001+8:255=-257 1010+7:0=-256 11101+6:63=-65 "
+    "11110+5:0=-64 1011+5:31=-1 00+7:0=0 00+7:127=127 010+7:0=128 011+8:255=511 1100+9:0=512 "
+    "1101+10:1023=2047 111110+32:0=-2049 111110+32:1=-2050 111111+32:0=2048 111111+32:2=2050",
+    "1000+9:0=-1024 000+8:255=-257 1001+7:0=-256 11010+6:0=-128 11011+5:31=-33 1010+5:0=-32 1011+5:0=0 "
+    "11100+5:31=63 11101+6:0=64 1100+7:127=255 001+8:0=256 010+9:511=1023 011+10:0=1024 "
+    "011+10:1023=2047 11110+32:0=-1025 11110+32:5=-1030 11111+32:0=2048",
+    "11111100+3:0=-15 11111100+3:7=-8 111111100+1:1=-6 11111101+1:0=-5 111111101=-3 1111100=-2 1010=-1 "
+    "00+1:0=0 00+1:1=1 11010=2 111010=3 100+4:15=19 111011+1:1=21 1011+4:0=22 1100+5:31=69 11011+6:0=70 "
+    "11100+7:127=261 111100+7:0=262 1111101+8:255=645 111101+10:1023=1669 111111110+32:0=-16 "
+    "111111110+32:4=-20 111111111+32:0=1670 01=oob",
+    "11111100+4:0=-31 111111100+2:3=-12 11111101+2:0=-11 111111101+1:1=-6 1111100+1:0=-5 1010+1:1=-2 "
+    "010+1:0=-1 010+1:1=0 011+1:1=2 11010+1:0=3 111010+1:1=6 100+5:31=38 111011+2:0=39 1011+5:31=74 "
+    "1100+6:0=75 11011+7:127=266 11100+8:0=267 111100+8:255=778 1111101+9:0=779 111101+11:2047=3338 "
+    "111111110+32:0=-32 111111111+32:1=3340 00=oob",
+    "1111010+4:0=-21 1111010+4:15=-6 11111100=-5 1111011=-4 11000=-3 00+2:0=-2 00+2:3=1 11001=2 "
+    "110110=3 1111100=4 11111101=5 01+6:0=6 01+6:63=69 11010+5:0=70 110111+5:31=133 111000+6:0=134 "
+    "111001+7:127=325 111010+8:0=326 111011+9:511=1093 111100+10:0=1094 1111101+11:2047=4165 "
+    "11111110+32:0=-22 11111111+32:0=4166 10=oob",
+    "0=1 10+1:1=3 1100=4 1101+1:1=6 11100+1:0=7 11101+2:3=12 111100+2:0=13 1111010+2:3=20 "
+    "1111011+3:0=21 1111100+4:15=44 1111101+5:0=45 1111110+6:63=140 1111111+32:0=141 1111111+32:9=150",
+    "0=1 10=2 110+1:1=4 11100=5 11101+1:1=7 111100+1:0=8 1111010=10 1111011+1:1=12 1111100+2:0=13 "
+    "1111101+3:7=24 1111110+4:0=25 11111110+5:31=72 11111111+32:0=73",
+    "0=1 100=2 1100=3 11100=4 1101+1:1=6 101+3:0=7 101+3:7=14 111010+1:0=15 111011+2:3=20 111100+3:0=21 "
+    "111101+4:15=44 111110+5:0=45 1111110+6:63=140 1111111+32:0=141",
+    "100=-2 101=-1 0=0 110=1 111=2",
+    "1111100+4:0=-24 1111100+4:15=-9 111100+2:0=-8 11100+1:1=-3 1100=-2 100=-1 0=0 101=1 1101=2 "
+    "11101+1:1=4 111101+2:3=8 1111101+4:15=24 1111110+32:0=-25 1111110+32:75=-100 1111111+32:0=25 "
+    "1111111+32:75=100"};
+
+// The published test sequence of Annex H.2: 256 bits coded in one context.
+const Bytes kMQTestCoded = fromHex("84C73BFCE1A1430402200000410DBB86F4317FFF88FF37471ADB6ADFFFAC");
+const Bytes kMQTestDecoded = fromHex("00020051000000C00352872AAAAAAAAA82C02000FCD79EF6BF7FED904F46A3BF");
+
 template <typename MQ>
 class MQDecoder : public ::testing::Test {};
 using MQDecoders = ::testing::Types<Jbig2MQ, JBIG2DecMQ>;
@@ -93,26 +140,46 @@ TYPED_TEST(MQDecoder, EncoderRoundTripManyContexts) {
         enc.encode(ecx[cx], bit);
     }
     TypeParam mq(enc.flush());
-    for (std::size_t i = 0; i < bits.size(); ++i) ASSERT_EQ(mq.bit(static_cast<uint32_t>(bits[i] >> 1)), bits[i] & 1) << i;
+    for (std::size_t i = 0; i < bits.size(); ++i)
+        ASSERT_EQ(mq.bit(static_cast<uint32_t>(bits[i] >> 1)), bits[i] & 1) << i;
 }
 
-// Integers of every range, OOB and 7, then IAIDs of code length 5.
+// Integers at both ends of every range and of both signs, OOB and 7, coded
+// by Annex A.2 with their own contexts; then IAIDs of code length 5.
 TYPED_TEST(MQDecoder, IntegersOobAndIaids) {
+    const std::vector<int64_t> values = {0,   1,   3,    4,    19,    20,    83,   84,   339,   340,   4435,    4436,
+                                         65535, 1 << 20,  -1,   -3,    -4,    -19,  -20,  -83,   -84,   -339,    -340,
+                                         -4435, -4436, -123456, 2000000000, -2000000000};
     MQEncoder enc;
-    IntEncoder ienc;
-    for (int64_t v : kIntValues) ienc.encode(enc, v);
-    ienc.encode(enc, 0, true);
-    ienc.encode(enc, 7);
-    std::vector<unsigned short> cx(32, 0);
+    std::vector<unsigned short> icx(512, 0), idcx(32, 0);
+    auto encodeInt = [&](int64_t value, bool oob) {
+        static const struct { uint64_t low; int bits; } ranges[] = {{0, 2},   {4, 4},    {20, 6},
+                                                                    {84, 8}, {340, 12}, {4436, 32}};
+        unsigned prev = 1;
+        auto bit = [&](unsigned b) {
+            enc.encode(icx[prev], static_cast<int>(b));
+            prev = prev < 256 ? (prev << 1) | b : (((prev << 1) | b) & 0x1FF) | 0x100;
+        };
+        const uint64_t v = oob ? 0 : static_cast<uint64_t>(value < 0 ? -value : value);
+        bit(oob || value < 0);
+        int r = 0;
+        while (r < 5 && v >= ranges[r + 1].low) ++r;
+        for (int i = 0; i < r; ++i) bit(1);  // r ones, then a zero unless it is the last range
+        if (r < 5) bit(0);
+        for (int i = ranges[r].bits - 1; i >= 0; --i) bit(((v - ranges[r].low) >> i) & 1);
+    };
+    for (int64_t v : values) encodeInt(v, false);
+    encodeInt(0, true);
+    encodeInt(7, false);
     const std::vector<unsigned> ids = {0, 31, 7, 16, 1, 30, 5, 5, 5};
     for (unsigned id : ids)
         for (unsigned prev = 1, i = 5; i-- > 0;) {
-            enc.encode(cx[prev], static_cast<int>((id >> i) & 1));
+            enc.encode(idcx[prev], static_cast<int>((id >> i) & 1));
             prev = (prev << 1) | ((id >> i) & 1);
         }
     TypeParam mq(enc.flush());
     int got = 0;
-    for (int64_t v : kIntValues) {
+    for (int64_t v : values) {
         ASSERT_TRUE(mq.integer(got)) << v;
         EXPECT_EQ(got, v);
     }
@@ -128,7 +195,8 @@ TYPED_TEST(MQDecoder, IntegersOobAndIaids) {
 // The reader never moves past a marker (0xFF 0xAC) nor past the end; data
 // that ends early reads as zero and decoding goes on without error.
 TEST(MQDecoder, ReaderStopsAtMarkerAndEnd) {
-    const struct { Bytes data; std::size_t position; } cases[] = {{{0x12, 0x34, 0xFF, 0xAC, 0x55, 0x66}, 4}, {{0x84}, 1}};
+    const struct { Bytes data; std::size_t position; } cases[] = {{{0x12, 0x34, 0xFF, 0xAC, 0x55, 0x66}, 4},
+                                                                   {{0x84}, 1}};
     for (const auto& c : cases) {
         Jbig2MQ mq(c.data);
         for (int i = 0; i < 10000; ++i) mq.bit(0);
@@ -149,22 +217,35 @@ TEST(HuffmanTable, StandardTablesDecodeTheirValuesAndAreComplete) {
                                      &huffman_params_E, &huffman_params_F, &huffman_params_G, &huffman_params_H,
                                      &huffman_params_I, &huffman_params_J, &huffman_params_K, &huffman_params_L,
                                      &huffman_params_M, &huffman_params_N, &huffman_params_O};
-    for (const StandardTableCases& t : standardTableCases()) {
-        SCOPED_TRACE(std::string("table ") + t.table);
-        HuffmanTable table(*params[t.table - 'A']);
-        HuffmanDaraReader reader(t.bits.data(), static_cast<uint32_t>(t.bits.size()));
+    for (int t = 0; t < 15; ++t) {
+        const char name = static_cast<char>('A' + t);
+        SCOPED_TRACE(std::string("table ") + name);
+        BitWriter w;
+        std::vector<std::string> cases;
+        std::istringstream in(kTableCases[t]);
+        for (std::string c; in >> c; cases.push_back(c)) {
+            const std::size_t plus = c.find('+'), colon = c.find(':'), eq = c.find('=');
+            w.bits(c.substr(0, std::min(plus, eq)));
+            if (plus != std::string::npos)
+                w.value(static_cast<uint32_t>(std::stoul(c.substr(colon + 1, eq - colon - 1))),
+                        std::stoi(c.substr(plus + 1, colon - plus - 1)));
+        }
+        HuffmanTable table(*params[t]);
+        HuffmanDaraReader reader(w.bytes().data(), static_cast<uint32_t>(w.bytes().size()));
         HuffmanDecoder dec(&reader);
-        JBIG2ByteInput in(t.bits.data(), t.bits.size());
+        JBIG2ByteInput in2(w.bytes().data(), w.bytes().size());
         JBIG2HuffmanDecoder other;
-        other.setInput(&in);
-        for (const HuffmanCase& c : t.cases) {
+        other.setInput(&in2);
+        for (const std::string& c : cases) {
+            const std::string want = c.substr(c.find('=') + 1);
             bool oob = false;
-            int v = dec.decodeint(table, oob), w = 0;
-            EXPECT_EQ(oob, c.oob) << c.text;
-            EXPECT_EQ(other.decodeInt(&w, jbig2StandardTable(t.table)), !c.oob) << c.text << " (JBIG2Dec)";
-            if (!c.oob) {
-                EXPECT_EQ(v, c.value) << c.text;
-                EXPECT_EQ(w, c.value) << c.text << " (JBIG2Dec)";
+            const int v = dec.decodeint(table, oob);
+            int v2 = 0;
+            EXPECT_EQ(oob, want == "oob") << c;
+            EXPECT_EQ(other.decodeInt(&v2, jbig2StandardTable(name)), want != "oob") << c << " (JBIG2Dec)";
+            if (want != "oob") {
+                EXPECT_EQ(v, std::stoi(want)) << c;
+                EXPECT_EQ(v2, std::stoi(want)) << c << " (JBIG2Dec)";
             }
         }
         ASSERT_LE(table.getWidth(), 16u);

@@ -69,9 +69,8 @@ TEST(Jbig2Frame, Streams) {
          JBIG2_BAD_REFERRED_TYPE, {}},
         {"an intermediate generic region can", refinement({1}, mmrSeg(1, 0, 0, 0, {kRow}, 36)), JBIG2_SUCCESS,
          {".######."}},
-        // Reached in the random-access organisation only: the sequential one
-        // stops at any length 0.
-        {"end of page without a page", cat({fileHeader(false), segment(0, 49, {}, {}), segment(1, 51, {}, {})}),
+        {"end of page without a page (random access: sequential stops at any length 0)",
+         cat({fileHeader(false), segment(0, 49, {}, {}), segment(1, 51, {}, {})}),
          JBIG2_INVALID_DATA, {}, Form::File},
         {"out of memory", pageSeg(0, 0xFFFFFFF0u, 0xFFFFFFF0u), JBIG2_OUT_OF_MEMORY, {}},
         {"a truncated stream keeps what stood before the cut",

@@ -1,7 +1,5 @@
-// Symbol dictionaries, text regions, pattern dictionaries and halftone
-// regions on the smallest streams that show each behaviour: Huffman-coded
-// dictionaries and text (the standard tables' codes written out), MMR-coded
-// patterns, and grey planes coded with the test MQ encoder.
+// Symbol dictionaries, text regions, pattern dictionaries and halftone regions
+// on the smallest streams that show each behaviour.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -18,10 +16,8 @@ namespace {
 // B.1 (table A) codes 0..15 as "0" and 4 bits.
 void tableA(BitWriter& w, uint32_t v) { w.bits("0").value(v, 4); }
 
-// A Huffman dictionary (tables D, B, A, A) exporting `exported` symbols by
-// the runs `exportRuns`. With `twoSymbols`, two new symbols of height 3 and
-// widths 2 and 3 in an uncompressed collective bitmap, "11/01/11" and
-// "101/010/101"; else no new symbols.
+// A Huffman dictionary (tables D, B, A, A) exporting `exported` symbols by the
+// runs `exportRuns`; with `twoSymbols` it holds "11/01/11" and "101/010/101".
 Bytes dictionary(bool twoSymbols, const std::vector<uint32_t>& exportRuns, uint32_t exported) {
     BitWriter w;
     if (twoSymbols) {
@@ -67,8 +63,7 @@ Bytes patternDictionary(uint32_t graymax) {
     return cat({{0x01, 2, 1}, be(graymax), mmrRows({graymax == 0 ? "##" : "..##"})});  // HDMMR, HDPW, HDPH
 }
 
-// Halftone header: region w x h, grid gw x gh from (0,0) with vector (2,0)
-// in whole pixels; rows of the grid step down by 2.
+// Halftone header: region w x h, grid gw x gh from (0,0), vector (2,0).
 Bytes halftoneHeader(uint32_t w, uint32_t h, uint32_t gw, uint32_t gh, unsigned char flags) {
     return cat({regionInfo(w, h, 0, 0, 0), {flags}, be(gw), be(gh), be(0), be(0), be(0x200, 2), be(0, 2)});
 }
@@ -91,8 +86,7 @@ Bytes encodePlane(const Rows& plane, const Rows& skip) {
     return enc.flush();
 }
 
-// A halftone region over a pattern dictionary (of `dictType`; 0: none), on a
-// page of the region's size.
+// A halftone region over a pattern dictionary (of `dictType`; 0: none).
 Bytes halftone(uint32_t w, uint32_t h, uint32_t graymax, const Bytes& region, int dictType = 16) {
     const Bytes dict = dictType == 16 ? patternDictionary(graymax) : Bytes(4, 0);
     return cat({pageSeg(0, w, h), dictType ? segment(1, dictType, {}, dict) : Bytes(),
@@ -104,13 +98,11 @@ Bytes halftone(uint32_t w, uint32_t h, uint32_t graymax, const Bytes& region, in
 
 TEST(Jbig2SymbolText, Streams) {
     const Rows twoInstances = {".#.##.#...", "..#..#....", ".#.##.#..."};
-    // Dictionary 1 exporting both symbols, or only the second; dictionary 2
-    // re-exporting the second of its input with no new symbols of its own.
-    const Bytes both = segment(1, 0, {}, dictionary(true, {0, 2}, 2)), second = segment(1, 0, {}, dictionary(true, {1, 1}, 1));
-    const Bytes reexport = segment(2, 0, {1}, dictionary(false, {1, 1}, 1)), text = segment(3, 6, {1}, textRegion(0x1F, false));
-    // A 4x3 halftone region, a 3x2 grid of 2x1 patterns at x 0, 2, 4 and y 0,
-    // 2: the third cell of each row lies outside. With HENABLESKIP those
-    // cells are not coded; without it they are, and the same pixels come out.
+    const Bytes both = segment(1, 0, {}, dictionary(true, {0, 2}, 2));
+    const Bytes second = segment(1, 0, {}, dictionary(true, {1, 1}, 1));
+    const Bytes reexport = segment(2, 0, {1}, dictionary(false, {1, 1}, 1));
+    const Bytes text = segment(3, 6, {1}, textRegion(0x1F, false));
+    // A 4x3 region, a 3x2 grid of 2x1 cells whose third column lies outside.
     const Rows plane = {"101", "011"}, cells = {"##..", "....", "..##"};
     const Bytes ht = halftoneHeader(6, 2, 2, 1, 0x01);
     checkDecodeCases({
@@ -144,8 +136,8 @@ TEST(Jbig2SymbolText, Streams) {
         {"halftone: HENABLESKIP leaves outside cells uncoded",
          halftone(4, 3, 1, cat({halftoneHeader(4, 3, 3, 2, 0x08 | 0x06), encodePlane(plane, {"001", "001"})})),
          JBIG2_SUCCESS, cells},
-        {"halftone: without skipping", halftone(4, 3, 1, cat({halftoneHeader(4, 3, 3, 2, 0x06), encodePlane(plane, {})})),
-         JBIG2_SUCCESS, cells},
+        {"halftone: without skipping",
+         halftone(4, 3, 1, cat({halftoneHeader(4, 3, 3, 2, 0x06), encodePlane(plane, {})})), JBIG2_SUCCESS, cells},
         {"halftone: no referred segment", halftone(6, 2, 0, ht, 0), JBIG2_NO_REFERRED, {}},
         {"halftone: a referred segment that isn't a pattern dictionary", halftone(6, 2, 0, ht, 62),
          JBIG2_BAD_REFERRED_TYPE, {}},
@@ -158,7 +150,8 @@ TEST(Jbig2Halftone, PatternIndexPastGraymaxAsserts) {
     PatternDictionarySegment dict;
     dict.decode(reader);
     EXPECT_EQ(dict.getPatternCount(), 1u);
-    EXPECT_DEATH(dict.getImage(1), "GraphicServiceModule/jbig2/patterndictionarysegment.cpp:.*index < m_patterns.size()");
+    EXPECT_DEATH(dict.getImage(1),
+                 "GraphicServiceModule/jbig2/patterndictionarysegment.cpp:.*index < m_patterns.size()");
 }
 
 TEST(Jbig2Extension, AsciiCommentPairsAreKept) {

@@ -1,8 +1,6 @@
-// Tests of JBIG2Dec and Jbig2ToRGB_New, the second JBIG2 decoder: streams by
-// the rows of its table of differences from the jbig2:: decoder and by its
-// edge cases; the corpus in the embedded form (and split into /JBIG2Globals and
-// page data) against reference/bitmap.bmp, its rules in explained-jbig2dec.txt;
-// and the JBIG2 images of PDF files against jbig2dec -e.
+// JBIG2Dec and Jbig2ToRGB_New, the second JBIG2 decoder: streams by the rows
+// of its table of differences from the jbig2:: decoder and by its edge cases,
+// the corpus against reference/bitmap.bmp, and PDF images against jbig2dec -e.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -82,33 +80,30 @@ Bytes halftoneOverPatterns() {
                 mmrRows({"#."}, true)});
 }
 
-// A user table of 20 lines (17 bytes of line data; the jbig2:: decoder sees
-// nine): values 0..19, prefix length 5, range length 0 (HTPS 5, HTRS 1, no
-// OOB); lower and upper range lines of prefix length 6. Then a dictionary
-// using it for the heights (SDHUFF, SDHUFFDH 3) with one symbol of height 11
-// (01011, a line past the ninth byte), width 3 (B.2: 1110 + 000), OOB,
-// BMSIZE 0 (B.1), the stored rows and the export runs 0, 1 (B.1); and a text
-// region (SBHUFF, tables F, H, K, top left) placing it at (0, 0).
+// A user table of 20 lines, 17 bytes of line data where the jbig2:: decoder
+// sees nine (values 0..19 by prefix length 5; range lines of prefix length 6),
+// giving the heights (SDHUFFDH 3) of a dictionary whose one symbol has height
+// 11 (01011, past the ninth byte), width 3 (B.2), OOB, BMSIZE 0 and export
+// runs 0, 1 (B.1); a text region (tables F, H, K) places it at (0, 0).
 Bytes codeTableOf20Lines() {
-    BitWriter lines, text;
+    BitWriter lines, head, runs, text;
     for (int i = 0; i < 20; ++i) lines.value(5, 5).value(0, 1);
     lines.value(6, 5).value(6, 5).align();
+    head.bits("01011" "1110000" "111111" "00000").align();
+    runs.bits("00000" "00001").align();
     Bytes glyph(11, 0x00);
     glyph[10] = 0xE0;
     oneSymbolIdTable(text);
     // STRIPT -1 and the strip's DT 1 (B.11), FS 0 (B.6), symbol 0, OOB (B.8).
     text.bits("0" "0" "000000000" "0" "01").align();
     return cat({segment(1, 53, {}, cat({{4 << 1}, be(0), be(20), lines.bytes()})),
-                segment(2, 0, {1},
-                        cat({be(0x000D, 2), be(1), be(1), BitWriter().bits("01011" "1110000" "111111" "00000").align().bytes(),
-                             glyph, BitWriter().bits("00000" "00001").align().bytes()})),
+                segment(2, 0, {1}, cat({be(0x000D, 2), be(1), be(1), head.bytes(), glyph, runs.bytes()})),
                 pageSeg(3, 8, 11),
                 segment(4, 6, {2}, cat({regionInfo(8, 11, 0, 0, 0), be(0x0011, 2), be(0, 2), be(1), text.bytes()}))});
 }
 
-// A 4x3 refinement region at x 2 with no referred segment: `target` coded
-// with the template-1 contexts against that part of `page`, pixels outside
-// it reading 0.
+// A 4x3 refinement region at x 2 with no referred segment: `target` coded with
+// the template-1 contexts against that part of `page` (0 outside it).
 Bytes refinementOfThePage(const Rows& page, const Rows& target) {
     const int rx0 = 2, w = 4, h = 3;
     auto refPx = [&](int x, int y) { return (x < 0 || y < 0 || x >= w || y >= h) ? 0 : page[y][rx0 + x] == '#'; };
@@ -138,8 +133,7 @@ TEST(Jbig2Dec, Streams) {
     // Arithmetic, template 0, TPGDON.
     const Bytes widthZero =
         cat({regionInfo(0, 0x7FFFFFFEu, 0, 0, 0), {0x08, 3, 0xFF, 0xFD, 0xFF, 2, 0xFE, 0xFE, 0xFE}, Bytes(16, 0x00)});
-    // A text region that promises 2^32-1 instances over an empty dictionary
-    // (SDHUFF, export run 0 of table B.1).
+    // A text region promising 2^32-1 instances over an empty dictionary.
     const Bytes emptyDict = cat({be(0x0001, 2), be(0), be(0), {0x00}});
     const Bytes manyInstances = cat({regionInfo(8, 8, 0, 0, 0), be(0, 2), be(0xFFFFFFFFu), Bytes(32, 0x00)});
     Bytes truncated = cat({pageSeg(1, 8, 3), mmrSeg(2, 0, 0, 0, Rows(3, "########"))});
@@ -169,8 +163,7 @@ TEST(Jbig2Dec, Streams) {
         // Row "file header: none, embedded only".
         {"a file header is read as segments and gives no page",
          cat({{0x97, 'J', 'B', '2', '\r', '\n', 0x1A, '\n', 0x01}, page8x1, mmrSeg(2, 0, 0, 0, {"########"})}), {}, {}},
-        // Row "end of page: ignored" (and end of file, end of stripe, profiles,
-        // extensions: skipped by their length).
+        // Row "end of page: ignored" (end of file, stripe, profiles, extensions: skipped).
         {"segments after an end of page are still decoded",
          cat({pageSeg(1, 8, 2), mmrSeg(2, 0, 0, 0, {"##......"}), segment(3, 49, {}, {}), segment(4, 51, {}, {}),
               segment(5, 50, {}, {0, 0, 0, 1}), segment(6, 52, {}, {1, 2, 3}), segment(7, 62, {}, {0x20, 0, 0, 0, 0}),
@@ -178,8 +171,7 @@ TEST(Jbig2Dec, Streams) {
          {}, {"##......", "......##"}},
         {"a second page replaces the first",
          cat({page8x1, mmrSeg(2, 0, 0, 0, {"########"}), segment(3, 49, {}, {}), pageSeg(4, 4, 1)}), {}, {"...."}},
-        // Row "long-form reference count: full": the halftone needs exactly
-        // one referred segment, so the count was read in full.
+        // Row "long-form reference count: full" (a halftone needs exactly one).
         {"a halftone finds its dictionary through the long form",
          cat({patterns, pageSeg(2, 4, 2), longFormSegment(3, 22, {1}, halftoneOverPatterns())}), {}, {"##..", "##.."}},
         // Row "failure: read stops, what stands is returned".
@@ -192,8 +184,8 @@ TEST(Jbig2Dec, Streams) {
         {"a truncated segment decodes what it holds", truncated, {}, {"########", "########", "........"}},
         // Rows "striped page growth", "page height unknown", "default pixel of added rows".
         {"an unknown height starts at the maximum stripe and grows",
-         cat({pageSeg(1, 8, 0xFFFFFFFFu, 0, 0x8000 | 2), mmrSeg(2, 0, 0, 0, {"#......."}), segment(3, 50, {}, {0, 0, 0, 1}),
-              mmrSeg(4, 0, 3, 0, {".......#", "......##"})}),
+         cat({pageSeg(1, 8, 0xFFFFFFFFu, 0, 0x8000 | 2), mmrSeg(2, 0, 0, 0, {"#......."}),
+              segment(3, 50, {}, {0, 0, 0, 1}), mmrSeg(4, 0, 3, 0, {".......#", "......##"})}),
          {}, {"#.......", "........", "........", ".......#", "......##"}},
         {"added rows take the page default pixel",
          cat({pageSeg(1, 8, 0xFFFFFFFFu, 0x04, 0x8000 | 1), mmrSeg(2, 0, 3, 4, {"....####"})}), {},
@@ -203,8 +195,7 @@ TEST(Jbig2Dec, Streams) {
          {"........", "########"}},
         {"an unknown height without striping starts empty",
          cat({pageSeg(1, 8, 0xFFFFFFFFu), mmrSeg(2, 0, 1, 0, {"#......#"})}), {}, {"........", "#......#"}},
-        // Row "page operator bits: 3 and 4": the page's default operator (XOR
-        // here) does not override the regions' own.
+        // Row "page operator bits: 3 and 4": the page's (XOR) leaves the regions' own.
         {"regions compose by their own operator",
          cat({pageSeg(1, 8, 1, 0x10), mmrSeg(2, 0, 0, 0, {"####...."}), mmrSeg(3, 0, 0, 0, {"..####.."}),
               mmrSeg(4, 0, 0, 2, {"#......#"}), mmrSeg(5, 0, 0, 1, {".#######"}), mmrSeg(6, 4, 0, 4, {"#..#"})}),
@@ -219,8 +210,6 @@ TEST(Jbig2Dec, Streams) {
         {"a region of width zero and many rows costs its rows: the read stops there",
          cat({page8x1, segment(2, 38, {}, widthZero), mmrSeg(3, 0, 0, 0, {"########"})}), {}, {"........"}},
         {"a code table segment reads all its lines", codeTableOf20Lines(), {}, tallSymbol},
-        // A refinement region with no referred segment refines the part of
-        // the page under it and replaces it.
         {"no referred segment refines the page",
          cat({pageSeg(1, 8, 3), mmrSeg(2, 0, 0, 0, refined),
               segment(3, 42, {}, refinementOfThePage(refined, {".##.", "#..#", "####"}))}),
@@ -243,7 +232,8 @@ TEST(Jbig2Dec, EntryEdgeCases) {
         Bytes junk(static_cast<std::size_t>(seed * 7 % 300));
         uint32_t v = static_cast<uint32_t>(seed) * 2654435761u + 1;
         for (unsigned char& c : junk) c = static_cast<unsigned char>((v = v * 1103515245u + 12345u) >> 24);
-        EXPECT_EQ(callNew(junk, Bytes(junk.begin(), junk.begin() + static_cast<std::ptrdiff_t>(junk.size() / 3))).rc, 0);
+        EXPECT_EQ(callNew(junk, Bytes(junk.begin(), junk.begin() + static_cast<std::ptrdiff_t>(junk.size() / 3))).rc,
+                  0);
     }
     // Negative sizes are no data; a null out pointer is tolerated.
     unsigned char* out = nullptr;
@@ -315,18 +305,17 @@ TEST(Jbig2Dec, TheDefaultOperatorComesFromFlagBits3And4) {
 // A few hundred bytes asking for 38 regions of 4000x4000 stop at the budget.
 TEST(Jbig2Dec, ManyLargeRegionsStopAtTheBudget) {
     Bytes data = pageSeg(1, 4000, 4000);
-    for (uint32_t n = 2; n < 40; ++n) data = cat({data, segment(n, 38, {}, cat({regionInfo(4000, 4000, 0, 0, 0), {0x01}}))});
+    for (uint32_t n = 2; n < 40; ++n)
+        data = cat({data, segment(n, 38, {}, cat({regionInfo(4000, 4000, 0, 0, 0), {0x01}}))});
     const auto dec = runDec(data);
     ASSERT_NE(dec->getPageBitmap(), nullptr);
     EXPECT_EQ(dec->getStmSize(), 500 * 4000);
     EXPECT_LT(dec->getSegmentHeadersRead(), 39);
 }
 
-// Inputs of fuzz_jbig2_globals's form (a length byte L, the globals, R*L/255
-// bytes, then the data) that once ran for seconds: a dictionary of ever wider
-// symbols (not charged per pixel), a generic region of width 0 and 2^31-1 rows
-// (rows cost nothing), an MMR region of 0 rows and a width near 2^31 (working
-// rows reserved by the width: 8 GB). The budget bounds the work.
+// Fuzzer inputs (a length byte L, the globals, R*L/255 bytes, then the data)
+// that once ran for seconds: ever wider symbols, a generic region of width 0
+// and 2^31-1 rows, an MMR region of 0 rows and a width near 2^31 (8 GB).
 TEST(Jbig2Dec, InputsTheFuzzerFoundEndQuicklyAndSmall) {
     const char* const slowInputs[] = {
         "c3000000010001010000016800150000000500000005f25dfbf7fa16f240ca81c20c20e1061074d3a69fe9a7fa69ffff"
@@ -348,9 +337,7 @@ TEST(Jbig2Dec, InputsTheFuzzerFoundEndQuicklyAndSmall) {
         "0000000001dab4c6b792880d836d0968212632e7d05f6e94eff6279d83b6a049ff3713885b4887e5bdb45e8a1ae1ee46"
         "0d0714905fffac0000000231000100000000"};
     for (const char* hex : slowInputs) {
-        Bytes in;
-        for (std::size_t i = 0; hex[i] && hex[i + 1]; i += 2)
-            in.push_back(static_cast<unsigned char>(std::stoi(std::string(hex + i, 2), nullptr, 16)));
+        const Bytes in = fromHex(hex);
         const auto split = in.begin() + 1 + static_cast<std::ptrdiff_t>((in.size() - 1) * in[0] / 255);
         EXPECT_EQ(callNew(Bytes(split, in.end()), Bytes(in.begin() + 1, split)).rc, 0);
     }
@@ -384,21 +371,17 @@ TEST(Jbig2DecCorpus, EveryListedFileMatchesReferenceInverted) {
         EXPECT_EQ(split.rc, 0) << name;
         EXPECT_EQ(split.bytes, plain.bytes) << name << ": the globals form differs from the plain embedded form";
         // Pixels only: the padding bits of the composite files' rows differ.
-        Bytes black(plain.bytes.size());
-        for (std::size_t i = 0; i < black.size(); ++i) black[i] = static_cast<unsigned char>(~plain.bytes[i]);
-        const uint32_t stride = (reference.width + 7) / 8;
-        const Bitmap got = fromPacked(reference.width, static_cast<uint32_t>(black.size() / stride), stride, black.data());
+        const Bitmap got = fromRows(plain.bytes, reference.width, true);
         if (samePixels(got, reference)) return "";
         return "differs (" + std::to_string(got.width) + "x" + std::to_string(got.height) + ", " +
                std::to_string(plain.bytes.size()) + " bytes)";
     });
 }
 
-// The JBIG2 images of PDF files, read by `pdfkiln jbig2 FILE.pdf --all`
-// through the library and decoded with Jbig2ToRGB_New, against jbig2dec -e on
-// the same globals and data: the corpus PDFs with /JBIG2Globals, and, as Debian
-// has no JBIG2 encoder, a PDF of the JBIG2 corpus files split into their
-// globals and page data, each an image XObject with its globals stream.
+// The JBIG2 images of PDF files by `pdfkiln jbig2 FILE.pdf --all` (Jbig2ToRGB_New)
+// against jbig2dec -e on the same globals and data: the corpus PDFs with
+// /JBIG2Globals and, as Debian has no JBIG2 encoder, a PDF of the JBIG2 corpus
+// files split into globals and page data.
 TEST(Jbig2DecPdf, EveryJbig2ImageOfAPdfMatchesJbig2decOnTheSameGlobalsAndData) {
     if (!haveCorpus()) GTEST_SKIP() << "corpus not present";
     if (!testutil::exists(PDFKILN_TOOL)) GTEST_SKIP() << "no pdfkiln tool";
@@ -430,9 +413,11 @@ TEST(Jbig2DecPdf, EveryJbig2ImageOfAPdfMatchesJbig2decOnTheSameGlobalsAndData) {
     for (const std::string& name : listedFiles()) {
         const Bytes file = readFile(kCorpus + "/" + name);
         const Image& im = images[name] = {pickSegments(file, isGlobal), pickSegments(file, isPageData), object};
+        const std::string parms = " /DecodeParms << /JBIG2Globals " + std::to_string(object + 1) + " 0 R >>";
         pdf.stream(object, "/Type /XObject /Subtype /Image /Width " + std::to_string(reference.width) + " /Height " +
-                               std::to_string(reference.height) + " /ColorSpace /DeviceGray /BitsPerComponent 1 /Filter /JBIG2Decode" +
-                               (im.globals.empty() ? "" : " /DecodeParms << /JBIG2Globals " + std::to_string(object + 1) + " 0 R >>"),
+                               std::to_string(reference.height) +
+                               " /ColorSpace /DeviceGray /BitsPerComponent 1 /Filter /JBIG2Decode" +
+                               (im.globals.empty() ? "" : parms),
                    std::string(im.data.begin(), im.data.end()));
         pdf.stream(object + 1, "", std::string(im.globals.begin(), im.globals.end()));
         object += 2;
@@ -447,17 +432,16 @@ TEST(Jbig2DecPdf, EveryJbig2ImageOfAPdfMatchesJbig2decOnTheSameGlobalsAndData) {
     }
     if (!haveJbig2dec()) GTEST_SKIP() << "no jbig2dec to compare with";
 
-    // Where jbig2dec -e differs, the rule's fact: jbig2dec reads the original
-    // file the same other way.
+    // Where jbig2dec -e differs, it reads the original file the same other way.
     walkCorpus(
         "explained-jbig2dec-pdf.txt",
         [&](const std::string& name, const Bytes&) -> std::string {
             const Image& im = images[name];
             testutil::writeFile(tmp.file("g.jb2"), im.globals);
             testutil::writeFile(tmp.file("d.jb2"), im.data);
-            const Bitmap oracle = jbig2dec((im.globals.empty() ? "-e " : "-e " + testutil::quote(tmp.file("g.jb2")) + " ") +
-                                               testutil::quote(tmp.file("d.jb2")),
-                                           tmp.file("oracle.pbm"));
+            const std::string args = "-e " + (im.globals.empty() ? "" : testutil::quote(tmp.file("g.jb2")) + " ") +
+                                     testutil::quote(tmp.file("d.jb2"));
+            const Bitmap oracle = jbig2dec(args, tmp.file("oracle.pbm"));
             if (samePixels(ours[name], oracle)) return "";
             return "differs from jbig2dec -e (" + std::to_string(oracle.width) + "x" + std::to_string(oracle.height) +
                    (oracle.ok ? ")" : ", jbig2dec gave no image)");
