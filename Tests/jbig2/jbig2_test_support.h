@@ -1,6 +1,6 @@
 // Helpers of the jbig2 tests: builders of the smallest inputs that show a
-// behaviour, the standard Huffman tables' cases, bitmap readers, decoding by
-// the jbig2:: decoder, the embedded form of a file, and the corpus walk.
+// behaviour, bitmap readers, decoding by the jbig2:: decoder, the embedded
+// form of a file, and the corpus walk.
 #ifndef PDFKILN_TESTS_JBIG2_SUPPORT_H
 #define PDFKILN_TESTS_JBIG2_SUPPORT_H
 
@@ -76,8 +76,7 @@ public:
         if (b) m_bytes.back() |= static_cast<unsigned char>(0x80 >> (m_n % 8));
         ++m_n;
     }
-    // Pads with zero bits to the next byte boundary.
-    BitWriter& align() {
+    BitWriter& align() {  // zero bits to the next byte boundary
         while (m_n % 8) bit(false);
         return *this;
     }
@@ -152,11 +151,7 @@ bool samePixels(const Bitmap& a, const Bitmap& b, bool topRows = false);
 // when decodeImage throws r), the page count and page 1.
 enum class Form { Embedded, File, Stream };
 constexpr int kThrown = 100;
-struct Decoded {
-    int result = -1;
-    unsigned pages = 0;
-    Bitmap image;
-};
+struct Decoded { int result = -1; unsigned pages = 0; Bitmap image; };
 Decoded decodeJbig2(const Bytes& data, Form form = Form::Embedded);
 // A stream and what decodeJbig2 makes of it: the result, page 1's rows (none
 // unless the result is 0) and, with result 0, the page count.
@@ -173,9 +168,7 @@ void checkDecodeCases(const std::vector<DecodeCase>& cases);
 // A file's segments of the types `keep` takes, in the embedded form (no file
 // header, sequential); unknown lengths of generic regions by their end marker.
 Bytes pickSegments(const Bytes& file, const std::function<bool(int type)>& keep);
-inline Bytes toEmbedded(const Bytes& file) {
-    return pickSegments(file, [](int t) { return t != 51; });
-}
+inline Bytes toEmbedded(const Bytes& file) { return pickSegments(file, [](int t) { return t != 51; }); }
 // Split for PDF: dictionaries and code tables go to the globals.
 inline bool isGlobal(int type) { return type == 0 || type == 16 || type == 53; }
 inline bool isPageData(int type) { return !isGlobal(type) && type != 51; }

@@ -1,8 +1,6 @@
-// Corpus test: every file of serenity/decodes-to-bitmap.txt decodes, in the
-// file form through Jbig2Decoder and in the embedded form through Jbig2ToRGB,
-// to the pixels of reference/bitmap.bmp. Files where a deviation that the
-// decoder must keep applies are listed, with the rule, in
-// explained-deviations.txt beside this test.
+// Every file of serenity/decodes-to-bitmap.txt decodes, in the file form and in
+// the embedded form (Jbig2ToRGB), to reference/bitmap.bmp; the files where a
+// deviation the decoder must keep applies are in explained-deviations.txt.
 #include <gtest/gtest.h>
 
 #include "jbig2/jbig2decoder.h"
@@ -39,9 +37,10 @@ TEST(Jbig2Corpus, EveryListedFileMatchesReference) {
         embedded = decodeEmbedded(data, fileForm.ok ? fileForm.width : reference.width, result);
         const bool fileOk = samePixels(fileForm, reference), embeddedOk = samePixels(embedded, reference);
         if (fileOk && embeddedOk) return "";
-        return std::string("file form ") + (fileOk ? "exact" : "differs") + " (result " + std::to_string(file.result) +
-               ", " + std::to_string(fileForm.width) + "x" + std::to_string(fileForm.height) + "), embedded " +
-               (embeddedOk ? "exact" : "differs") + " (result " + std::to_string(result) + ")";
+        char what[120];
+        std::snprintf(what, sizeof what, "file form %s (%ux%u, r=%d), embedded %s (r=%d)", fileOk ? "exact" : "differs",
+                      fileForm.width, fileForm.height, file.result, embeddedOk ? "exact" : "differs", result);
+        return what;
     };
     // The rule must account for the whole difference where it can be checked:
     // a striped page is the reference's top rows.

@@ -1,10 +1,8 @@
-// Units of the entropy decoders: the MQ decoder with the integer and IAID
-// procedures and the standard Huffman tables, of the jbig2:: decoder and of
-// JBIG2Dec alike; then the jbig2:: code table segments and MMR lines.
+// The entropy decoders of both decoders (MQ with the integer and IAID
+// procedures, the standard Huffman tables), and jbig2:: code tables and MMR.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 #include <sstream>
 
 #include "PDFKilnPage/PDFKilnPage.h"
@@ -20,9 +18,12 @@ using namespace jbig2test;
 namespace {
 
 // The two MQ decoders behind one face, each on its own copy of the data with
-// numbered contexts; integer() is false for OOB.
+// numbered contexts and IAIDs of one code length; integer() is false for OOB.
 struct Jbig2MQ {
-    explicit Jbig2MQ(Bytes d) : data(std::move(d)), reader(data.data(), data.size()), state(&reader) { state.init(); }
+    explicit Jbig2MQ(Bytes d, unsigned codeLength = 5)
+        : data(std::move(d)), reader(data.data(), data.size()), state(&reader), ids(codeLength) {
+        state.init();
+    }
     int bit(uint32_t cx) { return ArithmeticDecoder::decodebit(state, cxs[cx]); }
     // Odd calls take the overload that leaves `v` alone on OOB, even calls the
     // one that reports OOB in a flag.
@@ -33,10 +34,9 @@ struct Jbig2MQ {
         if (!oob) v = got;
         return !oob;
     }
-    unsigned iaid(unsigned codeLength) {
-        if (!ids) ids = std::make_unique<IAIDArithmeticDecoder>(codeLength);
+    unsigned iaid() {
         unsigned v = 99;
-        ids->decode(state, v);
+        ids.decode(state, v);
         return v;
     }
     Bytes data;
@@ -44,75 +44,67 @@ struct Jbig2MQ {
     ArithmeticDecoderState state;
     std::vector<unsigned short> cxs = std::vector<unsigned short>(16, 0);
     IntArithmeticDecoder ints;
-    std::unique_ptr<IAIDArithmeticDecoder> ids;
+    IAIDArithmeticDecoder ids;
     int calls = 0;
 };
 
 struct JBIG2DecMQ {
-    explicit JBIG2DecMQ(Bytes d) : data(std::move(d)), in(data.data(), data.size()) {
+    explicit JBIG2DecMQ(Bytes d, unsigned codeLength = 5)
+        : data(std::move(d)), in(data.data(), data.size()), codeLength(codeLength), ids(1 << codeLength) {
         a.setInput(&in);
         a.start();
     }
     int bit(uint32_t cx) { return a.decodeBit(cx, &cxs); }
     bool integer(int& v) { return a.decodeInt(&v, &ints); }
-    unsigned iaid(unsigned codeLength) {
-        if (!ids) ids = std::make_unique<JArithmeticDecoderStats>(1 << codeLength);
-        return a.decodeIAID(codeLength, ids.get());
-    }
+    unsigned iaid() { return a.decodeIAID(codeLength, &ids); }
     Bytes data;
     JBIG2ByteInput in;
     JArithmeticDecoder a;
-    JArithmeticDecoderStats cxs{16}, ints{512};
-    std::unique_ptr<JArithmeticDecoderStats> ids;
+    unsigned codeLength;
+    JArithmeticDecoderStats cxs{16}, ints{512}, ids;
 };
 
 // The standard tables B.1 (A) to B.15 (O): cases "prefix[+range bits:range]=value",
 // the value "oob" for the out-of-band line, as in reference/jbig2-tables.md.
 const char* const kTableCases[15] = {
-    "0+4:0=0 0+4:15=15 10+8:0=16 10+8:255=271 110+16:0=272 110+16:65535=65807 111+32:0=65808 "
-    "111+32:1000000=1065808",
-    "0=0 10=1 110=2 1110+3:0=3 1110+3:7=10 11110+6:0=11 11110+6:63=74 111110+32:0=75 111110+32:25=100 "
-    "111111=oob",
+    "0+4:0=0 0+4:15=15 10+8:0=16 10+8:255=271 110+16:0=272 110+16:65535=65807 111+32:0=65808 111+32:1000000=1065808",
+    "0=0 10=1 110=2 1110+3:0=3 1110+3:7=10 11110+6:0=11 11110+6:63=74 111110+32:0=75 111110+32:25=100 111111=oob",
     "11111110+8:0=-256 11111110+8:255=-1 0=0 10=1 110=2 1110+3:5=8 11110+6:63=74 11111111+32:0=-257 "
     "11111111+32:43=-300 1111110+32:0=75 111110=oob",
     "0=1 10=2 110=3 1110+3:7=11 11110+6:0=12 11110+6:63=75 11111+32:0=76 11111+32:4=80",
-    "1111110+8:0=-255 1111110+8:255=0 0=1 10=2 110=3 1110+3:0=4 11110+6:63=75 1111111+32:0=-256 "
-    "1111111+32:10=-266 111110+32:0=76",
-    "11100+10:0=-2048 11100+10:1023=-1025 1000+9:0=-1024 1001+8:255=-257 1010+7:0=-256 11101+6:63=-65 "
-    "11110+5:0=-64 1011+5:31=-1 00+7:0=0 00+7:127=127 010+7:0=128 011+8:255=511 1100+9:0=512 "
-    "1101+10:1023=2047 111110+32:0=-2049 111110+32:1=-2050 111111+32:0=2048 111111+32:2=2050",
-    "1000+9:0=-1024 000+8:255=-257 1001+7:0=-256 11010+6:0=-128 11011+5:31=-33 1010+5:0=-32 1011+5:0=0 "
-    "11100+5:31=63 11101+6:0=64 1100+7:127=255 001+8:0=256 010+9:511=1023 011+10:0=1024 "
-    "011+10:1023=2047 11110+32:0=-1025 11110+32:5=-1030 11111+32:0=2048",
-    "11111100+3:0=-15 11111100+3:7=-8 111111100+1:1=-6 11111101+1:0=-5 111111101=-3 1111100=-2 1010=-1 "
-    "00+1:0=0 00+1:1=1 11010=2 111010=3 100+4:15=19 111011+1:1=21 1011+4:0=22 1100+5:31=69 11011+6:0=70 "
-    "11100+7:127=261 111100+7:0=262 1111101+8:255=645 111101+10:1023=1669 111111110+32:0=-16 "
-    "111111110+32:4=-20 111111111+32:0=1670 01=oob",
-    "11111100+4:0=-31 111111100+2:3=-12 11111101+2:0=-11 111111101+1:1=-6 1111100+1:0=-5 1010+1:1=-2 "
-    "010+1:0=-1 010+1:1=0 011+1:1=2 11010+1:0=3 111010+1:1=6 100+5:31=38 111011+2:0=39 1011+5:31=74 "
-    "1100+6:0=75 11011+7:127=266 11100+8:0=267 111100+8:255=778 1111101+9:0=779 111101+11:2047=3338 "
-    "111111110+32:0=-32 111111111+32:1=3340 00=oob",
-    "1111010+4:0=-21 1111010+4:15=-6 11111100=-5 1111011=-4 11000=-3 00+2:0=-2 00+2:3=1 11001=2 "
-    "110110=3 1111100=4 11111101=5 01+6:0=6 01+6:63=69 11010+5:0=70 110111+5:31=133 111000+6:0=134 "
-    "111001+7:127=325 111010+8:0=326 111011+9:511=1093 111100+10:0=1094 1111101+11:2047=4165 "
-    "11111110+32:0=-22 11111111+32:0=4166 10=oob",
-    "0=1 10+1:1=3 1100=4 1101+1:1=6 11100+1:0=7 11101+2:3=12 111100+2:0=13 1111010+2:3=20 "
-    "1111011+3:0=21 1111100+4:15=44 1111101+5:0=45 1111110+6:63=140 1111111+32:0=141 1111111+32:9=150",
-    "0=1 10=2 110+1:1=4 11100=5 11101+1:1=7 111100+1:0=8 1111010=10 1111011+1:1=12 1111100+2:0=13 "
-    "1111101+3:7=24 1111110+4:0=25 11111110+5:31=72 11111111+32:0=73",
+    "1111110+8:0=-255 1111110+8:255=0 0=1 10=2 110=3 1110+3:0=4 11110+6:63=75 1111111+32:0=-256 1111111+32:10=-266 "
+    "111110+32:0=76",
+    "11100+10:0=-2048 11100+10:1023=-1025 1000+9:0=-1024 1001+8:255=-257 1010+7:0=-256 11101+6:63=-65 11110+5:0=-64 "
+    "1011+5:31=-1 00+7:0=0 00+7:127=127 010+7:0=128 011+8:255=511 1100+9:0=512 1101+10:1023=2047 111110+32:0=-2049 "
+    "111110+32:1=-2050 111111+32:0=2048 111111+32:2=2050",
+    "1000+9:0=-1024 000+8:255=-257 1001+7:0=-256 11010+6:0=-128 11011+5:31=-33 1010+5:0=-32 1011+5:0=0 11100+5:31=63 "
+    "11101+6:0=64 1100+7:127=255 001+8:0=256 010+9:511=1023 011+10:0=1024 011+10:1023=2047 11110+32:0=-1025 "
+    "11110+32:5=-1030 11111+32:0=2048",
+    "11111100+3:0=-15 11111100+3:7=-8 111111100+1:1=-6 11111101+1:0=-5 111111101=-3 1111100=-2 1010=-1 00+1:0=0 "
+    "00+1:1=1 11010=2 111010=3 100+4:15=19 111011+1:1=21 1011+4:0=22 1100+5:31=69 11011+6:0=70 11100+7:127=261 "
+    "111100+7:0=262 1111101+8:255=645 111101+10:1023=1669 111111110+32:0=-16 111111110+32:4=-20 111111111+32:0=1670 "
+    "01=oob",
+    "11111100+4:0=-31 111111100+2:3=-12 11111101+2:0=-11 111111101+1:1=-6 1111100+1:0=-5 1010+1:1=-2 010+1:0=-1 "
+    "010+1:1=0 011+1:1=2 11010+1:0=3 111010+1:1=6 100+5:31=38 111011+2:0=39 1011+5:31=74 1100+6:0=75 11011+7:127=266 "
+    "11100+8:0=267 111100+8:255=778 1111101+9:0=779 111101+11:2047=3338 111111110+32:0=-32 111111111+32:1=3340 00=oob",
+    "1111010+4:0=-21 1111010+4:15=-6 11111100=-5 1111011=-4 11000=-3 00+2:0=-2 00+2:3=1 11001=2 110110=3 1111100=4 "
+    "11111101=5 01+6:0=6 01+6:63=69 11010+5:0=70 110111+5:31=133 111000+6:0=134 111001+7:127=325 111010+8:0=326 "
+    "111011+9:511=1093 111100+10:0=1094 1111101+11:2047=4165 11111110+32:0=-22 11111111+32:0=4166 10=oob",
+    "0=1 10+1:1=3 1100=4 1101+1:1=6 11100+1:0=7 11101+2:3=12 111100+2:0=13 1111010+2:3=20 1111011+3:0=21 "
+    "1111100+4:15=44 1111101+5:0=45 1111110+6:63=140 1111111+32:0=141 1111111+32:9=150",
+    "0=1 10=2 110+1:1=4 11100=5 11101+1:1=7 111100+1:0=8 1111010=10 1111011+1:1=12 1111100+2:0=13 1111101+3:7=24 "
+    "1111110+4:0=25 11111110+5:31=72 11111111+32:0=73",
     "0=1 100=2 1100=3 11100=4 1101+1:1=6 101+3:0=7 101+3:7=14 111010+1:0=15 111011+2:3=20 111100+3:0=21 "
     "111101+4:15=44 111110+5:0=45 1111110+6:63=140 1111111+32:0=141",
     "100=-2 101=-1 0=0 110=1 111=2",
-    "1111100+4:0=-24 1111100+4:15=-9 111100+2:0=-8 11100+1:1=-3 1100=-2 100=-1 0=0 101=1 1101=2 "
-    "11101+1:1=4 111101+2:3=8 1111101+4:15=24 1111110+32:0=-25 1111110+32:75=-100 1111111+32:0=25 "
-    "1111111+32:75=100"};
+    "1111100+4:0=-24 1111100+4:15=-9 111100+2:0=-8 11100+1:1=-3 1100=-2 100=-1 0=0 101=1 1101=2 11101+1:1=4 "
+    "111101+2:3=8 1111101+4:15=24 1111110+32:0=-25 1111110+32:75=-100 1111111+32:0=25 1111111+32:75=100"};
 
 // The published test sequence of Annex H.2: 256 bits coded in one context.
 const Bytes kMQTestCoded = fromHex("84C73BFCE1A1430402200000410DBB86F4317FFF88FF37471ADB6ADFFFAC");
 const Bytes kMQTestDecoded = fromHex("00020051000000C00352872AAAAAAAAA82C02000FCD79EF6BF7FED904F46A3BF");
 
-template <typename MQ>
-class MQDecoder : public ::testing::Test {};
+template <typename MQ> class MQDecoder : public ::testing::Test {};
 using MQDecoders = ::testing::Types<Jbig2MQ, JBIG2DecMQ>;
 TYPED_TEST_SUITE(MQDecoder, MQDecoders);
 
@@ -188,8 +180,8 @@ TYPED_TEST(MQDecoder, IntegersOobAndIaids) {
     EXPECT_EQ(got, 4242) << "OOB leaves the value unwritten";
     ASSERT_TRUE(mq.integer(got));
     EXPECT_EQ(got, 7);
-    for (unsigned id : ids) EXPECT_EQ(mq.iaid(5), id);
-    EXPECT_EQ(TypeParam(Bytes{0x55, 0xAA}).iaid(0), 0u) << "code length 0";
+    for (unsigned id : ids) EXPECT_EQ(mq.iaid(), id);
+    EXPECT_EQ(TypeParam(Bytes{0x55, 0xAA}, 0).iaid(), 0u) << "code length 0";
 }
 
 // The reader never moves past a marker (0xFF 0xAC) nor past the end; data
@@ -202,11 +194,9 @@ TEST(MQDecoder, ReaderStopsAtMarkerAndEnd) {
         for (int i = 0; i < 10000; ++i) mq.bit(0);
         EXPECT_EQ(mq.reader.getPosition(), c.position);
     }
-    // JBIG2Dec's, over many contexts.
     JBIG2DecMQ mq(Bytes{0x12, 0xFF, 0xAC, 0x34});
-    JArithmeticDecoderStats stats(1 << 16);
-    for (int i = 0; i < 10000; ++i) mq.a.decodeBit(static_cast<uint32_t>(i) & 0xFFFF, &stats);
-    EXPECT_LE(mq.in.getPos(), 3u) << "the reader moved past the marker";
+    for (uint32_t i = 0; i < 10000; ++i) mq.bit(i & 15);
+    EXPECT_LE(mq.in.getPos(), 3u) << "JBIG2Dec's reader moved past the marker";
 }
 
 // Every standard table decodes the values of its lines in both decoders. The
@@ -307,8 +297,7 @@ TEST(CodeTableSegment, BuildsLinesAndDecodes) {
     EXPECT_EQ(dec.decodeint(seg.getTable(), oob), 5);
 }
 
-// Codes at the top of the word: the mode codes, and the white and black run
-// codes (terminating and make-up); -1 as length: not checked.
+// Mode and run codes at the top of the word; -1 as length: not checked.
 TEST(MMRDecoder, ModeAndRunCodes) {
     using M = MMRDecoder;
     const struct { int (*get)(uint32_t, int&); uint32_t word; int value, length; } cases[] = {

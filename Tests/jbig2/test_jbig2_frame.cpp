@@ -24,9 +24,7 @@ Bytes region(uint32_t number, uint32_t rows, unsigned char op = 0, uint32_t y = 
 }
 // An 8x1 page (page segment 0) holding `segments`.
 Bytes onePage(std::initializer_list<Bytes> segments, unsigned char flags = 0) {
-    Bytes data = pageSeg(0, 8, 1, flags);
-    for (const Bytes& s : segments) data = cat({data, s});
-    return data;
+    return cat({pageSeg(0, 8, 1, flags), cat(segments)});
 }
 // A refinement region (template 1) referring to `refs`, after `before`.
 Bytes refinement(const std::vector<uint32_t>& refs, const Bytes& before = {}) {
@@ -70,8 +68,7 @@ TEST(Jbig2Frame, Streams) {
         {"an intermediate generic region can", refinement({1}, mmrSeg(1, 0, 0, 0, {kRow}, 36)), JBIG2_SUCCESS,
          {".######."}},
         {"end of page without a page (random access: sequential stops at any length 0)",
-         cat({fileHeader(false), segment(0, 49, {}, {}), segment(1, 51, {}, {})}),
-         JBIG2_INVALID_DATA, {}, Form::File},
+         cat({fileHeader(false), segment(0, 49, {}, {}), segment(1, 51, {}, {})}), JBIG2_INVALID_DATA, {}, Form::File},
         {"out of memory", pageSeg(0, 0xFFFFFFF0u, 0xFFFFFFF0u), JBIG2_OUT_OF_MEMORY, {}},
         {"a truncated stream keeps what stood before the cut",
          onePage({region(1, 1), Bytes(truncated.begin(), truncated.begin() + 14)}), JBIG2_SUCCESS, {kRow}},
@@ -84,9 +81,13 @@ TEST(Jbig2Frame, Streams) {
     });
 }
 
-TEST(Jbig2Frame, PageInformationAndJbig2ToRGB) {
+// The page information, Jbig2ToRGB's rows, the ID string, and a page count from
+// the file header beyond the pages read: an out-of-range error, not an assertion.
+TEST(Jbig2Frame, PageInformationAndEntries) {
     Bytes data = cat({pageSeg(0, 8, 2), region(1, 2)});
+    Bytes f = cat({fileHeader(true, 3), onePage({segment(1, 49, {}, {})})});
     Jbig2Decoder d(data.data(), static_cast<unsigned>(data.size()), true);
+    Jbig2Decoder three(f.data(), static_cast<unsigned>(f.size()), false);
     ASSERT_EQ(d.decodeImage(), JBIG2_SUCCESS);
     EXPECT_EQ(d.getCurPageWidth(0), 8u);
     EXPECT_EQ(d.getCurPageStripe(0), 2u);
@@ -98,22 +99,12 @@ TEST(Jbig2Frame, PageInformationAndJbig2ToRGB) {
     ASSERT_EQ(Jbig2ToRGB(data.data(), static_cast<unsigned>(data.size()), &out, &size), 0);
     EXPECT_EQ(Bytes(static_cast<unsigned char*>(out), static_cast<unsigned char*>(out) + size), (Bytes{0x38, 0x38}));
     std::free(out);
-}
-
-// A page count from the file header beyond the pages read: a standard
-// out-of-range error, not an assertion.
-TEST(Jbig2Frame, PageCountBeyondPagesIsOutOfRange) {
-    Bytes f = cat({fileHeader(true, 3), onePage({segment(1, 49, {}, {})})});
-    Jbig2Decoder d(f.data(), static_cast<unsigned>(f.size()), false);
-    EXPECT_EQ(d.decodeImage(), JBIG2_SUCCESS);
-    EXPECT_EQ(d.getPageNumber(), 3u);
-    EXPECT_THROW(d.getCurPageWidth(2), std::out_of_range);
-}
-
-TEST(Jbig2Frame, IsJbig2) {
     std::istringstream yes(std::string("\x97JB2\r\n\x1A\n\x01", 9)), no(std::string("\x97JB2\r\n\x1A\r", 8));
     EXPECT_TRUE(Jbig2Decoder::isJbig2(yes));
     EXPECT_FALSE(Jbig2Decoder::isJbig2(no));
+    EXPECT_EQ(three.decodeImage(), JBIG2_SUCCESS);
+    EXPECT_EQ(three.getPageNumber(), 3u);
+    EXPECT_THROW(three.getCurPageWidth(2), std::out_of_range);
 }
 
 TEST(Jbig2FrameDeathTest, Assertions) {

@@ -42,19 +42,16 @@ Bytes textRegion(unsigned dsOffset, bool userDS, unsigned char regionOp = 0, uns
                 be(userDS ? (3u << 2) : 0, 2), be(2), w.bytes()});  // SBHUFF, TOPLEFT; 2 instances
 }
 
-// A code table with OOB (prefix size 2, range size 1): 0..1 as "0"+1 bit,
-// 2..3 as "10"+1 bit, OOB "11"; no lower nor upper range line.
+// A code table with OOB (prefix size 2, range size 1): 0..1 as "0"+1 bit, 2..3
+// as "10"+1 bit, no lower nor upper range line (prefix lengths 0), OOB "11".
 Bytes userTableForDS() {
-    BitWriter w;
-    w.value(1, 2).value(1, 1).value(2, 2).value(1, 1).value(0, 2).value(0, 2).value(2, 2);
-    return cat({{0x03}, be(0), be(4), w.bytes()});
+    return cat({{0x03}, be(0), be(4),
+                BitWriter().value(1, 2).value(1, 1).value(2, 2).value(1, 1).value(0, 4).value(2, 2).bytes()});
 }
 
 // A 10x3 page holding `segments`, then its end.
 Bytes page10x3(std::initializer_list<Bytes> segments, unsigned char flags = 0) {
-    Bytes data = pageSeg(0, 10, 3, flags);
-    for (const Bytes& s : segments) data = cat({data, s});
-    return cat({data, segment(4, 49, {}, {})});
+    return cat({pageSeg(0, 10, 3, flags), cat(segments), segment(4, 49, {}, {})});
 }
 
 // A pattern dictionary of 2x1 patterns, MMR-coded: pattern 0 "##" when
