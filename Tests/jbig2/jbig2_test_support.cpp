@@ -1,54 +1,62 @@
 // Helpers of the jbig2 tests (see jbig2_test_support.h).
 #include "jbig2_test_support.h"
 
-#include <cctype>
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstring>
+#include <set>
 #include <sstream>
 
 #include "jbig2/arithmeticdecoder.h"
+#include "jbig2/jbig2decoder.h"
 
 namespace jbig2test {
 
-using jbig2::ArithmeticDecoder;
+using Q = jbig2::ArithmeticDecoder;  // the probability estimation tables
+
+Bytes mmrRows(const Rows& rows, bool eofb) {
+    // The terminating codes of white runs 0 to 16 and black runs 0 to 12.
+    static const char* const white[] = {"00110101", "000111", "0111",   "1000",   "1011",   "1100",  "1110",  "1111",
+                                        "10011",    "10100",  "00111",  "01000",  "001000", "000011", "110100",
+                                        "110101",   "101010"};
+    static const char* const black[] = {"0000110111", "010", "11", "10", "011", "0011", "0010", "00011", "000101",
+                                        "000100", "0000100", "0000101", "0000111"};
+    BitWriter w;
+    for (const std::string& row : rows)
+        for (std::size_t x = 0, nw = 0, nb = 0; x < row.size(); nw = nb = 0) {
+            while (x < row.size() && row[x] == '.') ++nw, ++x;
+            while (x < row.size() && row[x] == '#') ++nb, ++x;
+            w.bits("001").bits(white[nw]).bits(black[nb]);
+        }
+    if (eofb) w.bits("000000000001000000000001");
+    return w.align().bytes();
+}
+
+Bytes genericMMR(uint32_t x, uint32_t y, unsigned char op, const Rows& rows, unsigned char flags) {
+    const uint32_t w = static_cast<uint32_t>(rows.empty() ? 0 : rows[0].size());
+    return cat({regionInfo(w, static_cast<uint32_t>(rows.size()), x, y, op), Bytes{flags}, mmrRows(rows)});
+}
 
 void MQEncoder::encode(unsigned short& cx, int d) {
-    if (d == (cx & 1))
-        codeMPS(cx);
-    else
-        codeLPS(cx);
-}
-
-void MQEncoder::codeMPS(unsigned short& cx) {
     const unsigned i = cx >> 1;
-    const uint32_t qe = ArithmeticDecoder::qeTab[i] >> 16;
+    const uint32_t qe = Q::qeTab[i] >> 16;
+    const int mps = cx & 1;
     A -= qe;
-    if ((A & 0x8000) == 0) {
-        if (A < qe)
-            A = qe;
-        else
-            C += qe;
-        cx = static_cast<unsigned short>((ArithmeticDecoder::nmpsTab[i] << 1) | (cx & 1));
-        renorme();
-    } else {
+    if (d == mps && (A & 0x8000)) {
         C += qe;
+        return;
     }
-}
-
-void MQEncoder::codeLPS(unsigned short& cx) {
-    const unsigned i = cx >> 1;
-    const uint32_t qe = ArithmeticDecoder::qeTab[i] >> 16;
-    int mps = cx & 1;
-    A -= qe;
-    if (A < qe)
-        C += qe;
-    else
+    // CODEMPS takes the lower interval (A = qe) when it is the larger one,
+    // CODELPS when it is the smaller one; then the state moves and renormalises.
+    if ((A < qe) == (d == mps))
         A = qe;
-    if (ArithmeticDecoder::switchTab[i]) mps = 1 - mps;
-    cx = static_cast<unsigned short>((ArithmeticDecoder::nlpsTab[i] << 1) | mps);
-    renorme();
-}
-
-void MQEncoder::renorme() {
+    else
+        C += qe;
+    if (d == mps)
+        cx = static_cast<unsigned short>((Q::nmpsTab[i] << 1) | mps);
+    else
+        cx = static_cast<unsigned short>((Q::nlpsTab[i] << 1) | (mps ^ Q::switchTab[i]));
     do {
         A <<= 1;
         C <<= 1;
@@ -56,69 +64,118 @@ void MQEncoder::renorme() {
     } while ((A & 0x8000) == 0);
 }
 
-// B is the byte at BP; -1 stands for the byte before the start, never written.
 void MQEncoder::byteout() {
-    auto next = [&](int shift, uint32_t mask, int ct) {
-        if (B >= 0) out.push_back(static_cast<unsigned char>(B));
-        B = static_cast<int>(C >> shift) & 0xFF;
-        C &= mask;
-        CT = ct;
-    };
-    if (B == 0xFF) {
-        next(20, 0xFFFFF, 7);
-    } else if (C < 0x8000000) {
-        next(19, 0x7FFFF, 8);
-    } else {
+    if (B != 0xFF && C >= 0x8000000) {  // a carry into B
         if (B >= 0) ++B;
-        if (B == 0xFF) {
-            C &= 0x7FFFFFF;
-            next(20, 0xFFFFF, 7);
-        } else {
-            next(19, 0x7FFFF, 8);
-        }
+        if (B == 0xFF) C &= 0x7FFFFFF;
     }
-}
-
-void MQEncoder::setbits() {
-    const uint32_t tempc = C + A;
-    C |= 0xFFFF;
-    if (C >= tempc) C -= 0x8000;
+    const int shift = B == 0xFF ? 20 : 19;  // a bit stuffed after 0xFF
+    if (B >= 0) out.push_back(static_cast<unsigned char>(B));
+    B = static_cast<int>(C >> shift) & 0xFF;
+    C &= (1u << shift) - 1;
+    CT = 27 - shift;
 }
 
 Bytes MQEncoder::flush() {
-    setbits();
-    C <<= CT;
-    byteout();
-    C <<= CT;
-    byteout();
+    const uint32_t tempc = C + A;  // SETBITS
+    C |= 0xFFFF;
+    if (C >= tempc) C -= 0x8000;
+    for (int i = 0; i < 2; ++i) {
+        C <<= CT;
+        byteout();
+    }
     if (B >= 0) out.push_back(static_cast<unsigned char>(B));
     if (B != 0xFF) out.push_back(0xFF);
     out.push_back(0xAC);
     return out;
 }
 
-void IntEncoder::bit(MQEncoder& enc, int b) {
-    enc.encode(m_cx[static_cast<std::size_t>(m_prev)], b);
-    if (m_prev < 256)
-        m_prev = (m_prev << 1) | b;
-    else
-        m_prev = (((m_prev << 1) | b) & 0x1FF) | 0x100;
+Rows Bitmap::rows() const {
+    Rows r(height, std::string(width, '.'));
+    for (uint32_t y = 0; y < height; ++y)
+        for (uint32_t x = 0; x < width; ++x)
+            if (pixel(x, y)) r[y][x] = '#';
+    return r;
 }
 
-void IntEncoder::encode(MQEncoder& enc, int64_t value, bool oob) {
-    m_prev = 1;
-    const int s = oob ? 1 : (value < 0 ? 1 : 0);
-    const uint64_t v = oob ? 0 : static_cast<uint64_t>(value < 0 ? -value : value);
-    bit(enc, s);
-    struct Range { uint64_t low; int prefix; int bits; };
-    static const Range ranges[] = {{0, 1, 2}, {4, 2, 4}, {20, 3, 6}, {84, 4, 8}, {340, 5, 12}, {4436, 5, 32}};
-    int r = 0;
-    while (r < 5 && v >= ranges[r + 1].low) ++r;
-    // Prefix: r ones, then a zero unless it is the last range.
-    for (int i = 0; i < r; ++i) bit(enc, 1);
-    if (r < 5) bit(enc, 0);
-    const uint64_t rest = v - ranges[r].low;
-    for (int i = ranges[r].bits - 1; i >= 0; --i) bit(enc, static_cast<int>((rest >> i) & 1));
+Bitmap fromPacked(uint32_t width, uint32_t height, uint32_t stride, const unsigned char* data) {
+    return {width, height, stride, Bytes(data, data + static_cast<std::size_t>(stride) * height), true};
+}
+
+Bitmap fromRows(const Bytes& bytes, uint32_t width, bool inverted) {
+    const uint32_t stride = width ? (width + 7) / 8 : 1;
+    Bytes black(bytes);
+    if (inverted)
+        for (unsigned char& b : black) b = static_cast<unsigned char>(~b);
+    return fromPacked(width, static_cast<uint32_t>(black.size() / stride), stride, black.data());
+}
+
+Bitmap readBmp(const std::string& path) {
+    const Bytes d = readFile(path);
+    if (d.size() < 62 || d[0] != 'B' || d[1] != 'M') return Bitmap();
+    auto le32 = [&](std::size_t p) {
+        return uint32_t(d[p]) | (uint32_t(d[p + 1]) << 8) | (uint32_t(d[p + 2]) << 16) | (uint32_t(d[p + 3]) << 24);
+    };
+    const uint32_t offset = le32(10), pal = 14 + le32(14);
+    const int32_t w = static_cast<int32_t>(le32(18)), h = static_cast<int32_t>(le32(22));
+    if ((d[28] | (d[29] << 8)) != 1 || w <= 0 || h == 0) return Bitmap();
+    // Black is the palette index of lower luminance.
+    const bool invert = d[pal + 4] + d[pal + 5] + d[pal + 6] > d[pal] + d[pal + 1] + d[pal + 2];
+    const uint32_t width = static_cast<uint32_t>(w), height = static_cast<uint32_t>(h < 0 ? -h : h);
+    const uint32_t stride = (width + 7) / 8, rowBytes = ((width + 31) / 32) * 4;
+    Bytes bits(static_cast<std::size_t>(stride) * height);
+    for (uint32_t y = 0; y < height; ++y) {
+        const std::size_t p = offset + static_cast<std::size_t>(h > 0 ? height - 1 - y : y) * rowBytes;
+        if (p + stride > d.size()) return Bitmap();
+        for (uint32_t i = 0; i < stride; ++i)
+            bits[y * stride + i] = static_cast<unsigned char>(invert ? ~d[p + i] : d[p + i]);
+    }
+    return fromPacked(width, height, stride, bits.data());
+}
+
+// P4 as jbig2dec and the tool write it: no comments.
+Bitmap readPbm(const std::string& path) {
+    std::istringstream in(testutil::readFile(path));
+    std::string magic;
+    uint32_t w = 0, h = 0;
+    if (!(in >> magic >> w >> h) || magic != "P4") return Bitmap();
+    in.get();  // the single whitespace before the raster
+    const std::string raster((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (raster.size() < static_cast<std::size_t>((w + 7) / 8) * h) return Bitmap();
+    return fromPacked(w, h, (w + 7) / 8, reinterpret_cast<const unsigned char*>(raster.data()));
+}
+
+bool samePixels(const Bitmap& a, const Bitmap& b, bool topRows) {
+    if (!a.ok || !b.ok || a.width != b.width || (topRows ? a.height > b.height : a.height != b.height)) return false;
+    const Rows ra = a.rows(), rb = b.rows();
+    return std::equal(ra.begin(), ra.end(), rb.begin());
+}
+
+Decoded decodeJbig2(const Bytes& data, Form form) {
+    Bytes copy = data;
+    std::istringstream stream(std::string(data.begin(), data.end()));
+    jbig2::Jbig2Decoder d = form == Form::Stream ? jbig2::Jbig2Decoder(stream)
+                                                 : jbig2::Jbig2Decoder(copy.data(), static_cast<unsigned>(copy.size()),
+                                                                       form == Form::Embedded);
+    Decoded r;
+    const int thrown = thrownBy([&] { r.result = d.decodeImage(); });
+    if (thrown >= 0) r.result = kThrown + thrown;
+    if (r.result != jbig2::JBIG2_SUCCESS || (r.pages = d.getPageNumber()) == 0) return r;
+    jbig2::ImageProcessor<jbig2::ImageDataBits>* img = d.getImage(0);
+    r.image = fromPacked(img->getWidth(), img->getHeight(), img->getStride(), img->getData());
+    EXPECT_EQ(d.getCurPageHeight(0), r.image.height);
+    EXPECT_EQ(d.getCurPageDataSize(0), r.image.stride * r.image.height);
+    return r;
+}
+
+void checkDecodeCases(const std::vector<DecodeCase>& cases) {
+    for (const DecodeCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        const Decoded d = decodeJbig2(c.data, c.form);
+        EXPECT_EQ(d.result, c.result);
+        if (d.result == jbig2::JBIG2_SUCCESS) { EXPECT_EQ(d.pages, c.pages); }
+        EXPECT_EQ(d.image.rows(), c.rows);
+    }
 }
 
 namespace {
@@ -128,181 +185,102 @@ uint32_t be32(const Bytes& d, std::size_t p) {
     return (uint32_t(d[p]) << 24) | (uint32_t(d[p + 1]) << 16) | (uint32_t(d[p + 2]) << 8) | d[p + 3];
 }
 
-// The end of a generic region of unknown length (7.2.7): the end marker
-// (0xFF 0xAC arithmetic, 0x00 0x00 MMR) and the 4-byte row count behind it.
+struct SegmentInfo {
+    int type = 0;
+    std::size_t headerStart = 0, headerEnd = 0, dataStart = 0, dataEnd = 0;
+    uint32_t dataLength = 0;  // as written
+};
+
+// The end of a generic region of unknown length: the end marker (0xFF 0xAC
+// arithmetic, 0x00 0x00 MMR) and the 4-byte row count behind it.
 std::size_t findUnknownEnd(const Bytes& d, std::size_t dataStart) {
     const bool mmr = dataStart + 17 < d.size() && (d[dataStart + 17] & 1);
-    const unsigned char m0 = mmr ? 0x00 : 0xFF, m1 = mmr ? 0x00 : 0xAC;
     for (std::size_t p = dataStart + 18; p + 6 <= d.size(); ++p)
-        if (d[p] == m0 && d[p + 1] == m1) return p + 6;
+        if (d[p] == (mmr ? 0x00 : 0xFF) && d[p + 1] == (mmr ? 0x00 : 0xAC)) return p + 6;
     return d.size();
 }
 
+// Reads the header at `p` and moves past it.
 bool parseHeader(const Bytes& d, std::size_t& p, SegmentInfo& s) {
     if (p + 11 > d.size()) return false;
     s.headerStart = p;
-    s.number = be32(d, p);
+    const uint32_t number = be32(d, p);
     const unsigned char flags = d[p + 4];
     s.type = flags & 0x3F;
-    p += 5;
-    uint32_t count = d[p] >> 5;
-    if (count == 7) {
-        count = be32(d, p) & 0x1FFFFFFF;
-        p += 4 + (count + 8) / 8;
-    } else {
-        p += 1;
+    uint32_t count = d[p + 5] >> 5;
+    p += 6;
+    if (count == 7) {  // the long form, then the retention bits
+        count = be32(d, p - 1) & 0x1FFFFFFF;
+        p += 3 + (count + 8) / 8;
     }
-    const int size = s.number <= 256 ? 1 : (s.number <= 65536 ? 2 : 4);
-    for (uint32_t i = 0; i < count; ++i) {
-        uint32_t v = 0;
-        for (int k = 0; k < size; ++k) v = (v << 8) | (p < d.size() ? d[p++] : 0);
-        s.referred.push_back(v);
-    }
-    if (flags & 0x40) {
-        s.pageAssociation = be32(d, p);
-        p += 4;
-    } else {
-        s.pageAssociation = p < d.size() ? d[p] : 0;
-        p += 1;
-    }
+    p += count * (number <= 256 ? 1 : (number <= 65536 ? 2 : 4)) + ((flags & 0x40) ? 4 : 1);
     s.dataLength = be32(d, p);
-    p += 4;
-    s.headerEnd = p;
+    s.headerEnd = p += 4;
     return p <= d.size();
 }
 
 }  // namespace
 
-Jbig2File listSegments(const Bytes& d) {
-    Jbig2File f;
+Bytes pickSegments(const Bytes& d, const std::function<bool(int type)>& keep) {
+    std::vector<SegmentInfo> segments;
     std::size_t p = 0;
+    bool randomAccess = false;
     static const unsigned char id[8] = {0x97, 'J', 'B', '2', '\r', '\n', 0x1A, '\n'};
     if (d.size() >= 9 && std::memcmp(d.data(), id, 8) == 0) {
-        f.hasFileHeader = true;
-        const unsigned char flags = d[8];
-        f.randomAccess = !(flags & 1);
-        p = 9 + ((flags & 2) ? 0 : 4);
+        randomAccess = !(d[8] & 1);
+        p = 9 + ((d[8] & 2) ? 0 : 4);
     }
-    if (!f.randomAccess) {
-        while (p < d.size()) {
-            SegmentInfo s;
-            if (!parseHeader(d, p, s)) return f;
+    for (SegmentInfo s; parseHeader(d, p, s); s = SegmentInfo()) {
+        if (!randomAccess) {
             s.dataStart = p;
             s.dataEnd = s.dataLength == 0xFFFFFFFFu ? findUnknownEnd(d, p) : p + s.dataLength;
-            if (s.dataEnd > d.size()) return f;
-            p = s.dataEnd;
-            f.segments.push_back(s);
-            if (s.type == 51) break;
-        }
-    } else {
-        for (;;) {
-            SegmentInfo s;
-            if (!parseHeader(d, p, s)) return f;
-            f.segments.push_back(s);
-            if (s.type == 51) break;
-        }
-        for (SegmentInfo& s : f.segments) {
-            s.dataStart = p;
-            s.dataEnd = p + s.dataLength;
-            if (s.dataEnd > d.size()) return f;
+            if (s.dataEnd > d.size()) break;
             p = s.dataEnd;
         }
+        segments.push_back(s);
+        if (s.type == 51) break;
     }
-    f.ok = true;
-    return f;
-}
-
-Bytes toEmbedded(const Bytes& d) {
-    const Jbig2File f = listSegments(d);
     Bytes out;
-    for (const SegmentInfo& s : f.segments) {
-        if (s.type == 51) continue;
-        out.insert(out.end(), d.begin() + static_cast<std::ptrdiff_t>(s.headerStart),
-                   d.begin() + static_cast<std::ptrdiff_t>(s.headerEnd));
-        out.insert(out.end(), d.begin() + static_cast<std::ptrdiff_t>(s.dataStart),
-                   d.begin() + static_cast<std::ptrdiff_t>(s.dataEnd));
+    for (SegmentInfo& s : segments) {
+        if (randomAccess) {  // all headers, then all data
+            s.dataStart = p;
+            p = s.dataEnd = p + s.dataLength;
+        }
+        if (!keep(s.type) || s.dataEnd > d.size()) continue;
+        const auto at = [&](std::size_t i) { return d.begin() + static_cast<std::ptrdiff_t>(i); };
+        out.insert(out.end(), at(s.headerStart), at(s.headerEnd));
+        out.insert(out.end(), at(s.dataStart), at(s.dataEnd));
     }
     return out;
 }
 
-Bitmap fromPacked(uint32_t width, uint32_t height, uint32_t stride, const unsigned char* data) {
-    Bitmap b;
-    b.width = width;
-    b.height = height;
-    b.stride = stride;
-    b.bits.assign(data, data + static_cast<std::size_t>(stride) * height);
-    b.ok = true;
-    return b;
-}
-
-Bitmap readBmp(const std::string& path) {
-    Bitmap b;
-    const Bytes d = readFile(path);
-    if (d.size() < 62 || d[0] != 'B' || d[1] != 'M') return b;
-    auto le32 = [&](std::size_t p) {
-        return uint32_t(d[p]) | (uint32_t(d[p + 1]) << 8) | (uint32_t(d[p + 2]) << 16) | (uint32_t(d[p + 3]) << 24);
-    };
-    const uint32_t offset = le32(10), infoSize = le32(14);
-    const int32_t w = static_cast<int32_t>(le32(18)), h = static_cast<int32_t>(le32(22));
-    const int bpp = d[28] | (d[29] << 8);
-    if (bpp != 1 || w <= 0 || h == 0) return b;
-    // Which palette index is black.
-    const std::size_t pal = 14 + infoSize;
-    const int lum0 = d[pal] + d[pal + 1] + d[pal + 2];
-    const int lum1 = d[pal + 4] + d[pal + 5] + d[pal + 6];
-    const bool invert = lum1 > lum0;  // index 1 is white: black is index 0
-    b.width = static_cast<uint32_t>(w);
-    b.height = static_cast<uint32_t>(h < 0 ? -h : h);
-    b.stride = (b.width + 7) / 8;
-    b.bits.assign(static_cast<std::size_t>(b.stride) * b.height, 0);
-    const uint32_t rowBytes = ((b.width + 31) / 32) * 4;
-    for (uint32_t y = 0; y < b.height; ++y) {
-        const uint32_t srcRow = h > 0 ? b.height - 1 - y : y;
-        const std::size_t p = offset + static_cast<std::size_t>(srcRow) * rowBytes;
-        if (p + b.stride > d.size()) return Bitmap();
-        for (uint32_t i = 0; i < b.stride; ++i)
-            b.bits[y * b.stride + i] = static_cast<unsigned char>(invert ? ~d[p + i] : d[p + i]);
-    }
-    b.ok = true;
-    return b;
-}
-
-Bitmap readPbm(const std::string& path) {
-    Bitmap b;
-    const Bytes d = readFile(path);
-    std::size_t p = 0;
-    auto token = [&]() {
-        std::string t;
-        while (p < d.size()) {
-            if (d[p] == '#') {
-                while (p < d.size() && d[p] != '\n') ++p;
-            } else if (std::isspace(d[p])) {
-                if (!t.empty()) break;
-                ++p;
-            } else {
-                t += static_cast<char>(d[p++]);
-            }
+void walkCorpus(const std::string& explainedFile,
+                const std::function<std::string(const std::string& name, const Bytes& data)>& differs,
+                const std::function<void(const std::string& name, const std::string& rule)>& checkRule) {
+    std::map<std::string, std::string> rules = testutil::explained(std::string(JBIG2_TEST_DIR) + "/" + explainedFile);
+    for (auto& e : rules) e.second = e.second.substr(0, e.second.find(' '));
+    int same = 0, explainedCount = 0;
+    std::set<std::string> seen;
+    for (const std::string& name : listedFiles()) {
+        seen.insert(name);
+        const std::string what = differs(name, readFile(kCorpus + "/" + name));
+        const auto rule = rules.find(name);
+        if (what.empty()) {
+            ++same;
+            if (rule != rules.end()) ADD_FAILURE() << name << " is listed (" << rule->second << ") but agrees";
+        } else if (rule != rules.end()) {
+            ++explainedCount;
+            std::printf("  explained: %-50s %-34s %s\n", name.c_str(), rule->second.c_str(), what.c_str());
+            if (checkRule) checkRule(name, rule->second);
+        } else {
+            ADD_FAILURE() << name << ": " << what;
         }
-        return t;
-    };
-    if (token() != "P4") return b;
-    b.width = static_cast<uint32_t>(std::stoul(token()));
-    b.height = static_cast<uint32_t>(std::stoul(token()));
-    ++p;  // the single whitespace before the raster
-    b.stride = (b.width + 7) / 8;
-    const std::size_t n = static_cast<std::size_t>(b.stride) * b.height;
-    if (p + n > d.size()) return Bitmap();
-    b.bits.assign(d.begin() + static_cast<std::ptrdiff_t>(p), d.begin() + static_cast<std::ptrdiff_t>(p + n));
-    b.ok = true;
-    return b;
-}
-
-bool samePixels(const Bitmap& a, const Bitmap& b) {
-    if (!a.ok || !b.ok || a.width != b.width || a.height != b.height) return false;
-    for (uint32_t y = 0; y < a.height; ++y)
-        for (uint32_t x = 0; x < a.width; ++x)
-            if (a.pixel(x, y) != b.pixel(x, y)) return false;
-    return true;
+    }
+    for (const auto& r : rules)
+        if (!seen.count(r.first)) ADD_FAILURE() << explainedFile << " lists " << r.first << ", not a listed file";
+    std::printf("%d agree, %d explained, %zu wrong (of %zu files)\n", same, explainedCount,
+                seen.size() - same - explainedCount, seen.size());
+    EXPECT_GT(seen.size(), 100u);
 }
 
 }  // namespace jbig2test
