@@ -3,8 +3,8 @@
 // command line. The engine writes page dictionaries without /Contents,
 // /MediaBox, /CropBox and /Annots, leaving them to the program that embeds
 // the pages; this tool is that program, and adds the page's content,
-// boxes, inherited /Resources and /Rotate, and the /Parent of the output
-// tree, before the catalog and the tail are written.
+// boxes, annotations, inherited /Resources and /Rotate, and the /Parent of
+// the output tree, before the catalog and the tail are written.
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -197,6 +197,11 @@ void completePage(CDestFile& out, int file, CSourFile& src, const SObj& page) {
     std::string add;
     std::size_t k = 0, b = 0, e = 0;
     if (findValue(source, "/Contents", k, b, e)) add += " /Contents " + renumber(out, file, source.substr(b, e - b));
+    // The engine writes a page's annotations (they are in its closure) but
+    // leaves /Annots out of the page: the list comes back, renumbered.
+    std::size_t wk = 0, wb = 0, we = 0;
+    if (findValue(source, "/Annots", k, b, e) && !findValue(written, "/Annots", wk, wb, we))
+        add += " /Annots " + renumber(out, file, source.substr(b, e - b));
     const CPaperInfo* paper = src.getPaperInfo(page);
     if (paper) {
         add += " /MediaBox " + rect(paper->box[0]);
@@ -333,7 +338,7 @@ int cmdMerge(int argc, char** argv) {
             std::printf("usage: pdfkiln merge -o OUT IN... [--select TEXT] [--password P] [--strict]\n"
                         "Writes the selected pages of the inputs into OUT through the library's merge engine:\n"
                         "each object a source's selected pages reach is written once, renumbered; the output\n"
-                        "page tree has one node per input. Annotations are not carried over.\n%s"
+                        "page tree has one node per input. Annotations come along with their pages.\n%s"
                         "Examples:\n"
                         "  pdfkiln merge -o all.pdf a.pdf b.pdf                  every page of both\n"
                         "  pdfkiln merge -o out.pdf a.pdf b.pdf --select '2:1 1:0' page 1 of b, then all of a\n"
