@@ -131,8 +131,7 @@ def placements(pdf, sheet):
 
 
 def moved(rect, m):
-    xs, ys = zip(*(point(m, x, y) for x, y in ((rect[0], rect[1]), (rect[2], rect[3]), (rect[0], rect[3]),
-                                              (rect[2], rect[1]))))
+    xs, ys = zip(*(point(m, rect[i], rect[j]) for i in (0, 2) for j in (1, 3)))
     return [min(xs), min(ys), max(xs), max(ys)]
 
 
@@ -161,7 +160,7 @@ def check_links(src, out, a, b, what, sheet_of, matrices):
         if len(sarr) >= 4 and sarr[1] == "/XYZ":
             want = point(matrices[tp], float(sarr[2]), float(sarr[3]))
             have = [float(v) for v in target[1][2:4]] if len(target[1]) >= 4 else []
-            check(target[1][1] == "/XYZ" and near(have, want), "%s: /XYZ %s, the placement gives %s" % (what, have, want))
+            check(target[1][1] == "/XYZ" and near(have, want), "%s: /XYZ %s, placed %s" % (what, have, want))
 
 
 def check_output(src, out_path, placed, per_sheet, label):
@@ -210,9 +209,9 @@ def check_render(out, path, sheet, label):
         return
     (x0, y0, x1, y1), box = floats(out, field[0]["/Rect"]), floats(out, out.get(out.pages[sheet])["/MediaBox"])
     crop = sum((["-" + k, str(int(v))] for k, v in zip("xyWH", (x0 - box[0], box[3] - y1, x1 - x0, y1 - y0))), [])
-    with_annots, without = (subprocess.run(["pdftoppm", "-r", "72", "-gray", "-f", str(sheet + 1), "-l", str(sheet + 1)] +
-                                           crop + extra + [path], capture_output=True).stdout
-                            for extra in ([], ["-hide-annotations"]))
+    pages = ["-f", str(sheet + 1), "-l", str(sheet + 1)]
+    with_annots, without = (subprocess.run(["pdftoppm", "-r", "72", "-gray"] + pages + crop + extra + [path],
+                                           capture_output=True).stdout for extra in ([], ["-hide-annotations"]))
     check(with_annots and with_annots != without, "%s: the render shows nothing of the text field" % label)
 
 

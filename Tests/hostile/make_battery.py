@@ -49,7 +49,7 @@ def page(trailer=b"", **kw):
 
 
 def zeros_deflated(size):
-    """Zlib data of `size` zero bytes (a multiple of 1 MiB): after a full flush each further MiB gives the same bytes."""
+    """Zlib data of `size` zero bytes (whole MiBs): after a full flush each further MiB gives the same bytes."""
     c, mib = zlib.compressobj(9), bytes(1 << 20)
     first = c.compress(mib) + c.flush(zlib.Z_FULL_FLUSH)
     again = c.compress(mib) + c.flush(zlib.Z_FULL_FLUSH)
@@ -181,8 +181,8 @@ def hand_made():
          page(content=zlib.compress(bomb, 9), content_dict=b"/Filter [/FlateDecode /FlateDecode]")),
         ("bomb-lzw", "bomb", page(content=lzw_bomb(350000), content_dict=b"/Filter /LZWDecode")),
         ("bomb-rl", "bomb", page(content=b"\x81\x00" * 400000 + b"\x80", content_dict=b"/Filter /RunLengthDecode")),
-        ("bomb-two-streams", "bomb", page(content=small, content_dict=b"/Filter /FlateDecode",
-                                          contents=b"[5 0 R 6 0 R]", extra={6: stream(b"/Filter /FlateDecode", small)})),
+        ("bomb-two-streams", "bomb", page(contents=b"[5 0 R 6 0 R]", extra={6: stream(b"/Filter /FlateDecode", small)},
+                                          content=small, content_dict=b"/Filter /FlateDecode")),
         ("bomb-objstm", "bomb", objstm_file(extra=b" /Filter /FlateDecode", data=bomb)),
         ("bomb-resources", "bomb", page(resources=b"6 0 R", extra={6: stream(b"/Filter /FlateDecode", bomb)})),
         # Hostile /Encrypt values (and below, a table of them).
@@ -199,21 +199,22 @@ def hand_made():
         b"/Columns %d /Colors %d /BitsPerComponent %d >>" % (predictor, cols, colors, bpc)))
         for cols, colors, bpc in [(2147483647, 1, 8), (1, 2147483647, 8), (65536, 65536, 16), (-5, -5, 8),
                                   (1000000000, 4, 16), (5, 1, 3)] for predictor in (2, 12)]
-    files += [("decoder-" + name, "decoder", page(content=data, content_dict=b"/Filter " + flt)) for name, flt, data in [
+    files += [("decoder-" + name, "decoder", page(content=data, content_dict=b"/Filter " + f)) for name, f, data in [
         ("ccitt", b"/CCITTFaxDecode", b"\xff" * 64), ("dct", b"/DCTDecode", b"\xff\xd8\xff\xc0" + b"\xff" * 60),
         ("lzw-bad", b"/LZWDecode", b"\xff" * 64), ("a85-bad", b"/ASCII85Decode", b"vvvv~>"),
         ("ahx-bad", b"/ASCIIHexDecode", b"zz>"), ("flate-bad", b"/FlateDecode", b"\x00" * 64),
         ("dct-huge", b"/DCTDecode", b"\xff\xd8\xff\xc0\x00\x11\x08\xff\xff\xff\xff\x03\x01\x22\x00\x02\x11\x01\x03\x11"
                                     b"\x01\xff\xd9")]]
-    files += [("encrypt-" + name, "encrypt", page(extra={6: enc + values + b" >>"}, trailer=enc_id)) for name, values in [
+    files += [("encrypt-" + name, "encrypt", page(extra={6: enc + v + b" >>"}, trailer=enc_id)) for name, v in [
         ("r99", b"/V 2 /R 99 /Length 128"), ("v99", b"/V 99 /R 3"), ("length-negative", b"/V 2 /R 3 /Length -8"),
-        ("length-huge", b"/V 2 /R 3 /Length 2147483647"), ("v4-no-cf", b"/V 4 /R 4 /Length 128 /StmF /StdCF /StrF /StdCF"),
+        ("length-huge", b"/V 2 /R 3 /Length 2147483647"),
         ("r6-short", b"/V 5 /R 6 /Length 256 /OE <00> /UE <00> /Perms <00>"),
+        ("v4-no-cf", b"/V 4 /R 4 /Length 128 /StmF /StdCF /StrF /StdCF"),
         ("v4-bad-cf", b"/V 4 /R 4 /CF << /StdCF << /CFM /Nonsense /Length -1 >> >> /StmF /StdCF")]]
     # JBIG2 pages far beyond any real page.
     files += [("jbig2-page-%x-%x-%x-%x" % size, "jbig2", jbig2_file(*size)) for size in [
-        (0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF), (0x7FFFFFFF, 1, 0x7FFFFFFF, 1), (1, 0x7FFFFFFF, 1, 0x7FFFFFFF),
-        (100000, 100000, 100000, 100000), (16, 16, 0xFFFFFFFF, 16)]]
+        (2**32 - 1, 2**32 - 1, 2**32 - 1, 2**32 - 1), (2**31 - 1, 1, 2**31 - 1, 1), (1, 2**31 - 1, 1, 2**31 - 1),
+        (100000, 100000, 100000, 100000), (16, 16, 2**32 - 1, 16)]]
     return files
 
 

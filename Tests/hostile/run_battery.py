@@ -15,7 +15,7 @@ import tempfile
 import make_battery  # puts Tests/tool on the path
 from tool_util import qpdf_refuses, run
 
-SECONDS, MAX_RSS_KIB, SANITIZER_EXIT = 10, 1 << 20, (86, 87)
+SECONDS, MAX_KIB, SANITIZER_EXIT = 10, 1 << 20, (86, 87)
 ENV = dict(os.environ, ASAN_OPTIONS="exitcode=86:detect_leaks=1:halt_on_error=1:hard_rss_limit_mb=1536",
            UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1:exitcode=87")
 PEAKS = []  # (seconds, peak RSS in KiB, file, command) of every run
@@ -24,25 +24,24 @@ PEAKS = []  # (seconds, peak RSS in KiB, file, command) of every run
 def check_file(tool, directory, name, kind):
     """The problems of one file, as text lines."""
     path, out = os.path.join(directory, name + ".pdf"), os.path.join(directory, name + ".out.pdf")
-    runs = [("info", ["info", path]), ("object", ["object", path, "--all"]), ("content", ["content", path, "--page", "1"]),
-            ("compose", ["compose", "--quiet", "--keep-going", "-o", out, path])]
+    runs = [["info", path], ["object", path, "--all"], ["content", path, "--page", "1"],
+            ["compose", "--quiet", "--keep-going", "-o", out, path]]
     if kind == "jbig2":
-        runs.append(("jbig2", ["jbig2", path, "--all", "-o", os.path.join(directory, name + "-%d.png")]))
+        runs.append(["jbig2", path, "--all", "-o", os.path.join(directory, name + "-%d.png")])
     problems, composed = [], None
-    for label, args in runs:
+    for args in runs:
         code, seconds, rss, err = run([tool] + args, SECONDS, ENV, stdout=False)
-        PEAKS.append((seconds, rss, name, label))
-        problems += ["%s %s: %s" % (name, label, what) for bad, what in [
-            (code is None, "over %d s" % SECONDS), (code is not None and code < 0, "signal %d" % -(code or 0)),
-            (code in SANITIZER_EXIT or "Sanitizer" in err or "runtime error:" in err, "sanitizer report\n" + err[-3000:]),
-            (rss > MAX_RSS_KIB, "peak memory %d MiB" % (rss >> 10))] if bad]
-        composed = code if label == "compose" else composed
+        PEAKS.append((seconds, rss, name, args[0]))
+        sanitizer = code in SANITIZER_EXIT or "Sanitizer" in err or "runtime error:" in err
+        problems += ["%s %s: %s" % (name, args[0], what) for bad, what in [
+            (code is None, "over %d s" % SECONDS), ((code or 0) < 0, "signal %d" % -(code or 0)),
+            (sanitizer, "sanitizer report\n" + err[-3000:]), (rss > MAX_KIB, "peak %d MiB" % (rss >> 10))] if bad]
+        composed = code if args[0] == "compose" else composed
     if kind == "valid":
         refused = "status %s on valid input" % composed if composed != 0 else qpdf_refuses(out, accept=(0, 3))
         problems += ["%s compose: %s" % (name, refused)] if refused else []
-    for leftover in os.listdir(directory):
-        if leftover.startswith(name + ".out") or leftover.startswith(name + "-"):
-            os.remove(os.path.join(directory, leftover))
+    for leftover in [f for f in os.listdir(directory) if f.startswith((name + ".out", name + "-"))]:
+        os.remove(os.path.join(directory, leftover))
     return problems
 
 

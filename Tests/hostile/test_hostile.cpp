@@ -29,13 +29,7 @@ std::string pageWith(const std::vector<std::string>& streams) {
 
 std::string flateStream(std::size_t zeros) { return "/Filter /FlateDecode stream:" + z(std::string(zeros, '\0')); }
 
-struct BudgetCase {
-    const char* name;
-    std::vector<std::string> streams;
-    std::size_t budget;
-    int rc;
-    std::size_t size;  // of the content on success
-};
+struct BudgetCase { const char* name; std::vector<std::string> streams; std::size_t budget; int rc; std::size_t size; };
 
 TEST(DecodedBudget, BoundsEachStreamAndThePageAsAWhole) {
     const std::size_t mib = 1 << 20;
@@ -94,11 +88,7 @@ TEST(InflateInto, GivesWhatTheBlockEntryGivesAndStopsAtItsLimit) {
     using namespace filtertest;
     const Bytes plain = randomBytes(70000, 7);
     const Bytes zeros(300000, 0);
-    struct Case {
-        const char* name;
-        Bytes data;
-        FilterPropTD prop;
-    } cases[] = {
+    struct { const char* name; Bytes data; FilterPropTD prop; } cases[] = {
         {"flate", zlibCompress(plain), props(FILTER_FLATE)},
         {"flate of zeros", zlibCompress(zeros), props(FILTER_FLATE)},
         {"ascii hex", bytes(std::string(50000, 'A') + ">"), props(FILTER_ASCIIHEX)},
@@ -109,7 +99,7 @@ TEST(InflateInto, GivesWhatTheBlockEntryGivesAndStopsAtItsLimit) {
         // the predictor takes their type bytes out.
         {"flate with the PNG predictor", bytes(z(std::string(2000, '\x02'))), props(FILTER_FLATE, 12, 1, 8, 9)},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const Result whole = decode(c.data, c.prop);
         std::string out = "left over";
@@ -123,10 +113,7 @@ TEST(InflateInto, GivesWhatTheBlockEntryGivesAndStopsAtItsLimit) {
 }
 
 TEST(ResourceText, KeepsStringsAndBalancesBrackets) {
-    const struct {
-        const char* in;
-        const char* out;
-    } cases[] = {
+    const struct { const char* in; const char* out; } cases[] = {
         // An escaped parenthesis and a bracket inside a string are the string's.
         {"<< /Properties << /P0 << /Name (a\\)]b) >> >> >>", "<</Properties <</P0 <</Name (a\\)]b) >> >> >>"},
         {"<< /P << /N (a(b)]c) >> >>", "<</P <</N (a(b)]c) >> >>"},
@@ -171,13 +158,7 @@ TEST(ComposeStatus, APageWhoseContentDoesNotDecodeIsAPartialResult) {
     const std::string broken = pageWith({"/Filter /LZWDecode stream:" + std::string(64, '\xff')});
     const std::string bomb = pageWith({"/Filter [/AHx /FlateDecode] stream:" +
                                        pdftest::hexEncode(z(std::string(8 << 20, '\0')))});
-    const struct {
-        const char* name;
-        std::string pdf;
-        std::string flags;
-        int status;
-        bool wrote;
-    } cases[] = {
+    const struct { const char* name; std::string pdf, flags; int status; bool wrote; } cases[] = {
         {"valid", good, "", 0, true},
         {"damaged content stops the run", broken, "", 3, false},
         {"damaged content with --keep-going", broken, "--keep-going", 3, true},

@@ -82,14 +82,15 @@ def main():
     failures = []
     for point, args, status, want, unwanted, out in cases:
         code, _, _, text = run([tool] + args, 60, env)
-        label = "point %d: pdfkiln %s" % (point, " ".join(os.path.basename(a) if a.startswith(tmp) else a for a in args))
-        checks = [(code != status, "exit %s, wanted %d" % (code, status)), (want and want not in text, "no '%s' in" % want),
-                  (unwanted and unwanted in text, "'%s' in" % unwanted), (out and qpdf_refuses(out), "qpdf refuses the output")]
-        failures += ["%s: %s\n%s" % (label, what, text[:300]) for bad, what in checks if bad][:1]
+        checks = [(code != status, "exit %s, not %d" % (code, status)), (want and want not in text, "no %r in" % want),
+                  (unwanted and unwanted in text, "%r in" % unwanted), (out and qpdf_refuses(out), "qpdf refuses it")]
+        failures += ["point %d: pdfkiln %s: %s\n%s" % (point, " ".join(a.replace(tmp + "/", "") for a in args), what,
+                                                       text[:300]) for bad, what in checks if bad][:1]
     # Point 7: naming a file twice writes its shared objects once, as naming it once does.
-    size = lambda f: len(subprocess.run(["qpdf", "--show-xref", f], capture_output=True).stdout.splitlines())
-    if shutil.which("qpdf") and size(t("o7.pdf")) != size(t("o7b.pdf")):
-        failures.append("point 7: a file named twice gives %d objects, named once %d" % (size(t("o7.pdf")), size(t("o7b.pdf"))))
+    sizes = [len(subprocess.run(["qpdf", "--show-xref", t(f)], capture_output=True).stdout.splitlines())
+             for f in ("o7.pdf", "o7b.pdf")] if shutil.which("qpdf") else [0, 0]
+    if sizes[0] != sizes[1]:
+        failures.append("point 7: a file named twice gives %d objects, named once %d" % tuple(sizes))
     # What nothing in the output refers to is left out: the source's script.
     if os.path.exists(t("o7n.pdf")) and b"app.alert" in open(t("o7n.pdf"), "rb").read():
         failures.append("compose writes a name tree's script that nothing in the output refers to")

@@ -20,7 +20,7 @@ def body(objects, header=HEADER):
 
 
 def pdf(objects, trailer=b"", header=HEADER, startxref=None):
-    """A file of `objects` (number -> body, or a list numbered from 1) with a classic table, free entries in the gaps."""
+    """A file of `objects` (number -> body, or a list from 1) with a classic table, free entries in the gaps."""
     if isinstance(objects, list):
         objects = dict(enumerate(objects, 1))
     out, offsets = body(objects, header)
