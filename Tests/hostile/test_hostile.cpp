@@ -1,64 +1,39 @@
 // Hostile input: each point on the input that showed it.
 #include <gtest/gtest.h>
-#include <zlib.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "../facade/facade_test_util.h"
-#include "ZQGraphicService/ZqFilter.h"
 #include "filter_test_util.h"
 #include "pdfkiln_destfile.h"
 #include "pdfkiln_filter.h"
 #include "resource_text.h"
+#include "test_util.h"
 
 using namespace ZQGraphicService_NS;
+using filtertest::z;
 
 namespace {
 
-std::string deflated(const std::string& plain) {
-    uLongf size = compressBound(static_cast<uLong>(plain.size()));
-    std::string out(size, '\0');
-    compress2(reinterpret_cast<Bytef*>(&out[0]), &size, reinterpret_cast<const Bytef*>(plain.data()),
-              static_cast<uLong>(plain.size()), 9);
-    out.resize(size);
-    return out;
-}
-
 // One page whose content is the streams given, each "<dict>" "stream:" "<data>".
 std::string pageWith(const std::vector<std::string>& streams) {
-    std::map<int, std::string> objs = {
-        {1, "<< /Type /Catalog /Pages 2 0 R >>"},
-        {2, "<< /Type /Pages /Kids [3 0 R] /Count 1 >>"},
-    };
-    std::string contents = "[";
+    std::map<int, std::string> objs;
+    std::string contents;
     for (std::size_t i = 0; i < streams.size(); ++i) {
         objs[10 + static_cast<int>(i)] = streams[i];
         contents += std::to_string(10 + i) + " 0 R ";
     }
-    objs[3] = "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Contents " + contents + "] >>";
+    objs[3] = "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Contents [" + contents + "] >>";
     return pagestest::buildPdf(objs);
 }
 
-std::string flateStream(std::size_t zeros) { return "/Filter /FlateDecode stream:" + deflated(std::string(zeros, '\0')); }
+std::string flateStream(std::size_t zeros) { return "/Filter /FlateDecode stream:" + z(std::string(zeros, '\0')); }
 
-// ---- The decoded-size budget of the facade --------------------------------
-
-struct BudgetCase {
-    const char* name;
-    std::vector<std::string> streams;
-    std::size_t budget;
-    int rc;
-    std::size_t size;  // of the content on success
-};
+struct BudgetCase { const char* name; std::vector<std::string> streams; std::size_t budget; int rc; std::size_t size; };
 
 TEST(DecodedBudget, BoundsEachStreamAndThePageAsAWhole) {
     const std::size_t mib = 1 << 20;
-    const std::string badPredictor =
-        "/Filter /FlateDecode /DecodeParms << /Predictor 9 >> stream:" + deflated("q Q");
+    const std::string badPredictor = "/Filter /FlateDecode /DecodeParms << /Predictor 9 >> stream:" + z("q Q");
     const BudgetCase cases[] = {
         {"no budget: the stream decodes whole", {flateStream(4 * mib)}, 0, 0, 4 * mib + 1},
         {"a bomb past the budget is the filter failure", {flateStream(4 * mib)}, mib, 5000, 0},
@@ -68,7 +43,7 @@ TEST(DecodedBudget, BoundsEachStreamAndThePageAsAWhole) {
         {"two streams within it together", {flateStream(600 << 10), flateStream(600 << 10)}, 2 * mib, 0,
          2 * (600 << 10) + 2},
         {"two stages, the second past it", {"/Filter [/FlateDecode /FlateDecode] stream:" +
-                                            deflated(deflated(std::string(4 * mib, '\0')))}, mib, 5000, 0},
+                                            z(z(std::string(4 * mib, '\0')))}, mib, 5000, 0},
         {"a decoder's own code without a budget", {badPredictor}, 0, ZQ_BAD_ARGUMENT, 0},
         {"the filter failure code under a budget", {badPredictor}, mib, 5000, 0},
     };
@@ -82,9 +57,7 @@ TEST(DecodedBudget, BoundsEachStreamAndThePageAsAWhole) {
         const std::string* text = nullptr;
         EXPECT_EQ(page.getPageContents(&text), c.rc);
         ASSERT_NE(text, nullptr);
-        if (c.rc == 0) {
-            EXPECT_EQ(text->size(), c.size);
-        }
+        if (c.rc == 0) { EXPECT_EQ(text->size(), c.size); }
     }
 }
 
@@ -111,28 +84,22 @@ TEST(DecodedBudget, ObjectStreamsPastItAreNotRead) {
     }
 }
 
-// ---- Decoding into the caller's string ------------------------------------
-
 TEST(InflateInto, GivesWhatTheBlockEntryGivesAndStopsAtItsLimit) {
     using namespace filtertest;
     const Bytes plain = randomBytes(70000, 7);
     const Bytes zeros(300000, 0);
-    struct Case {
-        const char* name;
-        Bytes data;
-        FilterPropTD prop;
-    } cases[] = {
-        {"flate", bytes(deflated(text(plain))), props(FILTER_FLATE)},
-        {"flate of zeros", bytes(deflated(text(zeros))), props(FILTER_FLATE)},
+    struct { const char* name; Bytes data; FilterPropTD prop; } cases[] = {
+        {"flate", zlibCompress(plain), props(FILTER_FLATE)},
+        {"flate of zeros", zlibCompress(zeros), props(FILTER_FLATE)},
         {"ascii hex", bytes(std::string(50000, 'A') + ">"), props(FILTER_ASCIIHEX)},
         {"ascii 85", bytes(std::string(50000, 'z') + "~>"), props(FILTER_ASCII85)},
         {"run length", bytes(std::string(20000, '\x81') + "x"), props(FILTER_RUNLENGTH)},
         {"damaged flate", bytes(std::string(64, '\0')), props(FILTER_FLATE)},
         // The limit holds for what the decoder holds: here the rows before
         // the predictor takes their type bytes out.
-        {"flate with the PNG predictor", bytes(deflated(std::string(2000, '\x02'))), props(FILTER_FLATE, 12, 1, 8, 9)},
+        {"flate with the PNG predictor", bytes(z(std::string(2000, '\x02'))), props(FILTER_FLATE, 12, 1, 8, 9)},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const Result whole = decode(c.data, c.prop);
         std::string out = "left over";
@@ -145,13 +112,8 @@ TEST(InflateInto, GivesWhatTheBlockEntryGivesAndStopsAtItsLimit) {
     }
 }
 
-// ---- The tool's resource writer -------------------------------------------
-
 TEST(ResourceText, KeepsStringsAndBalancesBrackets) {
-    const struct {
-        const char* in;
-        const char* out;
-    } cases[] = {
+    const struct { const char* in; const char* out; } cases[] = {
         // An escaped parenthesis and a bracket inside a string are the string's.
         {"<< /Properties << /P0 << /Name (a\\)]b) >> >> >>", "<</Properties <</P0 <</Name (a\\)]b) >> >> >>"},
         {"<< /P << /N (a(b)]c) >> >>", "<</P <</N (a(b)]c) >> >>"},
@@ -173,16 +135,14 @@ TEST(ResourceText, InputSizedNestingAndCollections) {
     const int n = 100000;
     // Nesting 100,000 deep: no recursion, and past the rebuilt depth the
     // text stands as it is.
-    std::string deep = "<< /Properties ";
-    for (int i = 0; i < n; ++i) deep += "<< /A ";
-    deep += "1";
-    for (int i = 0; i < n; ++i) deep += " >>";
-    deep += " >>";
+    std::string open, close;
+    for (int i = 0; i < n; ++i) open += "<< /A ", close += " >>";
+    const std::string deep = "<< /Properties " + open + "1" + close + " >>";
     EXPECT_EQ(cleanResources(deep), deep);
     const std::string arrays = "<< /ColorSpace << /C " + std::string(n, '[') + std::string(n, ']') + " >> >>";
     EXPECT_EQ(cleanResources(arrays), "<</ColorSpace <</C " + std::string(n, '[') + std::string(n, ']') + " >> >>");
-    const std::string open = "<< /Font " + std::string(n, '[');
-    EXPECT_EQ(balancedResources(open), open + std::string(n, ']'));
+    const std::string unclosed = "<< /Font " + std::string(n, '[');
+    EXPECT_EQ(balancedResources(unclosed), unclosed + std::string(n, ']'));
     // 100,000 font names, each given twice: each once, the second value.
     std::string fonts = "<< /Font << ", expected = "<</Font <<";
     for (int round = 0; round < 2; ++round)
@@ -191,42 +151,14 @@ TEST(ResourceText, InputSizedNestingAndCollections) {
     EXPECT_EQ(cleanResources(fonts + ">> >>"), expected + ">> >>");
 }
 
-// ---- The tool's exit status on a partial result ---------------------------
-
-struct ToolRun {
-    int status;
-    std::string err;
-    bool wroteOutput;
-};
-
-ToolRun compose(const std::string& pdf, const std::string& flags) {
-    const std::string dir = ::testing::TempDir();
-    const std::string in = dir + "hostile-in.pdf", out = dir + "hostile-out.pdf", err = dir + "hostile-err.txt";
-    std::ofstream(in, std::ios::binary) << pdf;
-    std::remove(out.c_str());
-    const std::string cmd =
-        std::string(PDFKILN_TOOL) + " compose --quiet " + flags + " -o " + out + " " + in + " 2>" + err;
-    const int raw = std::system(cmd.c_str());
-    std::ifstream e(err);
-    std::stringstream text;
-    text << e.rdbuf();
-    return ToolRun{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text.str(), std::ifstream(out).good()};
-}
-
 TEST(ComposeStatus, APageWhoseContentDoesNotDecodeIsAPartialResult) {
     // Content that compose decodes: a single stream of Flate alone would be
     // copied as stored.
     const std::string good = pageWith({"stream:q Q"});
     const std::string broken = pageWith({"/Filter /LZWDecode stream:" + std::string(64, '\xff')});
     const std::string bomb = pageWith({"/Filter [/AHx /FlateDecode] stream:" +
-                                       pdftest::hexEncode(deflated(std::string(8 << 20, '\0')))});
-    const struct {
-        const char* name;
-        std::string pdf;
-        std::string flags;
-        int status;
-        bool wrote;
-    } cases[] = {
+                                       pdftest::hexEncode(z(std::string(8 << 20, '\0')))});
+    const struct { const char* name; std::string pdf, flags; int status; bool wrote; } cases[] = {
         {"valid", good, "", 0, true},
         {"damaged content stops the run", broken, "", 3, false},
         {"damaged content with --keep-going", broken, "--keep-going", 3, true},
@@ -235,13 +167,14 @@ TEST(ComposeStatus, APageWhoseContentDoesNotDecodeIsAPartialResult) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const ToolRun r = compose(c.pdf, c.flags);
-        EXPECT_EQ(r.status, c.status) << r.err;
-        EXPECT_EQ(r.wroteOutput, c.wrote);
-        if (c.status == 3) {
-            EXPECT_NE(r.err.find("page 1"), std::string::npos) << r.err;
-            EXPECT_NE(r.err.find("(5000)"), std::string::npos) << r.err;
-        }
+        testutil::TempDir dir;
+        testutil::writeFile(dir.file("in.pdf"), c.pdf);
+        std::string err;
+        const int status = testutil::run("(" + testutil::quote(PDFKILN_TOOL) + " compose --quiet " + c.flags + " -o " +
+                                         dir.file("out.pdf") + " " + dir.file("in.pdf") + " 2>&1)", &err);
+        EXPECT_EQ(status, c.status) << err;
+        EXPECT_EQ(testutil::exists(dir.file("out.pdf")), c.wrote);
+        if (c.status == 3) pagestest::expectParts(err, {"page 1", "(5000)"});
     }
 }
 
