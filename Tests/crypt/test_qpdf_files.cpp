@@ -1,6 +1,4 @@
-// Password trials and decryption on files encrypted by qpdf, for every
-// revision of the standard security handler, and on the encrypted files of
-// the shared qpdf corpus.
+// Password trials and decryption on files qpdf encrypted at every revision, and on the corpus's encrypted files.
 #include <gtest/gtest.h>
 
 #include "crypt_test_util.h"
@@ -21,21 +19,18 @@ const char* kTitle = "A title (with parentheses) to decrypt";
 const char* kId = "5a112233445566778899aabbccddeeff";
 
 struct Encrypted {
-    EncryptInfo info;      // as the reader fills it from the dictionary
-    std::string qpdfKey;   // the file key qpdf reports
-    std::string rawStream; // encrypted content stream bytes
-    std::string rawTitle;  // encrypted /Title bytes
+    EncryptInfo info;       // as the reader fills it from the dictionary
+    std::string qpdfKey;    // the file key qpdf reports
+    std::string rawStream;  // encrypted content stream bytes
+    std::string rawTitle;   // encrypted /Title bytes
     int streamObj = 0, titleObj = 0;
 };
 
-// The still encrypted value of object `num` of a file written without object
-// streams: its stream data, or else its /Title string.
-std::string rawValue(const std::string& pdf, int num, bool& isStream)
-{
+// The still encrypted stream data, or else /Title string, of object `num` (the file has no object streams).
+std::string rawValue(const std::string& pdf, int num, bool& isStream) {
     const size_t at = pdf.find("\n" + std::to_string(num) + " 0 obj");
     const size_t end = pdf.find("endobj", at);
-    if (at == std::string::npos || end == std::string::npos)
-        return std::string();
+    if (at == std::string::npos || end == std::string::npos) return std::string();
     const std::string obj = pdf.substr(at, end - at);
     size_t p = obj.find("stream");
     if ((isStream = p != std::string::npos)) {
@@ -43,8 +38,7 @@ std::string rawValue(const std::string& pdf, int num, bool& isStream)
         p += obj[p + 6] == '\r' ? 8 : 7;
         return obj.substr(p, len == std::string::npos ? 0 : std::strtoul(obj.c_str() + len + 7, nullptr, 10));
     }
-    if ((p = obj.find("/Title")) == std::string::npos)
-        return std::string();
+    if ((p = obj.find("/Title")) == std::string::npos) return std::string();
     pdftest::Source src(obj.substr(p + 6));
     std::string token;
     PDF_KILN::readPDFString(src.file, token);
@@ -57,16 +51,14 @@ std::string rawValue(const std::string& pdf, int num, bool& isStream)
 
 // A page with a content stream and an /Info title, encrypted by qpdf.
 Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector<std::string>& encryptArgs,
-                  const std::string& user, const std::string& owner, const std::string& id = kId)
-{
+                  const std::string& user, const std::string& owner, const std::string& id = kId) {
     const std::string content = kContent, base = dir.file("base.pdf"), path = dir.file(name + ".pdf");
-    testutil::writeFile(base, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>",
-                                        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-                                        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
-                                        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
-                                            "\nendstream",
-                                        "<< /Title (A title \\(with parentheses\\) to decrypt) >>"},
-                                       "/Root 1 0 R /Info 5 0 R /ID [<" + id + "><" + id + ">]"));
+    testutil::writeFile(
+        base, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+                        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
+                        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream",
+                        "<< /Title (A title \\(with parentheses\\) to decrypt) >>"},
+                       "/Root 1 0 R /Info 5 0 R /ID [<" + id + "><" + id + ">]"));
     std::vector<std::string> args = {"--allow-weak-crypto", "--object-streams=disable", "--compress-streams=n",
                                      "--decode-level=none", "--encrypt", user, owner};
     args.insert(args.end(), encryptArgs.begin(), encryptArgs.end());
@@ -93,8 +85,7 @@ Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector
     return e;
 }
 
-std::string decrypt(const EncryptInfo& info, int obj, const std::string& data)
-{
+std::string decrypt(const EncryptInfo& info, int obj, const std::string& data) {
     std::string buf = data + std::string(32, '\0');
     int size = static_cast<int>(data.size());
     PDFDecryptionManager().DecryptData(info, obj, 0, ub(buf), size);
@@ -113,12 +104,10 @@ void PrintTo(const Config& c, std::ostream* os) { *os << c.name; }
 
 class QpdfRevision : public ::testing::TestWithParam<Config> {};
 
-} // namespace
+}  // namespace
 
-TEST_P(QpdfRevision, PasswordStatesKeysAndData)
-{
-    if (!haveQpdf())
-        GTEST_SKIP() << "qpdf not available";
+TEST_P(QpdfRevision, PasswordStatesKeysAndData) {
+    if (!haveQpdf()) GTEST_SKIP() << "qpdf not available";
     const Config& cfg = GetParam();
     TempDir dir;
     PDFDecryptionManager m;
@@ -147,9 +136,7 @@ TEST_P(QpdfRevision, PasswordStatesKeysAndData)
     EXPECT_TRUE(info.passwordRequired);
     EXPECT_TRUE(info.passwordChecked);
     EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
-    // At R6 the user test also accepts a key that opens /Perms, which the
-    // owner trial has just found: the owner password then counts as both.
-    // Below R5 the user password is worked out from /O.
+    // At R6 the owner trial's key opens /Perms, so the owner password counts as both; below R5 /O gives the user's.
     info = e.info;
     EXPECT_EQ(m.calPassWordState(info, "owner-pw"), cfg.R == 6 ? 7 : 3);
     EXPECT_EQ(info.ownerPassword, cfg.R == 6 ? "" : "owner-pw");
@@ -157,8 +144,7 @@ TEST_P(QpdfRevision, PasswordStatesKeysAndData)
         EXPECT_EQ(info.userPassword, "user-pw");
     }
     EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
-    // The failed trials clear the key; at R3 and R4 the last owner trial
-    // leaves the key it tried, as no earlier key was there to restore.
+    // Failed trials clear the key, but at R3/R4 the last owner trial leaves its key (none to restore).
     info = e.info;
     EXPECT_EQ(m.calPassWordState(info, "wrong"), 5);
     EXPECT_EQ(info.key.empty(), cfg.R == 2 || cfg.R >= 5);
@@ -205,33 +191,27 @@ INSTANTIATE_TEST_SUITE_P(
         Config{"R6_ClearMeta", {"256", "--cleartext-metadata"}, 6, 3, false}),
     [](const ::testing::TestParamInfo<Config>& p) { return std::string(p.param.name); });
 
-TEST(QpdfFiles, IdStartingWithZeroIsLeftOutOfTheR3UserCheck)
-{
-    if (!haveQpdf())
-        GTEST_SKIP() << "qpdf not available";
+TEST(QpdfFiles, IdStartingWithZeroIsLeftOutOfTheR3UserCheck) {
+    if (!haveQpdf()) GTEST_SKIP() << "qpdf not available";
     TempDir dir;
     PDFDecryptionManager m;
-    const Encrypted e = encrypt(dir, "zero-id", {"128", "--use-aes=y"}, "user-pw", "owner-pw",
-                                "00112233445566778899aabbccddeeff");
+    const Encrypted e =
+        encrypt(dir, "zero-id", {"128", "--use-aes=y"}, "user-pw", "owner-pw", "00112233445566778899aabbccddeeff");
     ASSERT_EQ(e.info.ID[0], '\0');
     // Opening hashes the whole ID and works.
     const Trial t = tryKey(e.info, "user-pw");
     EXPECT_TRUE(t.ok);
     EXPECT_EQ(toHex(t.info.key), toHex(e.qpdfKey));
-    // The classification's user check leaves the ID out, so the right key no
-    // longer matches /U: the user password is reported as neither, and the
-    // owner password, which goes through the same check, likewise.
+    // The classification's user check leaves the ID out, so neither password matches /U there.
     for (const char* pw : {"user-pw", "owner-pw"}) {
         EncryptInfo info = e.info;
         EXPECT_EQ(m.calPassWordState(info, pw), 5) << pw;
     }
 }
 
-TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys)
-{
+TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys) {
     const std::string dir = std::string(PDFKILN_CORPUS_DIR) + "/qpdf/qpdf/qtest/qpdf/";
-    if (!haveQpdf() || !testutil::exists(dir))
-        GTEST_SKIP() << "qpdf or the corpus not available";
+    if (!haveQpdf() || !testutil::exists(dir)) GTEST_SKIP() << "qpdf or the corpus not available";
     // File names carry the passwords: U= user, O= owner, none given = empty.
     const struct {
         const char *file, *user, *owner;
@@ -249,8 +229,7 @@ TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys)
     int checked = 0;
     for (const auto& c : cases) {
         const std::string path = dir + c.file;
-        if (!testutil::exists(path))
-            continue;
+        if (!testutil::exists(path)) continue;
         const EncryptInfo read = readInfo(path);
         const std::string key = qpdfKey(path, c.owner);
         const bool openFile = c.user[0] == '\0';
@@ -268,6 +247,5 @@ TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys)
         EXPECT_EQ(m.calPassWordState(info, "not-the-password"), openFile ? 6 : 5) << c.file;
         ++checked;
     }
-    if (checked == 0)
-        GTEST_SKIP() << "no encrypted corpus files found";
+    if (checked == 0) GTEST_SKIP() << "no encrypted corpus files found";
 }
