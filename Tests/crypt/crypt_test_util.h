@@ -3,6 +3,7 @@
 
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include <openssl/evp.h>
+#include <openssl/rc4.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -69,6 +70,14 @@ inline std::string evpCipher(const EVP_CIPHER* cipher, const std::string& key, c
     return out;
 }
 
+// libcrypto's low-level RC4 (EVP's lives in the legacy provider): the reference for RC4.
+inline std::string sslRc4(const std::string& key, std::string data) {
+    RC4_KEY k;
+    RC4_set_key(&k, static_cast<int>(key.size()), ub(key));
+    RC4(&k, data.size(), ub(data), ub(data));
+    return data;
+}
+
 inline std::string evpDigest(const EVP_MD* md, const std::string& data) {
     unsigned char out[EVP_MAX_MD_SIZE];
     unsigned int len = 0;
@@ -118,6 +127,14 @@ inline Trial tryKey(const pcrypt::EncryptInfo& record, const std::string& pw) {
     Trial t{false, false, false, record};
     t.ok = pcrypt::PDFDecryptionManager().getFileKey(t.info, pw, t.nonEmpty, t.empty);
     return t;
+}
+
+// DecryptData on a copy of `data`, cut to the size it leaves.
+inline std::string decrypt(const pcrypt::EncryptInfo& info, int obj, int gen, const std::string& data) {
+    std::string buf = data + std::string(32, '\0');
+    int size = static_cast<int>(data.size());
+    pcrypt::PDFDecryptionManager().DecryptData(info, obj, gen, ub(buf), size);
+    return buf.substr(0, static_cast<size_t>(std::max(size, 0)));
 }
 
 // The key getFileKey finds, or "refused".

@@ -3,8 +3,6 @@
 
 #include "crypt_test_util.h"
 
-#include <openssl/rc4.h>
-
 #include "PDFKilnPage/crypt/decryptionmanager.h"
 #include "PDFKilnPage/crypt/encryptionmanager.h"
 #include "pfdecrypt.h"
@@ -47,16 +45,11 @@ EncryptInfo cipher(int mode, const std::string& key) {
     return info;
 }
 
-// Data as a file's writer enciphers it: RC4 (libcrypto's low-level one) or the vector then padded AES-CBC.
+// Data as a file's writer enciphers it: RC4, or the vector followed by padded AES-CBC.
 std::string encipher(const EncryptInfo& info, int obj, int gen, const std::string& plain, const std::string& iv) {
     const std::string k = objectKey(info, obj, gen);
-    if (info.cipherMode >= 2)
-        return iv + evpCipher(info.cipherMode == 2 ? EVP_aes_128_cbc() : EVP_aes_256_cbc(), k, iv, plain, true, true);
-    RC4_KEY rk;
-    RC4_set_key(&rk, static_cast<int>(k.size()), ub(k));
-    std::string out = plain;
-    RC4(&rk, out.size(), ub(out), ub(out));
-    return out;
+    if (info.cipherMode < 2) return sslRc4(k, plain);
+    return iv + evpCipher(info.cipherMode == 2 ? EVP_aes_128_cbc() : EVP_aes_256_cbc(), k, iv, plain, true, true);
 }
 
 }  // namespace
@@ -119,18 +112,13 @@ TEST(DecryptionHelpers, HashR6MatchesReference) {
 TEST(DecryptData, EveryCipherMatchesOpenSSL) {
     // RC4 keeps the size; AES drops the vector and the padding.
     Rng rng(0xdd);
-    PDFDecryptionManager m;
     for (int mode : {1, 2, 3}) {
         for (int i = 0; i < 2000; ++i) {
             const size_t keyBytes = mode == 1 ? static_cast<size_t>(rng.uniform(5, 16)) : mode == 2 ? 16 : 32;
             const EncryptInfo info = cipher(mode, rng.bytes(keyBytes));
             const int obj = rng.uniform(1, 100000), gen = rng.uniform(0, 3);
             const std::string plain = rng.bytes(static_cast<size_t>(rng.uniform(mode == 1 ? 1 : 0, 300)));
-            std::string buf = encipher(info, obj, gen, plain, rng.bytes(16));
-            int size = static_cast<int>(buf.size());
-            m.DecryptData(info, obj, gen, ub(buf), size);
-            ASSERT_EQ(size, static_cast<int>(plain.size())) << mode;
-            ASSERT_EQ(buf.substr(0, plain.size()), plain) << mode;
+            ASSERT_EQ(decrypt(info, obj, gen, encipher(info, obj, gen, plain, rng.bytes(16))), plain) << mode;
         }
     }
 }
@@ -202,10 +190,7 @@ TEST(DecryptString, KeptRecordGivesWhatDecryptDataGives) {
         }
 
         std::srand(static_cast<unsigned>(i));
-        std::string expected = data;
-        int size = static_cast<int>(expected.size());
-        PDFDecryptionManager().DecryptData(info, object.num, object.gen, ub(expected), size);
-        expected.resize(static_cast<size_t>(std::max(size, 0)));
+        const std::string expected = decrypt(info, object.num, object.gen, data);
         const int nextExpected = std::rand();
 
         std::srand(static_cast<unsigned>(i));
@@ -239,9 +224,9 @@ TEST(PasswordTrials, KeysFromCutPasswordsAndShortComparisons) {
     EXPECT_EQ(openedKey(r4, pw32 + "tail beyond the padding"), r4Key);
 }
 
-TEST(PasswordTrials, R6PermsCheckNeedsAKnownKey) {
-    const auto [base, fileKey] = make(6, 256, "user", "owner");
+TEST(PasswordTrials, UserChecksCalledAlone) {
     PDFDecryptionManager m;
+    const auto [base, fileKey] = make(6, 256, "user", "owner");
     EncryptInfo info = base;
     // Wrong password and no key: false, /Perms is not used.
     info.Perms = std::string(3, 'x');  // would be unreadable
@@ -253,6 +238,16 @@ TEST(PasswordTrials, R6PermsCheckNeedsAKnownKey) {
     EXPECT_EQ(info.userPassword, "");
     info.key = std::string(32, '\x01');
     EXPECT_FALSE(m.isUserPWDR6(info, "wrong"));
+
+    // /U made with no ID; the record's ID starts with 0 and is left out.
+    auto [r4, r4Key] = make(4, 128, "user", "owner", true, -3904, "");
+    r4.ID = std::string("\0abc", 4);
+    r4.key = r4Key;
+    r4.userPassword = "stale";
+    EXPECT_TRUE(m.isUserPWDR3(r4, "", false));
+    EXPECT_EQ(r4.userPassword, "");
+    r4.ID = "zabc";
+    EXPECT_FALSE(m.isUserPWDR3(r4, "", false));
 }
 
 TEST(PasswordTrials, UserPasswordWorkedOutFromOwnerStopsAtParenthesis) {
@@ -268,19 +263,6 @@ TEST(PasswordTrials, UserPasswordWorkedOutFromOwnerStopsAtParenthesis) {
             EXPECT_EQ(info.ownerPassword, "owner");
         }
     }
-}
-
-TEST(PasswordTrials, R3UserCheckClearsUserPasswordAndSkipsZeroId) {
-    PDFDecryptionManager m;
-    // /U made with no ID; the record's ID starts with 0 and is left out.
-    auto [info, fileKey] = make(4, 128, "user", "owner", true, -3904, "");
-    info.ID = std::string("\0abc", 4);
-    info.key = fileKey;
-    info.userPassword = "stale";
-    EXPECT_TRUE(m.isUserPWDR3(info, "", false));
-    EXPECT_EQ(info.userPassword, "");
-    info.ID = "zabc";
-    EXPECT_FALSE(m.isUserPWDR3(info, "", false));
 }
 
 TEST(PasswordTrials, DamagedRecordsAreRefusedQuietly) {

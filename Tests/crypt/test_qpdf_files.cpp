@@ -26,30 +26,7 @@ struct Encrypted {
     int streamObj = 0, titleObj = 0;
 };
 
-// The still encrypted stream data, or else /Title string, of object `num` (the file has no object streams).
-std::string rawValue(const std::string& pdf, int num, bool& isStream) {
-    const size_t at = pdf.find("\n" + std::to_string(num) + " 0 obj");
-    const size_t end = pdf.find("endobj", at);
-    if (at == std::string::npos || end == std::string::npos) return std::string();
-    const std::string obj = pdf.substr(at, end - at);
-    size_t p = obj.find("stream");
-    if ((isStream = p != std::string::npos)) {
-        const size_t len = obj.find("/Length");
-        p += obj[p + 6] == '\r' ? 8 : 7;
-        return obj.substr(p, len == std::string::npos ? 0 : std::strtoul(obj.c_str() + len + 7, nullptr, 10));
-    }
-    if ((p = obj.find("/Title")) == std::string::npos) return std::string();
-    pdftest::Source src(obj.substr(p + 6));
-    std::string token;
-    PDF_KILN::readPDFString(src.file, token);
-    PDF_KILN::CStringType s;
-    s.noDecrypt = true;
-    s.isHex = token == "<";
-    s.Read(src.file);
-    return s.text;
-}
-
-// A page with a content stream and an /Info title, encrypted by qpdf.
+// A page with a content stream and an /Info title, encrypted by qpdf, with its still encrypted stream and title.
 Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector<std::string>& encryptArgs,
                   const std::string& user, const std::string& owner, const std::string& id = kId) {
     const std::string content = kContent, base = dir.file("base.pdf"), path = dir.file(name + ".pdf");
@@ -70,26 +47,31 @@ Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector
     Encrypted e;
     e.info = readInfo(path);
     e.qpdfKey = qpdfKey(path, owner.empty() ? user : owner);
-    const std::string raw = testutil::readFile(path);
+    const std::string raw = testutil::readFile(path);  // written without object streams
     for (int n = 1; n < 20; ++n) {
-        bool isStream = false;
-        const std::string value = rawValue(raw, n, isStream);
-        if (isStream && !e.streamObj) {
+        const size_t at = raw.find("\n" + std::to_string(n) + " 0 obj"), end = raw.find("endobj", at);
+        if (at == std::string::npos || end == std::string::npos) continue;
+        const std::string obj = raw.substr(at, end - at);
+        size_t p = obj.find("stream");
+        const size_t len = obj.find("/Length");
+        if (p != std::string::npos && len != std::string::npos) {
+            if (e.streamObj) continue;
             e.streamObj = n;
-            e.rawStream = value;
-        } else if (!isStream && !value.empty() && !e.titleObj) {
+            p += obj[p + 6] == '\r' ? 8 : 7;
+            e.rawStream = obj.substr(p, std::strtoul(obj.c_str() + len + 7, nullptr, 10));
+        } else if ((p = obj.find("/Title")) != std::string::npos && !e.titleObj) {
             e.titleObj = n;
-            e.rawTitle = value;
+            pdftest::Source src(obj.substr(p + 6));
+            std::string token;
+            PDF_KILN::readPDFString(src.file, token);
+            PDF_KILN::CStringType s;
+            s.noDecrypt = true;
+            s.isHex = token == "<";
+            s.Read(src.file);
+            e.rawTitle = s.text;
         }
     }
     return e;
-}
-
-std::string decrypt(const EncryptInfo& info, int obj, const std::string& data) {
-    std::string buf = data + std::string(32, '\0');
-    int size = static_cast<int>(data.size());
-    PDFDecryptionManager().DecryptData(info, obj, 0, ub(buf), size);
-    return buf.substr(0, static_cast<size_t>(size));
 }
 
 struct Config {
@@ -128,8 +110,8 @@ TEST_P(QpdfRevision, PasswordStatesKeysAndData) {
     }
     // The key deciphers qpdf's strings and streams.
     const EncryptInfo user = tryKey(e.info, "user-pw").info;
-    EXPECT_EQ(decrypt(user, e.streamObj, e.rawStream), kContent);
-    EXPECT_EQ(decrypt(user, e.titleObj, e.rawTitle), kTitle);
+    EXPECT_EQ(decrypt(user, e.streamObj, 0, e.rawStream), kContent);
+    EXPECT_EQ(decrypt(user, e.titleObj, 0, e.rawTitle), kTitle);
 
     EncryptInfo info = e.info;
     EXPECT_EQ(m.calPassWordState(info, "user-pw"), 4);
@@ -164,7 +146,7 @@ TEST_P(QpdfRevision, PasswordStatesKeysAndData) {
     const Trial any = tryKey(open.info, "anything");
     EXPECT_TRUE(any.ok && any.empty && !any.nonEmpty);
     EXPECT_EQ(toHex(any.info.key), toHex(open.qpdfKey));
-    EXPECT_EQ(decrypt(any.info, open.streamObj, open.rawStream), kContent);
+    EXPECT_EQ(decrypt(any.info, open.streamObj, 0, open.rawStream), kContent);
     info = open.info;
     EXPECT_EQ(m.calPassWordState(info, "owner-only"), 2);
     EXPECT_TRUE(info.passwordRequired);
