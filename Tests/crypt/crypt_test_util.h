@@ -137,6 +137,12 @@ inline std::string decrypt(const pcrypt::EncryptInfo& info, int obj, int gen, co
     return buf.substr(0, static_cast<size_t>(std::max(size, 0)));
 }
 
+// calPassWordState on a fresh copy of the record.
+inline int passwordState(const pcrypt::EncryptInfo& record, const std::string& pw) {
+    pcrypt::EncryptInfo info = record;
+    return pcrypt::PDFDecryptionManager().calPassWordState(info, pw);
+}
+
 // The key getFileKey finds, or "refused".
 inline std::string openedKey(const pcrypt::EncryptInfo& record, const std::string& pw) {
     const Trial t = tryKey(record, pw);

@@ -54,7 +54,7 @@ std::string encipher(const EncryptInfo& info, int obj, int gen, const std::strin
 
 }  // namespace
 
-TEST(DecryptionHelpers, PaddingIntegersAndPasswordCut) {
+TEST(DecryptionHelpers, PaddingIntegersPasswordCutAndObjectKeys) {
     PDFDecryptionManager m;
     const std::tuple<std::string, int, std::string> pads[] = {
         {"abc", 3, "abc" + kPad.substr(0, 29)}, {"", 0, kPad}, {"x", 40, "x"}, {"", -7, kPad}};
@@ -80,9 +80,7 @@ TEST(DecryptionHelpers, PaddingIntegersAndPasswordCut) {
 
     EXPECT_EQ(pcrypt::getUTF8Str(std::string(200, 'p')).size(), 127u);
     EXPECT_EQ(pcrypt::getUTF8Str("\xc3\xa9t\xc3\xa9"), "\xc3\xa9t\xc3\xa9");  // bytes as given
-}
 
-TEST(DecryptionHelpers, ObjectKeys) {
     // RC4: MD5 of key, 3 bytes object, 2 bytes generation, cut to n + 5.
     EXPECT_EQ(objectKey(cipher(1, fromHex("0102030405")), 0x123456 + (7 << 24), 0x10002),
               evpDigest(EVP_md5(), fromHex("01020304055634120200")).substr(0, 10));
@@ -279,8 +277,8 @@ TEST(PasswordTrials, DamagedRecordsAreRefusedQuietly) {
             info.OE = "x";
             info.Perms = "p";
             EXPECT_FALSE(tryKey(info, "pw").ok) << R << "/" << length;
-            EncryptInfo b = info, c = info;
-            EXPECT_EQ(m.calPassWordState(b, "pw"), 5) << R << "/" << length;
+            EXPECT_EQ(passwordState(info, "pw"), 5) << R << "/" << length;
+            EncryptInfo c = info;
             EXPECT_FALSE(m.isOwnerPWD(c, "pw"));
             EXPECT_FALSE(m.isUserPWD(c, "pw"));
         }
@@ -290,9 +288,8 @@ TEST(PasswordTrials, DamagedRecordsAreRefusedQuietly) {
         EncryptInfo info = make(R, 256, "user", "owner").info;
         info.Length = 128;
         for (const char* pw : {"user", "owner", ""}) {
-            EncryptInfo trial = info;
             EXPECT_FALSE(tryKey(info, pw).ok) << R << " " << pw;
-            EXPECT_EQ(m.calPassWordState(trial, pw), 5) << R << " " << pw;
+            EXPECT_EQ(passwordState(info, pw), 5) << R << " " << pw;
         }
     }
     // A /Length of 5 bits gives a key of no bytes, which no trial accepts.

@@ -37,7 +37,6 @@ std::string writeEncrypted(const testutil::TempDir& dir, const std::string& name
 TEST(EncryptionManager, ValuesOpenWithTheDecryptionManagerAndQpdf) {
     const bool qpdf = haveQpdf();
     testutil::TempDir dir;
-    pcrypt::PDFDecryptionManager m;
     const std::pair<int, int> kinds[] = {{2, 40}, {3, 40}, {3, 128}, {4, 128}, {5, 256}, {6, 256}};
     for (const auto& [R, length] : kinds) {
         for (bool metadata : {true, false}) {
@@ -48,10 +47,8 @@ TEST(EncryptionManager, ValuesOpenWithTheDecryptionManagerAndQpdf) {
             EXPECT_EQ(openedKey(made.info, "user"), made.key);
             EXPECT_EQ(openedKey(made.info, "owner"), made.key);
             EXPECT_EQ(openedKey(made.info, "other"), "refused");
-            EncryptInfo info = made.info;
-            EXPECT_EQ(m.calPassWordState(info, "user"), 4);
-            info = made.info;
-            EXPECT_EQ(m.calPassWordState(info, "owner"), R == 6 ? 7 : 3);
+            EXPECT_EQ(passwordState(made.info, "user"), 4);
+            EXPECT_EQ(passwordState(made.info, "owner"), R == 6 ? 7 : 3);
             // The record the reader makes of the written dictionary opens too.
             const std::string path = writeEncrypted(dir, name, made);
             EXPECT_EQ(openedKey(readInfo(path), "user"), made.key);
@@ -77,10 +74,8 @@ TEST(EncryptionManager, FixedValuesAndLayout) {
     ASSERT_EQ(a.key.size(), 32u);
     EXPECT_EQ(a.key, std::string(32, a.key[0]));
     EXPECT_EQ(a.key, b.key);
-    EXPECT_EQ(a.info.O.size(), 48u);
-    EXPECT_EQ(a.info.U.size(), 48u);
-    EXPECT_EQ(a.info.OE.size(), 32u);
-    EXPECT_EQ(a.info.UE.size(), 32u);
+    const std::vector<size_t> sizes = {a.info.O.size(), a.info.U.size(), a.info.OE.size(), a.info.UE.size()};
+    EXPECT_EQ(sizes, std::vector<size_t>({48, 48, 32, 32}));  // /O, /U, /OE, /UE
     // The salts are a fixed filler: the same in /O and /U.
     EXPECT_EQ(a.info.O.substr(32), a.info.U.substr(32));
 

@@ -118,8 +118,7 @@ TEST(RC4, PublishedVectors) {
         {fromHex("0102030405"), "", 256, "1cfcf62b03eddb641d77dfcf7f8d8c93"},
         {fromHex("0102030405060708090a0b0c0d0e0f10"), "", 0, "9ac7cc9a609d1ef7b2932899cde41b97"},
         {fromHex("0102030405060708090a0b0c0d0e0f10"), "", 16, "5248c4959014126a6e8a84f11d1a9e1c"},
-        {"Key", "Plaintext", 0, "bbf316e8d940af0ad3"},
-        {"Wiki", "pedia", 0, "1021bf0420"},
+        {"Key", "Plaintext", 0, "bbf316e8d940af0ad3"}, {"Wiki", "pedia", 0, "1021bf0420"},
         {"Secret", "Attack at dawn", 0, "45a01f645fc35b383552544b9bf5"},
     };
     for (const auto& c : cases) {
@@ -158,13 +157,12 @@ TEST(RC4, StringFormSizesAndDegenerateArguments) {
     // The string form cuts or extends the data to the size given.
     PDFEncryptionRC4 rc4;
     const std::string key = "k3y";
-    std::string s = "abcdefgh", t = "ab", u = "xyz";
-    rc4.RC4(s, 3, key);
-    EXPECT_EQ(s, sslRc4(key, "abc"));
-    rc4.RC4(t, 6, key);
-    EXPECT_EQ(t, sslRc4(key, std::string("ab\0\0\0\0", 6)));
-    rc4.RC4(u, -4, key);
-    EXPECT_EQ(u, "");
+    const std::tuple<std::string, int, std::string> sized[] = {
+        {"abcdefgh", 3, sslRc4(key, "abc")}, {"ab", 6, sslRc4(key, std::string("ab\0\0\0\0", 6))}, {"xyz", -4, ""}};
+    for (auto [s, size, expect] : sized) {
+        rc4.RC4(s, size, key);
+        EXPECT_EQ(s, expect) << size;
+    }
 
     // Degenerate arguments leave the data alone.
     std::string data = "unchanged";
@@ -190,8 +188,7 @@ TEST(Digests, PublishedVectors) {
         std::vector<size_t> pieces;
         const char* hex;
     } cases[] = {
-        {Md5, "", {}, "d41d8cd98f00b204e9800998ecf8427e"},
-        {Md5, "a", {}, "0cc175b9c0f1b6a831c399e269772661"},
+        {Md5, "", {}, "d41d8cd98f00b204e9800998ecf8427e"}, {Md5, "a", {}, "0cc175b9c0f1b6a831c399e269772661"},
         {Md5, "abc", {}, "900150983cd24fb0d6963f7d28e17f72"},
         {Md5, "message digest", {}, "f96b697d7cb7938d525a2f31aaf161d0"},
         {Md5, "abcdefghijklmnopqrstuvwxyz", {}, "c3fcd3d76192e4007dfb496cca67e13b"},
@@ -319,8 +316,7 @@ TEST(Digests, Sha256FormsAgree) {
         std::string padded = message + '\x80';
         padded.append(64 * blocks - 8 - padded.size(), '\0');
         for (int b = 7; b >= 0; --b) padded += static_cast<char>((uint64_t(message.size()) * 8) >> (8 * b));
-        uint32_t h[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                         0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+        uint32_t h[] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
         pcrypt::Sha256Calc_compressPortable(h, ub(padded), blocks);
         std::string digest;
         for (uint32_t w : h)
@@ -484,10 +480,8 @@ TEST(AES, HardwarePathFollowsTheProcessor) {
         CpuFeatures f;
         bool aes, sha;
     } cases[] = {
-        {CpuFeatures{}, false, false},
-        {CpuFeatures{true, true, true, false}, true, false},
-        {CpuFeatures{false, false, true, true}, true, false},
-        {CpuFeatures{true, false, false, true}, false, false},
+        {CpuFeatures{}, false, false}, {CpuFeatures{true, true, true, false}, true, false},
+        {CpuFeatures{false, false, true, true}, true, false}, {CpuFeatures{true, false, false, true}, false, false},
         {CpuFeatures{true, true, false, true}, false, true},
     };
     for (const auto& c : cases) {

@@ -19,10 +19,9 @@ const char* kTitle = "A title (with parentheses) to decrypt";
 const char* kId = "5a112233445566778899aabbccddeeff";
 
 struct Encrypted {
-    EncryptInfo info;       // as the reader fills it from the dictionary
-    std::string qpdfKey;    // the file key qpdf reports
-    std::string rawStream;  // encrypted content stream bytes
-    std::string rawTitle;   // encrypted /Title bytes
+    EncryptInfo info;                 // as the reader fills it from the dictionary
+    std::string qpdfKey;              // the file key qpdf reports
+    std::string rawStream, rawTitle;  // the still encrypted content stream and /Title
     int streamObj = 0, titleObj = 0;
 };
 
@@ -77,8 +76,7 @@ Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector
 struct Config {
     const char* name;
     std::vector<std::string> args;
-    int R;
-    int cipherMode;
+    int R, cipherMode;
     bool encryptMetadata;
 };
 
@@ -153,10 +151,7 @@ TEST_P(QpdfRevision, PasswordStatesKeysAndData) {
     EXPECT_FALSE(info.passwordChecked);
     EXPECT_EQ(info.ownerPassword, "owner-only");
     EXPECT_EQ(info.userPassword, "");
-    for (const char* pw : {"wrong", ""}) {
-        info = open.info;
-        EXPECT_EQ(m.calPassWordState(info, pw), 6) << pw;
-    }
+    for (const char* pw : {"wrong", ""}) EXPECT_EQ(passwordState(open.info, pw), 6) << pw;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -176,7 +171,6 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(QpdfFiles, IdStartingWithZeroIsLeftOutOfTheR3UserCheck) {
     if (!haveQpdf()) GTEST_SKIP() << "qpdf not available";
     TempDir dir;
-    PDFDecryptionManager m;
     const Encrypted e =
         encrypt(dir, "zero-id", {"128", "--use-aes=y"}, "user-pw", "owner-pw", "00112233445566778899aabbccddeeff");
     ASSERT_EQ(e.info.ID[0], '\0');
@@ -185,10 +179,7 @@ TEST(QpdfFiles, IdStartingWithZeroIsLeftOutOfTheR3UserCheck) {
     EXPECT_TRUE(t.ok);
     EXPECT_EQ(toHex(t.info.key), toHex(e.qpdfKey));
     // The classification's user check leaves the ID out, so neither password matches /U there.
-    for (const char* pw : {"user-pw", "owner-pw"}) {
-        EncryptInfo info = e.info;
-        EXPECT_EQ(m.calPassWordState(info, pw), 5) << pw;
-    }
+    for (const char* pw : {"user-pw", "owner-pw"}) EXPECT_EQ(passwordState(e.info, pw), 5) << pw;
 }
 
 TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys) {
@@ -198,16 +189,12 @@ TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys) {
     const struct {
         const char *file, *user, *owner;
     } cases[] = {
-        {"enc-R2,V1,U=view,O=master.pdf", "view", "master"},
-        {"enc-R2,V1,O=master.pdf", "", "master"},
-        {"enc-R3,V2,U=view,O=master.pdf", "view", "master"},
-        {"enc-R3,V2,O=master.pdf", "", "master"},
+        {"enc-R2,V1,U=view,O=master.pdf", "view", "master"}, {"enc-R2,V1,O=master.pdf", "", "master"},
+        {"enc-R3,V2,U=view,O=master.pdf", "view", "master"}, {"enc-R3,V2,O=master.pdf", "", "master"},
         {"enc-R3,V2,U=view,O=view.pdf", "view", "view"},
-        {"enc-XI-R6,V5,U=view,O=master.pdf", "view", "master"},
-        {"enc-XI-R6,V5,O=master.pdf", "", "master"},
+        {"enc-XI-R6,V5,U=view,O=master.pdf", "view", "master"}, {"enc-XI-R6,V5,O=master.pdf", "", "master"},
         {"enc-XI-R6,V5,U=wwwww,O=wwwww.pdf", "wwwww", "wwwww"},
     };
-    PDFDecryptionManager m;
     int checked = 0;
     for (const auto& c : cases) {
         const std::string path = dir + c.file;
@@ -222,11 +209,9 @@ TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys) {
             EXPECT_EQ(t.empty, openFile) << c.file;
             EXPECT_EQ(toHex(t.info.key), toHex(key)) << c.file << " / " << pw;
         }
-        EncryptInfo info = read;
         const int expected = openFile ? 2 : std::string(c.user) == c.owner || read.R == 6 ? 7 : 3;
-        EXPECT_EQ(m.calPassWordState(info, c.owner), expected) << c.file;
-        info = read;
-        EXPECT_EQ(m.calPassWordState(info, "not-the-password"), openFile ? 6 : 5) << c.file;
+        EXPECT_EQ(passwordState(read, c.owner), expected) << c.file;
+        EXPECT_EQ(passwordState(read, "not-the-password"), openFile ? 6 : 5) << c.file;
         ++checked;
     }
     if (checked == 0) GTEST_SKIP() << "no encrypted corpus files found";

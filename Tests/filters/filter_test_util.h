@@ -70,6 +70,18 @@ inline Result encode(const Bytes& in, int type, int mode = 2) {
 inline Bytes bytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
 inline std::string text(const Bytes& b) { return std::string(b.begin(), b.end()); }
 
+// Codes written most significant bit first; the last byte is padded with 0.
+struct BitWriter {
+    Bytes out;
+    unsigned bits = 0;
+    void put(unsigned code, unsigned width) {
+        for (int b = int(width) - 1; b >= 0; --b, ++bits) {
+            if (bits % 8 == 0) out.push_back(0);
+            if ((code >> b) & 1) out.back() |= static_cast<unsigned char>(0x80 >> (bits % 8));
+        }
+    }
+};
+
 inline Bytes randomBytes(std::size_t n, uint32_t seed) {
     std::mt19937 rng(seed);
     Bytes b(n);

@@ -13,18 +13,6 @@ using namespace std::string_literals;
 
 namespace {
 
-// Codes written most significant bit first; the last byte is padded with 0.
-struct BitWriter {
-    Bytes out;
-    unsigned bits = 0;
-    void put(unsigned code, unsigned width) {
-        for (int b = int(width) - 1; b >= 0; --b, ++bits) {
-            if (bits % 8 == 0) out.push_back(0);
-            if ((code >> b) & 1) out.back() |= static_cast<unsigned char>(0x80 >> (bits % 8));
-        }
-    }
-};
-
 std::string packCodes(const std::vector<unsigned>& codes) {
     BitWriter w;
     for (unsigned c : codes) w.put(c, 9);
@@ -56,13 +44,9 @@ Bytes lzwEncode(const Bytes& in, bool early, bool writeEnd = true) {
     emit(256);
     int cur = -1;
     for (unsigned char c : in) {
-        if (cur < 0) {
-            cur = c;
-            continue;
-        }
-        auto it = dict.find({unsigned(cur), c});
-        if (it != dict.end()) {
-            cur = int(it->second);
+        const auto it = dict.find({unsigned(cur), c});
+        if (cur < 0 || it != dict.end()) {
+            cur = cur < 0 ? c : int(it->second);
             continue;
         }
         emit(unsigned(cur));
@@ -347,9 +331,9 @@ TEST(TextFilters, EncodingsBothWays) {
         {hex, "Hello\x01\xff", "48656C6C6F01FF>"}, {hex, "", ">"},
         {a85, "Man is distinguished", "9jqo^BlbD-BleB1DJ+*+F(f,q~>"},
         {a85, "M", "9`~>"}, {a85, "Ma", "9jn~>"}, {a85, "Man", "9jqo~>"}, {a85, "Man ", "9jqo^~>"},
-        {a85, "sure.", "F*2M7/c~>"}, {a85, "easure.", "ARTY&Eb-j~>"}, {a85, std::string(4, '\0'), "z~>"},
-        {a85, std::string(5, '\0'), "z!!~>"}, {a85, "\0\0\0\0\x01\x02"s, "z!<N~>"}, {a85, "\xff\xff\xff\xff", "s8W-!~>"},
-        {a85, "", "~>"},
+        {a85, "sure.", "F*2M7/c~>"}, {a85, "easure.", "ARTY&Eb-j~>"}, {a85, "", "~>"},
+        {a85, std::string(4, '\0'), "z~>"}, {a85, std::string(5, '\0'), "z!!~>"}, {a85, "\0\0\0\0\x01\x02"s, "z!<N~>"},
+        {a85, "\xff\xff\xff\xff", "s8W-!~>"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(text(encode(bytes(c.plain), c.type).data), c.encoded) << c.encoded;
@@ -483,8 +467,7 @@ TEST(Predictors, EachTypeAtEachDepthMatchesReference) {
         for (Shape s : kShapes) {
             s.bpc = bpc;
             const std::size_t rb = s.rowBytes(), rows = 6;
-            SCOPED_TRACE("bpc " + std::to_string(bpc) + " colors " + std::to_string(s.colors) + " columns " +
-                         std::to_string(s.columns));
+            SCOPED_TRACE(testing::Message() << "bpc " << bpc << " colors " << s.colors << " columns " << s.columns);
             for (int type = 0; type <= 4; ++type) {
                 // Random filtered rows of a single type.
                 Bytes filtered = randomBytes(rows * (rb + 1), seed++);
