@@ -1,10 +1,7 @@
-// The decryption manager's helpers, per-object cipher and the unusual inputs of
-// its password trials.
+// The decryption manager's helpers, per-object cipher and the unusual inputs of its password trials.
 #include <gtest/gtest.h>
 
 #include "crypt_test_util.h"
-
-#include <openssl/rc4.h>
 
 #include "PDFKilnPage/crypt/decryptionmanager.h"
 #include "PDFKilnPage/crypt/encryptionmanager.h"
@@ -19,61 +16,45 @@ namespace {
 const std::string kPad(reinterpret_cast<const char*>(pcrypt::ori_key), 32);
 
 // Algorithm 2.B written against OpenSSL, as the reference for caculateHashR6.
-std::string referenceHashR6(const std::string& password, const std::string& start, const std::string& U,
-                            bool isUser)
-{
+std::string referenceHashR6(const std::string& password, const std::string& start, const std::string& U, bool isUser) {
     const std::string p = password.substr(0, 127);
     const std::string u = isUser ? "" : U.substr(0, 48);
     std::string K = start.substr(0, 32);
     for (int round = 0;; ++round) {
         std::string K1;
-        for (int i = 0; i < 64; ++i)
-            K1 += p + K + u;
+        for (int i = 0; i < 64; ++i) K1 += p + K + u;
         const std::string E = evpCipher(EVP_aes_128_cbc(), K.substr(0, 16), K.substr(16, 16), K1, true, false);
         int sum = 0;
-        for (int i = 0; i < 16; ++i)
-            sum += static_cast<unsigned char>(E[static_cast<size_t>(i)]);
+        for (int i = 0; i < 16; ++i) sum += static_cast<unsigned char>(E[static_cast<size_t>(i)]);
         K = evpDigest(sum % 3 == 0 ? EVP_sha256() : sum % 3 == 1 ? EVP_sha384() : EVP_sha512(), E);
-        if (round >= 63 && static_cast<unsigned char>(E.back()) <= round - 31)
-            break;
+        if (round >= 63 && static_cast<unsigned char>(E.back()) <= round - 31) break;
     }
     return K.substr(0, 32);
 }
 
-std::string objectKey(const EncryptInfo& info, int obj, int gen)
-{
+std::string objectKey(const EncryptInfo& info, int obj, int gen) {
     std::string k;
     PDFDecryptionManager().calculateKey(obj, gen, info, k);
     return k;
 }
 
-EncryptInfo cipher(int mode, const std::string& key)
-{
+EncryptInfo cipher(int mode, const std::string& key) {
     EncryptInfo info;
     info.cipherMode = mode;
     info.key = key;
     return info;
 }
 
-// Data as the writer of a file enciphers it: RC4 under the object key (the
-// low-level RC4 of libcrypto, its EVP form lives in the legacy provider), or
-// the vector followed by AES-CBC with padding.
-std::string encipher(const EncryptInfo& info, int obj, int gen, const std::string& plain, const std::string& iv)
-{
+// Data as a file's writer enciphers it: RC4, or the vector followed by padded AES-CBC.
+std::string encipher(const EncryptInfo& info, int obj, int gen, const std::string& plain, const std::string& iv) {
     const std::string k = objectKey(info, obj, gen);
-    if (info.cipherMode >= 2)
-        return iv + evpCipher(info.cipherMode == 2 ? EVP_aes_128_cbc() : EVP_aes_256_cbc(), k, iv, plain, true, true);
-    RC4_KEY rk;
-    RC4_set_key(&rk, static_cast<int>(k.size()), ub(k));
-    std::string out = plain;
-    RC4(&rk, out.size(), ub(out), ub(out));
-    return out;
+    if (info.cipherMode < 2) return sslRc4(k, plain);
+    return iv + evpCipher(info.cipherMode == 2 ? EVP_aes_128_cbc() : EVP_aes_256_cbc(), k, iv, plain, true, true);
 }
 
-} // namespace
+}  // namespace
 
-TEST(DecryptionHelpers, PaddingIntegersAndPasswordCut)
-{
+TEST(DecryptionHelpers, PaddingIntegersPasswordCutAndObjectKeys) {
     PDFDecryptionManager m;
     const std::tuple<std::string, int, std::string> pads[] = {
         {"abc", 3, "abc" + kPad.substr(0, 29)}, {"", 0, kPad}, {"x", 40, "x"}, {"", -7, kPad}};
@@ -98,17 +79,14 @@ TEST(DecryptionHelpers, PaddingIntegersAndPasswordCut)
     EXPECT_EQ(toHex(b, 8), "00000d0c00000000");
 
     EXPECT_EQ(pcrypt::getUTF8Str(std::string(200, 'p')).size(), 127u);
-    EXPECT_EQ(pcrypt::getUTF8Str("\xc3\xa9t\xc3\xa9"), "\xc3\xa9t\xc3\xa9"); // bytes as given
-}
+    EXPECT_EQ(pcrypt::getUTF8Str("\xc3\xa9t\xc3\xa9"), "\xc3\xa9t\xc3\xa9");  // bytes as given
 
-TEST(DecryptionHelpers, ObjectKeys)
-{
     // RC4: MD5 of key, 3 bytes object, 2 bytes generation, cut to n + 5.
     EXPECT_EQ(objectKey(cipher(1, fromHex("0102030405")), 0x123456 + (7 << 24), 0x10002),
-              evpDigest(EVP_md5(), fromHex("0102030405" "563412" "0200")).substr(0, 10));
+              evpDigest(EVP_md5(), fromHex("01020304055634120200")).substr(0, 10));
     // AES-128 adds "sAlT", and the cut counts it: n + 9 bytes.
     EXPECT_EQ(objectKey(cipher(2, fromHex("0102030405")), 12, 0),
-              evpDigest(EVP_md5(), fromHex("0102030405" "0c0000" "0000") + "sAlT").substr(0, 14));
+              evpDigest(EVP_md5(), fromHex("01020304050c00000000") + "sAlT").substr(0, 14));
     EXPECT_EQ(objectKey(cipher(2, std::string(16, '\x33')), 12, 0).size(), 16u);
     // AES-256 and a caller's object key use the key as it stands.
     EXPECT_EQ(objectKey(cipher(3, std::string(32, '\x44')), 12, 3), std::string(32, '\x44'));
@@ -117,8 +95,7 @@ TEST(DecryptionHelpers, ObjectKeys)
     EXPECT_EQ(objectKey(given, 12, 3), given.key);
 }
 
-TEST(DecryptionHelpers, HashR6MatchesReference)
-{
+TEST(DecryptionHelpers, HashR6MatchesReference) {
     Rng rng(0x6b6a);
     PDFDecryptionManager m;
     for (int i = 0; i < 12; ++i) {
@@ -130,36 +107,27 @@ TEST(DecryptionHelpers, HashR6MatchesReference)
     EXPECT_THROW(m.caculateHashR6("pw", std::string(31, 'h'), std::string(48, 'u'), true), std::out_of_range);
 }
 
-TEST(DecryptData, EveryCipherMatchesOpenSSL)
-{
+TEST(DecryptData, EveryCipherMatchesOpenSSL) {
     // RC4 keeps the size; AES drops the vector and the padding.
     Rng rng(0xdd);
-    PDFDecryptionManager m;
     for (int mode : {1, 2, 3}) {
         for (int i = 0; i < 2000; ++i) {
-            const EncryptInfo info =
-                cipher(mode, rng.bytes(mode == 1 ? static_cast<size_t>(rng.uniform(5, 16)) : mode == 2 ? 16 : 32));
+            const size_t keyBytes = mode == 1 ? static_cast<size_t>(rng.uniform(5, 16)) : mode == 2 ? 16 : 32;
+            const EncryptInfo info = cipher(mode, rng.bytes(keyBytes));
             const int obj = rng.uniform(1, 100000), gen = rng.uniform(0, 3);
             const std::string plain = rng.bytes(static_cast<size_t>(rng.uniform(mode == 1 ? 1 : 0, 300)));
-            std::string buf = encipher(info, obj, gen, plain, rng.bytes(16));
-            int size = static_cast<int>(buf.size());
-            m.DecryptData(info, obj, gen, ub(buf), size);
-            ASSERT_EQ(size, static_cast<int>(plain.size())) << mode;
-            ASSERT_EQ(buf.substr(0, plain.size()), plain) << mode;
+            ASSERT_EQ(decrypt(info, obj, gen, encipher(info, obj, gen, plain, rng.bytes(16))), plain) << mode;
         }
     }
 }
 
-TEST(DecryptData, UndecipherableDataStaysAsItIs)
-{
+TEST(DecryptData, UndecipherableDataStaysAsItIs) {
     const EncryptInfo aes = cipher(2, std::string(16, 'k'));
     const std::string iv(16, 'i');
     // Whole blocks whose padding byte is 0.
     const std::string badPad =
         iv + evpCipher(EVP_aes_128_cbc(), objectKey(aes, 1, 0), iv, std::string(16, '\0'), true, false);
-    // Record, data, the size passed; no multiple of 16, bad padding, a key
-    // too short for AES-128 (40-bit AES: n + 9 = 14 bytes) or AES-256, and
-    // nothing to do.
+    // No multiple of 16, bad padding, a key too short for AES-128 (n + 9 = 14 bytes) or AES-256, no size.
     const std::tuple<EncryptInfo, std::string, int> cases[] = {
         {aes, std::string(33, 'o'), 33},       {aes, badPad, 32},
         {cipher(2, std::string(5, 'k')), std::string(32, 'd'), 32},
@@ -185,13 +153,9 @@ TEST(DecryptData, UndecipherableDataStaysAsItIs)
     EXPECT_EQ(vec[0], '\0');
 }
 
-TEST(DecryptString, KeptRecordGivesWhatDecryptDataGives)
-{
-    // DecryptString keeps one record per CEncrypt and the last object's key.
-    // Here the key, cipher and state change behind its back between strings,
-    // as a caller's key or a new password changes them, and objects repeat;
-    // every result, and the next number rand() gives, must be those of
-    // DecryptData on a record made afresh.
+TEST(DecryptString, KeptRecordGivesWhatDecryptDataGives) {
+    // DecryptString's kept record and object key must follow key, cipher and state changed behind its back:
+    // every result, and the next rand(), are those of DecryptData on a fresh record.
     Rng rng(0xd5);
     PDF_KILN::CEncrypt enc;
     for (int i = 0; i < 3000; ++i) {
@@ -224,10 +188,7 @@ TEST(DecryptString, KeptRecordGivesWhatDecryptDataGives)
         }
 
         std::srand(static_cast<unsigned>(i));
-        std::string expected = data;
-        int size = static_cast<int>(expected.size());
-        PDFDecryptionManager().DecryptData(info, object.num, object.gen, ub(expected), size);
-        expected.resize(static_cast<size_t>(std::max(size, 0)));
+        const std::string expected = decrypt(info, object.num, object.gen, data);
         const int nextExpected = std::rand();
 
         std::srand(static_cast<unsigned>(i));
@@ -238,15 +199,12 @@ TEST(DecryptString, KeptRecordGivesWhatDecryptDataGives)
     }
 }
 
-TEST(PasswordTrials, KeysFromCutPasswordsAndShortComparisons)
-{
-    // 40-bit R3 compares five bytes of /U: damage after them is ignored,
-    // damage within them is not.
+TEST(PasswordTrials, KeysFromCutPasswordsAndShortComparisons) {
+    // 40-bit R3 compares five bytes of /U: damage after them is ignored, within them not.
     const auto [r3, r3Key] = make(3, 40, "user", "owner");
     ASSERT_EQ(r3Key.size(), 5u);
     EncryptInfo info = r3;
-    for (size_t i = 5; i < 32; ++i)
-        info.U[i] = static_cast<char>(info.U[i] ^ 0x5a);
+    for (size_t i = 5; i < 32; ++i) info.U[i] = static_cast<char>(info.U[i] ^ 0x5a);
     EXPECT_EQ(openedKey(info, "user"), r3Key);
     info = r3;
     info.U[4] = static_cast<char>(info.U[4] ^ 1);
@@ -264,13 +222,12 @@ TEST(PasswordTrials, KeysFromCutPasswordsAndShortComparisons)
     EXPECT_EQ(openedKey(r4, pw32 + "tail beyond the padding"), r4Key);
 }
 
-TEST(PasswordTrials, R6PermsCheckNeedsAKnownKey)
-{
-    const auto [base, fileKey] = make(6, 256, "user", "owner");
+TEST(PasswordTrials, UserChecksCalledAlone) {
     PDFDecryptionManager m;
+    const auto [base, fileKey] = make(6, 256, "user", "owner");
     EncryptInfo info = base;
     // Wrong password and no key: false, /Perms is not used.
-    info.Perms = std::string(3, 'x'); // would be unreadable
+    info.Perms = std::string(3, 'x');  // would be unreadable
     EXPECT_FALSE(m.isUserPWDR6(info, "wrong"));
     // With the file key known, /Perms decides even for a wrong password.
     info = base;
@@ -279,12 +236,20 @@ TEST(PasswordTrials, R6PermsCheckNeedsAKnownKey)
     EXPECT_EQ(info.userPassword, "");
     info.key = std::string(32, '\x01');
     EXPECT_FALSE(m.isUserPWDR6(info, "wrong"));
+
+    // /U made with no ID; the record's ID starts with 0 and is left out.
+    auto [r4, r4Key] = make(4, 128, "user", "owner", true, -3904, "");
+    r4.ID = std::string("\0abc", 4);
+    r4.key = r4Key;
+    r4.userPassword = "stale";
+    EXPECT_TRUE(m.isUserPWDR3(r4, "", false));
+    EXPECT_EQ(r4.userPassword, "");
+    r4.ID = "zabc";
+    EXPECT_FALSE(m.isUserPWDR3(r4, "", false));
 }
 
-TEST(PasswordTrials, UserPasswordWorkedOutFromOwnerStopsAtParenthesis)
-{
-    // The text before a "(" is kept; a "(" in front keeps the whole padded
-    // block; 32 bytes without "(" are kept whole.
+TEST(PasswordTrials, UserPasswordWorkedOutFromOwnerStopsAtParenthesis) {
+    // The text before a "(" is kept; a "(" in front keeps the whole padded block, as do 32 bytes without "(".
     PDFDecryptionManager m;
     const std::pair<std::string, std::string> cases[] = {
         {"ab(cd", "ab"}, {"(x", "(x" + kPad.substr(0, 30)}, {std::string(32, 'u'), std::string(32, 'u')}};
@@ -298,22 +263,7 @@ TEST(PasswordTrials, UserPasswordWorkedOutFromOwnerStopsAtParenthesis)
     }
 }
 
-TEST(PasswordTrials, R3UserCheckClearsUserPasswordAndSkipsZeroId)
-{
-    PDFDecryptionManager m;
-    // /U made with no ID; the record's ID starts with 0 and is left out.
-    auto [info, fileKey] = make(4, 128, "user", "owner", true, -3904, "");
-    info.ID = std::string("\0abc", 4);
-    info.key = fileKey;
-    info.userPassword = "stale";
-    EXPECT_TRUE(m.isUserPWDR3(info, "", false));
-    EXPECT_EQ(info.userPassword, "");
-    info.ID = "zabc";
-    EXPECT_FALSE(m.isUserPWDR3(info, "", false));
-}
-
-TEST(PasswordTrials, DamagedRecordsAreRefusedQuietly)
-{
+TEST(PasswordTrials, DamagedRecordsAreRefusedQuietly) {
     PDFDecryptionManager m;
     for (int R : {0, 1, 2, 3, 4, 5, 6, 7}) {
         for (int length : {-8, 0, 5, 40, 128, 256, 4096}) {
@@ -327,8 +277,8 @@ TEST(PasswordTrials, DamagedRecordsAreRefusedQuietly)
             info.OE = "x";
             info.Perms = "p";
             EXPECT_FALSE(tryKey(info, "pw").ok) << R << "/" << length;
-            EncryptInfo b = info, c = info;
-            EXPECT_EQ(m.calPassWordState(b, "pw"), 5) << R << "/" << length;
+            EXPECT_EQ(passwordState(info, "pw"), 5) << R << "/" << length;
+            EncryptInfo c = info;
             EXPECT_FALSE(m.isOwnerPWD(c, "pw"));
             EXPECT_FALSE(m.isUserPWD(c, "pw"));
         }
@@ -338,9 +288,8 @@ TEST(PasswordTrials, DamagedRecordsAreRefusedQuietly)
         EncryptInfo info = make(R, 256, "user", "owner").info;
         info.Length = 128;
         for (const char* pw : {"user", "owner", ""}) {
-            EncryptInfo trial = info;
             EXPECT_FALSE(tryKey(info, pw).ok) << R << " " << pw;
-            EXPECT_EQ(m.calPassWordState(trial, pw), 5) << R << " " << pw;
+            EXPECT_EQ(passwordState(info, pw), 5) << R << " " << pw;
         }
     }
     // A /Length of 5 bits gives a key of no bytes, which no trial accepts.

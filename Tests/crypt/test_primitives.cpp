@@ -1,11 +1,9 @@
-// RC4, MD5, SHA-2 and AES (Rijndael) against published vectors (RFC 6229,
-// RFC 1321, FIPS 180-4, FIPS-197, SP 800-38A) and OpenSSL.
+// RC4, MD5, SHA-2 and AES against published vectors (RFC 6229, RFC 1321, FIPS 180-4, FIPS-197, SP 800-38A) and OpenSSL.
 #include <gtest/gtest.h>
 
 #include "crypt_test_util.h"
 
 #include <openssl/md5.h>
-#include <openssl/rc4.h>
 
 #include "PDFKilnPage/crypt/cpufeatures.h"
 #include "PDFKilnPage/crypt/md5.h"
@@ -20,33 +18,19 @@ using pcrypt::Rijndael;
 
 namespace {
 
-std::string ourRc4(const std::string& key, std::string data)
-{
+std::string ourRc4(const std::string& key, std::string data) {
     PDFEncryptionRC4().RC4(ub(data), static_cast<int>(data.size()), const_cast<unsigned char*>(ub(key)),
                            static_cast<int>(key.size()));
     return data;
 }
 
-std::string sslRc4(const std::string& key, std::string data)
-{
-    RC4_KEY k;
-    RC4_set_key(&k, static_cast<int>(key.size()), ub(key));
-    RC4(&k, data.size(), ub(data), ub(data));
-    return data;
-}
-
 enum Digest { Md5, Sha256, Sha384, Sha512 };
-const EVP_MD* evpMd(Digest d)
-{
+const EVP_MD* evpMd(Digest d) {
     return d == Md5 ? EVP_md5() : d == Sha256 ? EVP_sha256() : d == Sha384 ? EVP_sha384() : EVP_sha512();
 }
 
-// Our digest of `data`, fed in pieces of the given sizes (cycled) where the
-// algorithm has an incremental form; MD5 and SHA-256 are one-shot without
-// pieces. The SHA-256 digest is read from the start of its object, as the
-// handler does.
-std::string digest(Digest d, const std::string& data, const std::vector<size_t>& pieces = {})
-{
+// Our digest of `data` in pieces of the given sizes (cycled); SHA-256 is one-shot, read as the handler does.
+std::string digest(Digest d, const std::string& data, const std::vector<size_t>& pieces = {}) {
     size_t pos = 0, k = 0;
     auto feed = [&](auto update, auto* ctx) {
         while (pos < data.size()) {
@@ -91,13 +75,11 @@ std::string digest(Digest d, const std::string& data, const std::vector<size_t>&
     return std::string(reinterpret_cast<char*>(out), 64);
 }
 
-Rijndael::KeyLength keyLength(size_t bytes)
-{
+Rijndael::KeyLength keyLength(size_t bytes) {
     return bytes == 16 ? Rijndael::Key16Bytes : bytes == 24 ? Rijndael::Key24Bytes : Rijndael::Key32Bytes;
 }
 
-const EVP_CIPHER* evpAes(Rijndael::Mode mode, size_t keyBytes)
-{
+const EVP_CIPHER* evpAes(Rijndael::Mode mode, size_t keyBytes) {
     const int k = keyBytes == 16 ? 0 : keyBytes == 24 ? 1 : 2;
     const EVP_CIPHER* (*const table[3][3])() = {{EVP_aes_128_ecb, EVP_aes_192_ecb, EVP_aes_256_ecb},
                                                 {EVP_aes_128_cbc, EVP_aes_192_cbc, EVP_aes_256_cbc},
@@ -107,28 +89,24 @@ const EVP_CIPHER* evpAes(Rijndael::Mode mode, size_t keyBytes)
 
 // Runs our cipher over `data`: padded form or whole blocks.
 std::string ours(Rijndael::Mode mode, Rijndael::Direction dir, const std::string& key, const std::string& iv,
-                 const std::string& data, bool padded, int* result = nullptr)
-{
+                 const std::string& data, bool padded, int* result = nullptr) {
     Rijndael aes;
     EXPECT_EQ(aes.init(mode, dir, ub(key), keyLength(key.size()), iv.empty() ? nullptr : ub(iv)), 0);
     std::string out(data.size() + 16, '\0');
     const int n = static_cast<int>(data.size());
     const bool enc = dir == Rijndael::Encrypt;
-    const int r = padded ? (enc ? aes.padEncrypt(ub(data), n, ub(out)) : aes.padDecrypt(ub(data), n, ub(out)))
-                         : (enc ? aes.blockEncrypt(ub(data), n * 8, ub(out))
-                                : aes.blockDecrypt(ub(data), n * 8, ub(out))) / 8;
-    if (result)
-        *result = r;
+    const int r =
+        padded ? (enc ? aes.padEncrypt(ub(data), n, ub(out)) : aes.padDecrypt(ub(data), n, ub(out)))
+               : (enc ? aes.blockEncrypt(ub(data), n * 8, ub(out)) : aes.blockDecrypt(ub(data), n * 8, ub(out))) / 8;
+    if (result) *result = r;
     out.resize(r > 0 ? static_cast<size_t>(r) : 0);
     return out;
 }
 
-} // namespace
+}  // namespace
 
-TEST(RC4, PublishedVectors)
-{
-    // Keystream of RFC 6229 at offsets 0, 16, 240 and 256 (plain text of
-    // zeros), then the classic text vectors.
+TEST(RC4, PublishedVectors) {
+    // RFC 6229 keystream at offsets 0..256 (plain text of zeros), then the classic text vectors.
     const struct {
         std::string key, plain;
         size_t offset;
@@ -140,8 +118,7 @@ TEST(RC4, PublishedVectors)
         {fromHex("0102030405"), "", 256, "1cfcf62b03eddb641d77dfcf7f8d8c93"},
         {fromHex("0102030405060708090a0b0c0d0e0f10"), "", 0, "9ac7cc9a609d1ef7b2932899cde41b97"},
         {fromHex("0102030405060708090a0b0c0d0e0f10"), "", 16, "5248c4959014126a6e8a84f11d1a9e1c"},
-        {"Key", "Plaintext", 0, "bbf316e8d940af0ad3"},
-        {"Wiki", "pedia", 0, "1021bf0420"},
+        {"Key", "Plaintext", 0, "bbf316e8d940af0ad3"}, {"Wiki", "pedia", 0, "1021bf0420"},
         {"Secret", "Attack at dawn", 0, "45a01f645fc35b383552544b9bf5"},
     };
     for (const auto& c : cases) {
@@ -150,8 +127,7 @@ TEST(RC4, PublishedVectors)
     }
 }
 
-TEST(RC4, MatchesOpenSSLForEveryForm)
-{
+TEST(RC4, MatchesOpenSSLForEveryForm) {
     Rng rng(0x5243345f31);
     for (int ks : {5, 16, 0 /* random 1..256 */}) {
         for (int i = 0; i < 10000; ++i) {
@@ -159,8 +135,7 @@ TEST(RC4, MatchesOpenSSLForEveryForm)
             const std::string data = rng.bytes(static_cast<size_t>(rng.uniform(0, 300)));
             const std::string expect = sslRc4(key, data);
             ASSERT_EQ(ourRc4(key, data), expect) << "key size " << key.size() << " len " << data.size();
-            if (i % 10)
-                continue;
+            if (i % 10) continue;
             // Stored key, string form, and the two halves split at random.
             PDFEncryptionRC4 stored(const_cast<unsigned char*>(ub(key)), static_cast<int>(key.size()));
             std::string a = data, b = data, c = data;
@@ -178,18 +153,16 @@ TEST(RC4, MatchesOpenSSLForEveryForm)
     }
 }
 
-TEST(RC4, StringFormSizesAndDegenerateArguments)
-{
+TEST(RC4, StringFormSizesAndDegenerateArguments) {
     // The string form cuts or extends the data to the size given.
     PDFEncryptionRC4 rc4;
     const std::string key = "k3y";
-    std::string s = "abcdefgh", t = "ab", u = "xyz";
-    rc4.RC4(s, 3, key);
-    EXPECT_EQ(s, sslRc4(key, "abc"));
-    rc4.RC4(t, 6, key);
-    EXPECT_EQ(t, sslRc4(key, std::string("ab\0\0\0\0", 6)));
-    rc4.RC4(u, -4, key);
-    EXPECT_EQ(u, "");
+    const std::tuple<std::string, int, std::string> sized[] = {
+        {"abcdefgh", 3, sslRc4(key, "abc")}, {"ab", 6, sslRc4(key, std::string("ab\0\0\0\0", 6))}, {"xyz", -4, ""}};
+    for (auto [s, size, expect] : sized) {
+        rc4.RC4(s, size, key);
+        EXPECT_EQ(s, expect) << size;
+    }
 
     // Degenerate arguments leave the data alone.
     std::string data = "unchanged";
@@ -198,16 +171,16 @@ TEST(RC4, StringFormSizesAndDegenerateArguments)
     rc4.RC4(ub(data), static_cast<int>(data.size()), k, 0);
     rc4.RC4(ub(data), -1, k, 1);
     rc4.RC4(nullptr, 10, k, 1);
-    rc4.newRC4(ub(data), static_cast<int>(data.size())); // no stored key
+    rc4.newRC4(ub(data), static_cast<int>(data.size()));  // no stored key
     rc4.RC4(data, static_cast<int>(data.size()), std::string());
     EXPECT_EQ(data, "unchanged");
 }
 
-TEST(Digests, PublishedVectors)
-{
+TEST(Digests, PublishedVectors) {
     const std::string two256 = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
-    const std::string two512 = "abcdefghbcdefghicdefghijdefghijkefghijklfghijklmghijklmnhijklmno"
-                               "ijklmnopjklmnopqklmnopqrlmnopqrsmnopqrstnopqrstu";
+    const std::string two512 =
+        "abcdefghbcdefghicdefghijdefghijkefghijklfghijklmghijklmnhijklmno"
+        "ijklmnopjklmnopqklmnopqrlmnopqrsmnopqrstnopqrstu";
     const std::string million(1000000, 'a');
     const struct {
         Digest d;
@@ -215,8 +188,7 @@ TEST(Digests, PublishedVectors)
         std::vector<size_t> pieces;
         const char* hex;
     } cases[] = {
-        {Md5, "", {}, "d41d8cd98f00b204e9800998ecf8427e"},
-        {Md5, "a", {}, "0cc175b9c0f1b6a831c399e269772661"},
+        {Md5, "", {}, "d41d8cd98f00b204e9800998ecf8427e"}, {Md5, "a", {}, "0cc175b9c0f1b6a831c399e269772661"},
         {Md5, "abc", {}, "900150983cd24fb0d6963f7d28e17f72"},
         {Md5, "message digest", {}, "f96b697d7cb7938d525a2f31aaf161d0"},
         {Md5, "abcdefghijklmnopqrstuvwxyz", {}, "c3fcd3d76192e4007dfb496cca67e13b"},
@@ -246,7 +218,7 @@ TEST(Digests, PublishedVectors)
     };
     for (const auto& c : cases) {
         EXPECT_EQ(toHex(digest(c.d, c.in, c.pieces)), c.hex) << c.d << " \"" << c.in.substr(0, 80) << '"';
-        if (c.d == Md5) { // the buffer form, with its 16-bit length
+        if (c.d == Md5) {  // the buffer form, with its 16-bit length
             unsigned char out[16];
             std::string in = c.in;
             pcrypt::PDFEncryptionMD5().MD5(ub(in), static_cast<unsigned short>(in.size()), out, 16);
@@ -255,8 +227,7 @@ TEST(Digests, PublishedVectors)
     }
 }
 
-TEST(Digests, MatchOpenSSLOnRandomInputsAndPieces)
-{
+TEST(Digests, MatchOpenSSLOnRandomInputsAndPieces) {
     Rng rng(0x5ba2);
     for (int i = 0; i < 10000; ++i) {
         // Lengths across the padding boundaries of both block sizes.
@@ -274,17 +245,15 @@ TEST(Digests, MatchOpenSSLOnRandomInputsAndPieces)
     }
 }
 
-TEST(Digests, Md5OutputIsCutAndLengthHas16Bits)
-{
+TEST(Digests, CutOutputsShortLengthsStatesAndArguments) {
+    // MD5's string form cuts its output to the size asked.
     pcrypt::PDFEncryptionMD5 md;
     const std::string full = digest(Md5, "abc");
     std::string out;
-    md.MD5(std::string("abc"), out, 5);
-    EXPECT_EQ(out, full.substr(0, 5));
-    md.MD5(std::string("abc"), out, 40);
-    EXPECT_EQ(out, full);
-    md.MD5(std::string("abc"), out, -3);
-    EXPECT_EQ(out, "");
+    for (const auto& [size, expect] : {std::pair<int, std::string>{5, full.substr(0, 5)}, {40, full}, {-3, ""}}) {
+        md.MD5(std::string("abc"), out, size);
+        EXPECT_EQ(out, expect) << size;
+    }
 
     // The buffer form writes only outSize bytes.
     unsigned char buf[16];
@@ -294,17 +263,13 @@ TEST(Digests, Md5OutputIsCutAndLengthHas16Bits)
     EXPECT_EQ(toHex(buf, 4), toHex(full.substr(0, 4)));
     EXPECT_EQ(buf[4], 0xEE);
 
-    // 65536 bytes passed through the 16-bit length hash as 0 bytes; the
-    // string form has no such limit.
+    // 65536 bytes through the 16-bit length hash as 0 bytes; the string form has no such limit.
     std::string big(65536, 'x');
     md.MD5(ub(big), static_cast<unsigned short>(big.size()), buf, 16);
     EXPECT_EQ(toHex(buf, 16), "d41d8cd98f00b204e9800998ecf8427e");
     md.MD5(big, out, 16);
     EXPECT_EQ(toHex(out), toHex(evpDigest(EVP_md5(), big)));
-}
 
-TEST(Digests, ShaObjectStatesAndArguments)
-{
     pcrypt::Sha256Calc calc;
     pcrypt::Sha256Calc_init(&calc);
     // calculate restarts every time: the same message gives the same digest.
@@ -325,53 +290,43 @@ TEST(Digests, ShaObjectStatesAndArguments)
     pcrypt::SHA512Init(&ctx);
     pcrypt::SHA512Update(&ctx, nullptr, 0);
     pcrypt::SHA512Update(&ctx, "abc", 0);
-    uint8_t out[64];
-    pcrypt::SHA512Final(&ctx, out);
-    EXPECT_EQ(toHex(out, 64), toHex(evpDigest(EVP_sha512(), "")));
-    for (int n : {-5, 0, 1, 128, 129, 5000})
-        pcrypt::burnStack(n);
+    uint8_t out512[64];
+    pcrypt::SHA512Final(&ctx, out512);
+    EXPECT_EQ(toHex(out512, 64), toHex(evpDigest(EVP_sha512(), "")));
+    for (int n : {-5, 0, 1, 128, 129, 5000}) pcrypt::burnStack(n);
 }
 
-TEST(Digests, Sha256FormsAgree)
-{
-    // The portable form against OpenSSL on whole messages of whole blocks, and
-    // the SHA-extensions form against the portable one on the same states.
+TEST(Digests, Sha256FormsAgree) {
+    // The SHA-extensions form against the portable one; the portable one against OpenSSL.
     const bool hardware = pcrypt::shaHardwareUsable(pcrypt::cpuFeatures());
     Rng rng(0x5a256);
     for (int i = 0; i < 300; ++i) {
         const size_t blocks = static_cast<size_t>(rng.uniform(1, i % 50 == 0 ? 200 : 6));
         const std::string data = rng.bytes(64 * blocks);
         uint32_t portable[8], fast[8];
-        for (uint32_t& w : portable)
-            w = static_cast<uint32_t>(rng.gen());
+        for (uint32_t& w : portable) w = static_cast<uint32_t>(rng.gen());
         std::memcpy(fast, portable, sizeof portable);
         pcrypt::Sha256Calc_compressPortable(portable, ub(data), blocks);
         if (hardware) {
             pcrypt::Sha256Calc_compressHardware(fast, ub(data), blocks);
             ASSERT_EQ(toHex(fast, 32), toHex(portable, 32)) << blocks;
         }
-        // From the initial value with padding added by hand, the portable form
-        // alone gives the digest.
+        // From the initial value with padding added by hand, the portable form alone gives the digest.
         const std::string message = data.substr(0, data.size() - 9 - static_cast<size_t>(i % 55));
         std::string padded = message + '\x80';
         padded.append(64 * blocks - 8 - padded.size(), '\0');
-        for (int b = 7; b >= 0; --b)
-            padded += static_cast<char>((uint64_t(message.size()) * 8) >> (8 * b));
-        uint32_t h[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                         0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+        for (int b = 7; b >= 0; --b) padded += static_cast<char>((uint64_t(message.size()) * 8) >> (8 * b));
+        uint32_t h[] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
         pcrypt::Sha256Calc_compressPortable(h, ub(padded), blocks);
         std::string digest;
         for (uint32_t w : h)
-            for (int b = 3; b >= 0; --b)
-                digest += static_cast<char>(w >> (8 * b));
+            for (int b = 3; b >= 0; --b) digest += static_cast<char>(w >> (8 * b));
         ASSERT_EQ(toHex(digest), toHex(evpDigest(EVP_sha256(), message))) << message.size();
     }
 }
 
-TEST(AES, PublishedVectors)
-{
-    // FIPS-197 appendix C (three key sizes) and B, SP 800-38A CBC and, for
-    // CFB1, the 16 bits its vector covers (CFB output is prefix-stable).
+TEST(AES, PublishedVectors) {
+    // FIPS-197 C (three key sizes) and B, SP 800-38A CBC, and the 16 bits of its CFB1 vector.
     const std::string spKey = "2b7e151628aed2a6abf7158809cf4f3c", spIv = "000102030405060708090a0b0c0d0e0f";
     const std::string spPlain = "6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51";
     const struct {
@@ -397,8 +352,7 @@ TEST(AES, PublishedVectors)
     }
 }
 
-TEST(AES, EveryModeMatchesOpenSSL)
-{
+TEST(AES, EveryModeMatchesOpenSSL) {
     Rng rng(0xae5);
     for (size_t keyBytes : {16u, 24u, 32u}) {
         for (int i = 0; i < 10000; ++i) {
@@ -411,7 +365,7 @@ TEST(AES, EveryModeMatchesOpenSSL)
             const std::string enc = ours(padMode, Rijndael::Encrypt, key, padIv, data, true);
             ASSERT_EQ(toHex(enc), toHex(expect)) << "key " << keyBytes << " mode " << padMode << " len " << data.size();
             ASSERT_EQ(ours(padMode, Rijndael::Decrypt, key, padIv, enc, true), data);
-            if (padMode == Rijndael::CBC) { // the streaming form: whole blocks, then the end
+            if (padMode == Rijndael::CBC) {  // the streaming form: whole blocks, then the end
                 Rijndael s, d;
                 ASSERT_EQ(s.init(Rijndael::CBC, Rijndael::Encrypt, ub(key), keyLength(keyBytes), ub(iv)), 0);
                 ASSERT_EQ(d.init(Rijndael::CBC, Rijndael::Decrypt, ub(key), keyLength(keyBytes), ub(iv)), 0);
@@ -427,8 +381,7 @@ TEST(AES, EveryModeMatchesOpenSSL)
                 ASSERT_EQ(back.substr(0, static_cast<size_t>(h + t)), data);
             }
 
-            // Whole blocks in every mode; CFB1 costs one block cipher call per
-            // bit, so its inputs stay short.
+            // Whole blocks in every mode; CFB1 costs a block cipher call per bit, so its inputs stay short.
             const Rijndael::Mode mode = static_cast<Rijndael::Mode>(i % 3);
             const std::string modeIv = mode == Rijndael::ECB ? std::string() : iv;
             const size_t nBlocks = static_cast<size_t>(rng.uniform(0, mode == Rijndael::CFB1 ? 1 : 4));
@@ -441,15 +394,14 @@ TEST(AES, EveryModeMatchesOpenSSL)
     }
 }
 
-TEST(AES, ChainingCarriesAcrossCallsAndInPlaceWorks)
-{
+TEST(AES, ChainingCarriesAcrossCallsAndInPlaceWorks) {
     Rng rng(77);
     for (Rijndael::Mode mode : {Rijndael::CBC, Rijndael::CFB1}) {
         const std::string key = rng.bytes(32), iv = rng.bytes(16), data = rng.bytes(64);
         const std::string whole = ours(mode, Rijndael::Encrypt, key, iv, data, false);
         Rijndael aes, dec;
         ASSERT_EQ(aes.init(mode, Rijndael::Encrypt, ub(key), Rijndael::Key32Bytes, ub(iv)), 0);
-        std::string split = data; // in place, in two calls
+        std::string split = data;  // in place, in two calls
         aes.blockEncrypt(ub(split), 16 * 8, ub(split));
         aes.blockEncrypt(ub(split) + 16, 48 * 8, ub(split) + 16);
         EXPECT_EQ(split, whole) << "mode " << mode;
@@ -464,8 +416,7 @@ TEST(AES, ChainingCarriesAcrossCallsAndInPlaceWorks)
               ours(Rijndael::CBC, Rijndael::Encrypt, key, std::string(16, '\0'), data, false));
 }
 
-TEST(AES, ResultCodesBitLengthsAndPadding)
-{
+TEST(AES, ResultCodesBitLengthsAndPadding) {
     const unsigned char key[32] = {1, 2, 3};
     unsigned char buf[64] = {0};
     unsigned char out[64];
@@ -485,7 +436,7 @@ TEST(AES, ResultCodesBitLengthsAndPadding)
     ASSERT_EQ(aes.init(Rijndael::CBC, Rijndael::Encrypt, key, Rijndael::Key16Bytes), 0);
     EXPECT_EQ(aes.padDecrypt(buf, 16, out), Rijndael::RIJNDAEL_BAD_DIRECTION);
     EXPECT_EQ(aes.blockDecrypt(buf, 128, out), -6);
-    EXPECT_EQ(aes.padEncrypt(buf, 0, out), 16); // an empty input is one block of padding
+    EXPECT_EQ(aes.padEncrypt(buf, 0, out), 16);  // an empty input is one block of padding
     EXPECT_EQ(aes.padEncrypt(buf, 17, out), 32);
     EXPECT_EQ(aes.padEncrypt(nullptr, 5, out), 0);
     EXPECT_EQ(aes.padEncrypt(buf, -1, out), 0);
@@ -506,8 +457,7 @@ TEST(AES, ResultCodesBitLengthsAndPadding)
     EXPECT_EQ(aes.padDecrypt(buf, 15, out), Rijndael::RIJNDAEL_CORRUPTED_DATA);
     EXPECT_EQ(aes.padDecrypt(buf, 33, out), -7);
 
-    // Chosen last blocks, encrypted without padding, then unpadded: a
-    // whole block of padding is valid, 0, 17 and mixed bytes are not.
+    // Chosen last blocks: a whole block of padding is valid, 0, 17 and mixed bytes are not.
     const std::string k16(16, 'K');
     const std::pair<std::string, int> last[] = {{std::string(15, 'x') + '\x01', 15}, {std::string(16, '\x10'), 0},
                                                 {std::string(15, 'x') + '\0', -7}, {std::string(15, 'x') + '\x11', -7},
@@ -518,30 +468,20 @@ TEST(AES, ResultCodesBitLengthsAndPadding)
         ours(Rijndael::ECB, Rijndael::Decrypt, k16, "", enc, true, &r);
         EXPECT_EQ(r, expect) << toHex(block);
     }
+    // The streaming form is CBC only.
+    ASSERT_EQ(aes.init(Rijndael::ECB, Rijndael::Encrypt, key, Rijndael::Key16Bytes), 0);
+    EXPECT_EQ(aes.pdfEncrypt(buf, 16, out), Rijndael::RIJNDAEL_UNSUPPORTED_MODE);
 }
 
-TEST(AES, StreamingFormIsCbcOnly)
-{
-    Rijndael ecb;
-    const std::string key(16, 'e');
-    unsigned char buf[32] = {0};
-    ASSERT_EQ(ecb.init(Rijndael::ECB, Rijndael::Encrypt, ub(key), Rijndael::Key16Bytes), 0);
-    EXPECT_EQ(ecb.pdfEncrypt(buf, 16, buf), Rijndael::RIJNDAEL_UNSUPPORTED_MODE);
-}
-
-TEST(AES, HardwarePathFollowsTheProcessor)
-{
+TEST(AES, HardwarePathFollowsTheProcessor) {
     using pcrypt::CpuFeatures;
-    // AES-NI alone decides for AES; the SHA form also needs the SSSE3 shuffle
-    // and the SSE4.1 blend.
+    // AES-NI alone decides for AES; the SHA form also needs the SSSE3 shuffle and the SSE4.1 blend.
     const struct {
         CpuFeatures f;
         bool aes, sha;
     } cases[] = {
-        {CpuFeatures{}, false, false},
-        {CpuFeatures{true, true, true, false}, true, false},
-        {CpuFeatures{false, false, true, true}, true, false},
-        {CpuFeatures{true, false, false, true}, false, false},
+        {CpuFeatures{}, false, false}, {CpuFeatures{true, true, true, false}, true, false},
+        {CpuFeatures{false, false, true, true}, true, false}, {CpuFeatures{true, false, false, true}, false, false},
         {CpuFeatures{true, true, false, true}, false, true},
     };
     for (const auto& c : cases) {
@@ -555,14 +495,10 @@ TEST(AES, HardwarePathFollowsTheProcessor)
     EXPECT_EQ(aes.setHardware(true), usable);
 }
 
-TEST(AES, HardwareAndTableFormsAgree)
-{
-    if (!pcrypt::aesHardwareUsable(pcrypt::cpuFeatures()))
-        GTEST_SKIP() << "no AES-NI on this processor";
+TEST(AES, HardwareAndTableFormsAgree) {
+    if (!pcrypt::aesHardwareUsable(pcrypt::cpuFeatures())) GTEST_SKIP() << "no AES-NI on this processor";
     Rng rng(0xae51);
-    // Lengths around the eight blocks the CBC decryption keeps in flight; two
-    // calls, the second in place, so that the chaining carried between calls
-    // is compared too.
+    // Lengths around the eight blocks CBC decryption keeps in flight; two calls, the second in place (chaining).
     for (size_t keyBytes : {16u, 24u, 32u}) {
         for (int i = 0; i < 300; ++i) {
             const std::string key = rng.bytes(keyBytes), iv = rng.bytes(16);
@@ -585,8 +521,7 @@ TEST(AES, HardwareAndTableFormsAgree)
             }
         }
     }
-    // CBC decryption written one block below its input, as the per-object
-    // cipher drops the vector in place.
+    // CBC decryption written one block below its input, as the per-object cipher drops the vector in place.
     const std::string key = rng.bytes(16), data = rng.bytes(16 * 37);
     std::string shifted[2] = {data, data};
     for (int hw = 0; hw < 2; ++hw) {

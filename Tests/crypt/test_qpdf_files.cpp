@@ -1,6 +1,4 @@
-// Password trials and decryption on files encrypted by qpdf, for every
-// revision of the standard security handler, and on the encrypted files of
-// the shared qpdf corpus.
+// Password trials and decryption on files qpdf encrypted at every revision, and on the corpus's encrypted files.
 #include <gtest/gtest.h>
 
 #include "crypt_test_util.h"
@@ -21,52 +19,22 @@ const char* kTitle = "A title (with parentheses) to decrypt";
 const char* kId = "5a112233445566778899aabbccddeeff";
 
 struct Encrypted {
-    EncryptInfo info;      // as the reader fills it from the dictionary
-    std::string qpdfKey;   // the file key qpdf reports
-    std::string rawStream; // encrypted content stream bytes
-    std::string rawTitle;  // encrypted /Title bytes
+    EncryptInfo info;                 // as the reader fills it from the dictionary
+    std::string qpdfKey;              // the file key qpdf reports
+    std::string rawStream, rawTitle;  // the still encrypted content stream and /Title
     int streamObj = 0, titleObj = 0;
 };
 
-// The still encrypted value of object `num` of a file written without object
-// streams: its stream data, or else its /Title string.
-std::string rawValue(const std::string& pdf, int num, bool& isStream)
-{
-    const size_t at = pdf.find("\n" + std::to_string(num) + " 0 obj");
-    const size_t end = pdf.find("endobj", at);
-    if (at == std::string::npos || end == std::string::npos)
-        return std::string();
-    const std::string obj = pdf.substr(at, end - at);
-    size_t p = obj.find("stream");
-    if ((isStream = p != std::string::npos)) {
-        const size_t len = obj.find("/Length");
-        p += obj[p + 6] == '\r' ? 8 : 7;
-        return obj.substr(p, len == std::string::npos ? 0 : std::strtoul(obj.c_str() + len + 7, nullptr, 10));
-    }
-    if ((p = obj.find("/Title")) == std::string::npos)
-        return std::string();
-    pdftest::Source src(obj.substr(p + 6));
-    std::string token;
-    PDF_KILN::readPDFString(src.file, token);
-    PDF_KILN::CStringType s;
-    s.noDecrypt = true;
-    s.isHex = token == "<";
-    s.Read(src.file);
-    return s.text;
-}
-
-// A page with a content stream and an /Info title, encrypted by qpdf.
+// A page with a content stream and an /Info title, encrypted by qpdf, with its still encrypted stream and title.
 Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector<std::string>& encryptArgs,
-                  const std::string& user, const std::string& owner, const std::string& id = kId)
-{
+                  const std::string& user, const std::string& owner, const std::string& id = kId) {
     const std::string content = kContent, base = dir.file("base.pdf"), path = dir.file(name + ".pdf");
-    testutil::writeFile(base, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>",
-                                        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-                                        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
-                                        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
-                                            "\nendstream",
-                                        "<< /Title (A title \\(with parentheses\\) to decrypt) >>"},
-                                       "/Root 1 0 R /Info 5 0 R /ID [<" + id + "><" + id + ">]"));
+    testutil::writeFile(
+        base, buildPdf({"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+                        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Contents 4 0 R >>",
+                        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream",
+                        "<< /Title (A title \\(with parentheses\\) to decrypt) >>"},
+                       "/Root 1 0 R /Info 5 0 R /ID [<" + id + "><" + id + ">]"));
     std::vector<std::string> args = {"--allow-weak-crypto", "--object-streams=disable", "--compress-streams=n",
                                      "--decode-level=none", "--encrypt", user, owner};
     args.insert(args.end(), encryptArgs.begin(), encryptArgs.end());
@@ -78,34 +46,37 @@ Encrypted encrypt(const TempDir& dir, const std::string& name, const std::vector
     Encrypted e;
     e.info = readInfo(path);
     e.qpdfKey = qpdfKey(path, owner.empty() ? user : owner);
-    const std::string raw = testutil::readFile(path);
+    const std::string raw = testutil::readFile(path);  // written without object streams
     for (int n = 1; n < 20; ++n) {
-        bool isStream = false;
-        const std::string value = rawValue(raw, n, isStream);
-        if (isStream && !e.streamObj) {
+        const size_t at = raw.find("\n" + std::to_string(n) + " 0 obj"), end = raw.find("endobj", at);
+        if (at == std::string::npos || end == std::string::npos) continue;
+        const std::string obj = raw.substr(at, end - at);
+        size_t p = obj.find("stream");
+        const size_t len = obj.find("/Length");
+        if (p != std::string::npos && len != std::string::npos) {
+            if (e.streamObj) continue;
             e.streamObj = n;
-            e.rawStream = value;
-        } else if (!isStream && !value.empty() && !e.titleObj) {
+            p += obj[p + 6] == '\r' ? 8 : 7;
+            e.rawStream = obj.substr(p, std::strtoul(obj.c_str() + len + 7, nullptr, 10));
+        } else if ((p = obj.find("/Title")) != std::string::npos && !e.titleObj) {
             e.titleObj = n;
-            e.rawTitle = value;
+            pdftest::Source src(obj.substr(p + 6));
+            std::string token;
+            PDF_KILN::readPDFString(src.file, token);
+            PDF_KILN::CStringType s;
+            s.noDecrypt = true;
+            s.isHex = token == "<";
+            s.Read(src.file);
+            e.rawTitle = s.text;
         }
     }
     return e;
 }
 
-std::string decrypt(const EncryptInfo& info, int obj, const std::string& data)
-{
-    std::string buf = data + std::string(32, '\0');
-    int size = static_cast<int>(data.size());
-    PDFDecryptionManager().DecryptData(info, obj, 0, ub(buf), size);
-    return buf.substr(0, static_cast<size_t>(size));
-}
-
 struct Config {
     const char* name;
     std::vector<std::string> args;
-    int R;
-    int cipherMode;
+    int R, cipherMode;
     bool encryptMetadata;
 };
 
@@ -113,12 +84,10 @@ void PrintTo(const Config& c, std::ostream* os) { *os << c.name; }
 
 class QpdfRevision : public ::testing::TestWithParam<Config> {};
 
-} // namespace
+}  // namespace
 
-TEST_P(QpdfRevision, PasswordStatesKeysAndData)
-{
-    if (!haveQpdf())
-        GTEST_SKIP() << "qpdf not available";
+TEST_P(QpdfRevision, PasswordStatesKeysAndData) {
+    if (!haveQpdf()) GTEST_SKIP() << "qpdf not available";
     const Config& cfg = GetParam();
     TempDir dir;
     PDFDecryptionManager m;
@@ -139,17 +108,15 @@ TEST_P(QpdfRevision, PasswordStatesKeysAndData)
     }
     // The key deciphers qpdf's strings and streams.
     const EncryptInfo user = tryKey(e.info, "user-pw").info;
-    EXPECT_EQ(decrypt(user, e.streamObj, e.rawStream), kContent);
-    EXPECT_EQ(decrypt(user, e.titleObj, e.rawTitle), kTitle);
+    EXPECT_EQ(decrypt(user, e.streamObj, 0, e.rawStream), kContent);
+    EXPECT_EQ(decrypt(user, e.titleObj, 0, e.rawTitle), kTitle);
 
     EncryptInfo info = e.info;
     EXPECT_EQ(m.calPassWordState(info, "user-pw"), 4);
     EXPECT_TRUE(info.passwordRequired);
     EXPECT_TRUE(info.passwordChecked);
     EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
-    // At R6 the user test also accepts a key that opens /Perms, which the
-    // owner trial has just found: the owner password then counts as both.
-    // Below R5 the user password is worked out from /O.
+    // At R6 the owner trial's key opens /Perms, so the owner password counts as both; below R5 /O gives the user's.
     info = e.info;
     EXPECT_EQ(m.calPassWordState(info, "owner-pw"), cfg.R == 6 ? 7 : 3);
     EXPECT_EQ(info.ownerPassword, cfg.R == 6 ? "" : "owner-pw");
@@ -157,8 +124,7 @@ TEST_P(QpdfRevision, PasswordStatesKeysAndData)
         EXPECT_EQ(info.userPassword, "user-pw");
     }
     EXPECT_EQ(toHex(info.key), toHex(e.qpdfKey));
-    // The failed trials clear the key; at R3 and R4 the last owner trial
-    // leaves the key it tried, as no earlier key was there to restore.
+    // Failed trials clear the key, but at R3/R4 the last owner trial leaves its key (none to restore).
     info = e.info;
     EXPECT_EQ(m.calPassWordState(info, "wrong"), 5);
     EXPECT_EQ(info.key.empty(), cfg.R == 2 || cfg.R >= 5);
@@ -178,17 +144,14 @@ TEST_P(QpdfRevision, PasswordStatesKeysAndData)
     const Trial any = tryKey(open.info, "anything");
     EXPECT_TRUE(any.ok && any.empty && !any.nonEmpty);
     EXPECT_EQ(toHex(any.info.key), toHex(open.qpdfKey));
-    EXPECT_EQ(decrypt(any.info, open.streamObj, open.rawStream), kContent);
+    EXPECT_EQ(decrypt(any.info, open.streamObj, 0, open.rawStream), kContent);
     info = open.info;
     EXPECT_EQ(m.calPassWordState(info, "owner-only"), 2);
     EXPECT_TRUE(info.passwordRequired);
     EXPECT_FALSE(info.passwordChecked);
     EXPECT_EQ(info.ownerPassword, "owner-only");
     EXPECT_EQ(info.userPassword, "");
-    for (const char* pw : {"wrong", ""}) {
-        info = open.info;
-        EXPECT_EQ(m.calPassWordState(info, pw), 6) << pw;
-    }
+    for (const char* pw : {"wrong", ""}) EXPECT_EQ(passwordState(open.info, pw), 6) << pw;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -205,52 +168,37 @@ INSTANTIATE_TEST_SUITE_P(
         Config{"R6_ClearMeta", {"256", "--cleartext-metadata"}, 6, 3, false}),
     [](const ::testing::TestParamInfo<Config>& p) { return std::string(p.param.name); });
 
-TEST(QpdfFiles, IdStartingWithZeroIsLeftOutOfTheR3UserCheck)
-{
-    if (!haveQpdf())
-        GTEST_SKIP() << "qpdf not available";
+TEST(QpdfFiles, IdStartingWithZeroIsLeftOutOfTheR3UserCheck) {
+    if (!haveQpdf()) GTEST_SKIP() << "qpdf not available";
     TempDir dir;
-    PDFDecryptionManager m;
-    const Encrypted e = encrypt(dir, "zero-id", {"128", "--use-aes=y"}, "user-pw", "owner-pw",
-                                "00112233445566778899aabbccddeeff");
+    const Encrypted e =
+        encrypt(dir, "zero-id", {"128", "--use-aes=y"}, "user-pw", "owner-pw", "00112233445566778899aabbccddeeff");
     ASSERT_EQ(e.info.ID[0], '\0');
     // Opening hashes the whole ID and works.
     const Trial t = tryKey(e.info, "user-pw");
     EXPECT_TRUE(t.ok);
     EXPECT_EQ(toHex(t.info.key), toHex(e.qpdfKey));
-    // The classification's user check leaves the ID out, so the right key no
-    // longer matches /U: the user password is reported as neither, and the
-    // owner password, which goes through the same check, likewise.
-    for (const char* pw : {"user-pw", "owner-pw"}) {
-        EncryptInfo info = e.info;
-        EXPECT_EQ(m.calPassWordState(info, pw), 5) << pw;
-    }
+    // The classification's user check leaves the ID out, so neither password matches /U there.
+    for (const char* pw : {"user-pw", "owner-pw"}) EXPECT_EQ(passwordState(e.info, pw), 5) << pw;
 }
 
-TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys)
-{
+TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys) {
     const std::string dir = std::string(PDFKILN_CORPUS_DIR) + "/qpdf/qpdf/qtest/qpdf/";
-    if (!haveQpdf() || !testutil::exists(dir))
-        GTEST_SKIP() << "qpdf or the corpus not available";
+    if (!haveQpdf() || !testutil::exists(dir)) GTEST_SKIP() << "qpdf or the corpus not available";
     // File names carry the passwords: U= user, O= owner, none given = empty.
     const struct {
         const char *file, *user, *owner;
     } cases[] = {
-        {"enc-R2,V1,U=view,O=master.pdf", "view", "master"},
-        {"enc-R2,V1,O=master.pdf", "", "master"},
-        {"enc-R3,V2,U=view,O=master.pdf", "view", "master"},
-        {"enc-R3,V2,O=master.pdf", "", "master"},
+        {"enc-R2,V1,U=view,O=master.pdf", "view", "master"}, {"enc-R2,V1,O=master.pdf", "", "master"},
+        {"enc-R3,V2,U=view,O=master.pdf", "view", "master"}, {"enc-R3,V2,O=master.pdf", "", "master"},
         {"enc-R3,V2,U=view,O=view.pdf", "view", "view"},
-        {"enc-XI-R6,V5,U=view,O=master.pdf", "view", "master"},
-        {"enc-XI-R6,V5,O=master.pdf", "", "master"},
+        {"enc-XI-R6,V5,U=view,O=master.pdf", "view", "master"}, {"enc-XI-R6,V5,O=master.pdf", "", "master"},
         {"enc-XI-R6,V5,U=wwwww,O=wwwww.pdf", "wwwww", "wwwww"},
     };
-    PDFDecryptionManager m;
     int checked = 0;
     for (const auto& c : cases) {
         const std::string path = dir + c.file;
-        if (!testutil::exists(path))
-            continue;
+        if (!testutil::exists(path)) continue;
         const EncryptInfo read = readInfo(path);
         const std::string key = qpdfKey(path, c.owner);
         const bool openFile = c.user[0] == '\0';
@@ -261,13 +209,10 @@ TEST(QpdfCorpus, KnownPasswordsGiveQpdfKeys)
             EXPECT_EQ(t.empty, openFile) << c.file;
             EXPECT_EQ(toHex(t.info.key), toHex(key)) << c.file << " / " << pw;
         }
-        EncryptInfo info = read;
         const int expected = openFile ? 2 : std::string(c.user) == c.owner || read.R == 6 ? 7 : 3;
-        EXPECT_EQ(m.calPassWordState(info, c.owner), expected) << c.file;
-        info = read;
-        EXPECT_EQ(m.calPassWordState(info, "not-the-password"), openFile ? 6 : 5) << c.file;
+        EXPECT_EQ(passwordState(read, c.owner), expected) << c.file;
+        EXPECT_EQ(passwordState(read, "not-the-password"), openFile ? 6 : 5) << c.file;
         ++checked;
     }
-    if (checked == 0)
-        GTEST_SKIP() << "no encrypted corpus files found";
+    if (checked == 0) GTEST_SKIP() << "no encrypted corpus files found";
 }

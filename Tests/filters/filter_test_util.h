@@ -1,5 +1,4 @@
-// Helpers shared by the filter tests: call the C entry points with vectors,
-// make inputs with zlib, and check tables of small decoding cases.
+// Helpers of the filter tests: the C entry points on vectors, inputs made with zlib, tables of small decoding cases.
 #ifndef PDFKILN_TESTS_FILTER_TEST_UTIL_H
 #define PDFKILN_TESTS_FILTER_TEST_UTIL_H
 
@@ -22,8 +21,7 @@ using Bytes = std::vector<unsigned char>;
 using ZQGraphicService_NS::FilterMemBlock;
 using ZQGraphicService_NS::FilterPropTD;
 
-// A record as the library's caller fills it for a stage: Flate/LZW defaults
-// applied, columns left at 0 when absent.
+// A record as the library's caller fills it for a stage: Flate/LZW defaults applied, columns 0 when absent.
 inline FilterPropTD props(int type, int predictor = 0, int colors = 1, int bpc = 8, int columns = 0) {
     FilterPropTD p{};
     p.type = type;
@@ -72,6 +70,18 @@ inline Result encode(const Bytes& in, int type, int mode = 2) {
 inline Bytes bytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
 inline std::string text(const Bytes& b) { return std::string(b.begin(), b.end()); }
 
+// Codes written most significant bit first; the last byte is padded with 0.
+struct BitWriter {
+    Bytes out;
+    unsigned bits = 0;
+    void put(unsigned code, unsigned width) {
+        for (int b = int(width) - 1; b >= 0; --b, ++bits) {
+            if (bits % 8 == 0) out.push_back(0);
+            if ((code >> b) & 1) out.back() |= static_cast<unsigned char>(0x80 >> (bits % 8));
+        }
+    }
+};
+
 inline Bytes randomBytes(std::size_t n, uint32_t seed) {
     std::mt19937 rng(seed);
     Bytes b(n);
@@ -90,8 +100,7 @@ inline Bytes sampleText(std::size_t n, uint32_t seed = 1) {
     return bytes(b);
 }
 
-// zlib's deflate: windowBits -15 writes raw deflate (no header or checksum);
-// `dict` sets a preset dictionary.
+// zlib's deflate: windowBits -15 writes raw deflate (no header or checksum); `dict` sets a preset dictionary.
 inline Bytes zlibCompress(const Bytes& in, int level = Z_DEFAULT_COMPRESSION, int windowBits = 15,
                           const std::string& dict = "") {
     z_stream zs{};
@@ -109,8 +118,7 @@ inline Bytes zlibCompress(const Bytes& in, int level = Z_DEFAULT_COMPRESSION, in
 }
 inline std::string z(const std::string& s) { return text(zlibCompress(bytes(s))); }
 
-// One small decoding case: input bytes, the expected code and, on success,
-// the exact output.
+// One small decoding case: input bytes, the expected code and, on success, the exact output.
 struct DecodeCase {
     FilterPropTD prop;
     std::string in;

@@ -1,7 +1,5 @@
-// The stream codecs: memory blocks and argument checking, ASCIIHex, ASCII85,
-// RunLength, Flate (with its output bound), LZW, and the PNG and TIFF
-// predictors, checked against zlib and reference implementations written
-// plainly here.
+// The stream codecs (memory blocks, arguments, ASCIIHex, ASCII85, RunLength, Flate with its output bound, LZW,
+// the PNG and TIFF predictors) against zlib and plain reference implementations.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -15,28 +13,14 @@ using namespace std::string_literals;
 
 namespace {
 
-// Codes written most significant bit first; the last byte is padded with 0.
-struct BitWriter {
-    Bytes out;
-    unsigned bits = 0;
-    void put(unsigned code, unsigned width) {
-        for (int b = int(width) - 1; b >= 0; --b, ++bits) {
-            if (bits % 8 == 0) out.push_back(0);
-            if ((code >> b) & 1) out.back() |= static_cast<unsigned char>(0x80 >> (bits % 8));
-        }
-    }
-};
-
 std::string packCodes(const std::vector<unsigned>& codes) {
     BitWriter w;
     for (unsigned c : codes) w.put(c, 9);
     return text(w.out);
 }
 
-// LZW encoder. The code width follows the decoder's table: the decoder adds
-// an entry for every code after the first following a clear, and widens the
-// codes once (entries + earlyChange) reaches the next power of two. The
-// encoder emits a clear whenever its own table fills up.
+// LZW encoder whose code width follows the decoder's table (an entry per code but the first after a clear, wider
+// codes once entries + earlyChange reach a power of two); a clear whenever its own table fills up.
 Bytes lzwEncode(const Bytes& in, bool early, bool writeEnd = true) {
     BitWriter w;
     std::map<std::pair<unsigned, unsigned char>, unsigned> dict;
@@ -60,13 +44,9 @@ Bytes lzwEncode(const Bytes& in, bool early, bool writeEnd = true) {
     emit(256);
     int cur = -1;
     for (unsigned char c : in) {
-        if (cur < 0) {
-            cur = c;
-            continue;
-        }
-        auto it = dict.find({unsigned(cur), c});
-        if (it != dict.end()) {
-            cur = int(it->second);
+        const auto it = dict.find({unsigned(cur), c});
+        if (cur < 0 || it != dict.end()) {
+            cur = cur < 0 ? c : int(it->second);
             continue;
         }
         emit(unsigned(cur));
@@ -97,9 +77,8 @@ int pngPredict(int type, int a, int b, int c) {
     return type == 1 ? a : type == 2 ? b : type == 3 ? (a + b) / 2 : type == 4 ? paeth : 0;
 }
 
-// Reference PNG filtering of `image` with the given row types (cycled), or,
-// when `types` is empty, unfiltering of `in` with each row's own type byte.
-// The neighbours are always taken from the unfiltered image.
+// Reference PNG filtering with the given row types (cycled), or with none given unfiltering by each row's type
+// byte; the neighbours always come from the unfiltered image.
 Bytes pngRef(const Bytes& in, const Shape& s, const std::vector<int>& types = {}) {
     const bool filter = !types.empty();
     const std::size_t rb = s.rowBytes(), bpp = s.bpp(), stride = filter ? rb : rb + 1;
@@ -120,29 +99,23 @@ Bytes pngRef(const Bytes& in, const Shape& s, const std::vector<int>& types = {}
     return filter ? out : image;
 }
 
+// Sample k of a row, bpc bits most significant first.
 unsigned getSample(const Bytes& row, std::size_t k, int bpc) {
-    if (bpc == 16) return unsigned(row[2 * k]) << 8 | row[2 * k + 1];
-    const std::size_t bit = k * bpc;
-    return (row[bit / 8] >> (8 - bpc - bit % 8)) & ((1u << bpc) - 1);
+    unsigned v = 0;
+    for (std::size_t b = k * bpc; b < (k + 1) * bpc; ++b) v = v << 1 | ((row[b / 8] >> (7 - b % 8)) & 1);
+    return v;
 }
 
 void setSample(Bytes& row, std::size_t k, int bpc, unsigned v) {
-    if (bpc == 16) {
-        row[2 * k] = static_cast<unsigned char>(v >> 8);
-        row[2 * k + 1] = static_cast<unsigned char>(v);
-        return;
-    }
-    const std::size_t bit = k * bpc;
-    const unsigned shift = 8 - bpc - bit % 8, mask = (1u << bpc) - 1;
-    row[bit / 8] = static_cast<unsigned char>((row[bit / 8] & ~(mask << shift)) | ((v & mask) << shift));
+    for (std::size_t b = (k + 1) * bpc; b-- > k * bpc; v >>= 1)
+        row[b / 8] = static_cast<unsigned char>((row[b / 8] & ~(0x80u >> b % 8)) | (v & 1) << (7 - b % 8));
 }
 
-// Reference TIFF predictor 2: undoing adds to each sample the same component
-// of the pixel to its left, modulo 2^bpc, differencing subtracts it; padding
-// bits are left alone.
+// Reference TIFF predictor 2: undoing adds the same component of the pixel to the left modulo 2^bpc, differencing
+// subtracts it; padding bits are left alone.
 Bytes tiffRef(const Bytes& in, const Shape& s, bool undo) {
     const std::size_t rb = s.rowBytes();
-    const unsigned mod = s.bpc == 16 ? 65536u : 1u << s.bpc;
+    const unsigned mod = 1u << s.bpc;
     Bytes out;
     for (std::size_t pos = 0; pos + rb <= in.size(); pos += rb) {
         const Bytes src(in.begin() + pos, in.begin() + pos + rb);
@@ -163,9 +136,8 @@ Result flate(const Bytes& in, int predictor, const Shape& s) {
     return decode(zlibCompress(in), props(FILTER_FLATE, predictor, s.colors, s.bpc, s.columns));
 }
 
-// Once the window is all zeros, the sync-flushed encoding of a run of zeros
-// decodes the same wherever it is placed, so repeating it builds a stream of
-// `chunks` x 8 MiB of zeros from a few KiB per chunk.
+// `chunks` x 8 MiB of zeros in a few KiB each: once the window is all zeros, a sync-flushed run of zeros decodes the
+// same wherever it is placed, so it is repeated.
 Bytes zeroBomb(std::size_t chunks) {
     const std::size_t chunk = 8u << 20;
     Bytes zeros(chunk, 0);
@@ -206,11 +178,8 @@ TEST(Codecs, SmallInputs) {
         {hex, "7", ZQ_OK, "\x70"},  // no '>', odd digit
         {hex, ">", ZQ_OK, ""},
         {hex, "41\0" "42"s, ZQ_OK, "AB"},
-        {hex, "4G>", ZQ_CORRUPT, ""},
-        {hex, "41 x>", ZQ_CORRUPT, ""},
-        {hex, "<41>", ZQ_CORRUPT, ""},
-        {hex, "41~>", ZQ_CORRUPT, ""},
-        {hex, "0x41", ZQ_CORRUPT, ""},
+        {hex, "4G>", ZQ_CORRUPT, ""}, {hex, "41 x>", ZQ_CORRUPT, ""}, {hex, "<41>", ZQ_CORRUPT, ""},
+        {hex, "41~>", ZQ_CORRUPT, ""}, {hex, "0x41", ZQ_CORRUPT, ""},
         {a85, "zz!!~>", ZQ_OK, std::string(9, '\0')},
         {a85, " 9jq\no^ \r\nBl bD-~>", ZQ_OK, "Man is d"},
         {a85, "<~9jqo^~>", ZQ_OK, "Man "},
@@ -222,73 +191,50 @@ TEST(Codecs, SmallInputs) {
         {a85, "9jqo^9~>", ZQ_CORRUPT, ""},  // a single final character
         {a85, "9jqo^{~>", ZQ_CORRUPT, ""},
         {a85, "uuuu~>", ZQ_CORRUPT, ""},  // final partial group overflowing
-        // literal "ABC", 4 x 'z', EOD, then junk that must be ignored
-        {rl, "\x02" "ABC\xfd" "z\x80\0Q"s, ZQ_OK, "ABCzzzz"},
+        {rl, "\x02" "ABC\xfd" "z\x80\0Q"s, ZQ_OK, "ABCzzzz"},  // junk after EOD ignored
         {rl, "\x81\x07", ZQ_OK, std::string(128, '\x07')},
         {rl, "\xff\x07", ZQ_OK, "\x07\x07"},
         {rl, literal128, ZQ_OK, literal128.substr(1)},
-        // No EOD, truncated literal, and a repeat byte that never came.
-        {rl, "\x01hi", ZQ_OK, "hi"},
-        {rl, "\x05hi", ZQ_OK, "hi"},
-        {rl, "\0x\xc8"s, ZQ_OK, "x"},
+        {rl, "\x01hi", ZQ_OK, "hi"},  // no EOD
+        {rl, "\x05hi", ZQ_OK, "hi"},  // truncated literal
+        {rl, "\0x\xc8"s, ZQ_OK, "x"},  // a repeat byte that never came
         {rl, "\x80", ZQ_OK, ""},
         {fl(0, 1, 8, 0), "this is not flate data", ZQ_CORRUPT, ""},
         {fl(0, 1, 8, 0), "\x78\x9c\xff\xff\xff\xff", ZQ_CORRUPT, ""},
         {fl(0, 1, 8, 0), "\x78", ZQ_CORRUPT, ""},  // no header, no output
-        // A preset-dictionary stream cannot be decoded without the dictionary.
-        {fl(0, 1, 8, 0), text(zlibCompress(sampleText(1000), 6, 15, "dictionary")), ZQ_CORRUPT, ""},
+        {fl(0, 1, 8, 0), text(zlibCompress(sampleText(1000), 6, 15, "dictionary")), ZQ_CORRUPT, ""},  // preset dict
         {lzwProps(1), example, ZQ_OK, "-----A---B"},
         {lzwProps(0), example, ZQ_OK, "-----A---B"},
-        // Without the leading clear and without the end code.
-        {lzwProps(1), packCodes({45, 258, 258, 65, 259, 66}), ZQ_OK, "-----A---B"},
-        // A code beyond the table before any output, or codes 256/257 misused.
-        {lzwProps(1), packCodes({256, 300}), ZQ_CORRUPT, ""},
+        {lzwProps(1), packCodes({45, 258, 258, 65, 259, 66}), ZQ_OK, "-----A---B"},  // no leading clear, no end
+        {lzwProps(1), packCodes({256, 300}), ZQ_CORRUPT, ""},  // a code beyond the table before any output
         {lzwProps(1), packCodes({256, 258}), ZQ_CORRUPT, ""},
-        // After output, damage ends decoding with what was produced.
-        {lzwProps(1), packCodes({256, 65, 66, 400, 67}), ZQ_OK, "AB"},
-        // Data after the end code is ignored.
-        {lzwProps(1), packCodes({256, 72, 105, 257, 65, 66}), ZQ_OK, "Hi"},
-        // TIFF predictor 2 on one 8-bit grey row.
+        {lzwProps(1), packCodes({256, 65, 66, 400, 67}), ZQ_OK, "AB"},  // damage after output ends decoding
+        {lzwProps(1), packCodes({256, 72, 105, 257, 65, 66}), ZQ_OK, "Hi"},  // data after the end code ignored
+        // TIFF predictor 2 on one 8-bit grey row; 16-bit: 0x00FF + 0x0001 carries into the high byte.
         {lzwProps(0, 2, 1, 8, 6), text(lzwEncode({10, 1, 1, 1, 250, 10}, false)), ZQ_OK, "\x0a\x0b\x0c\x0d\x07\x11"},
-        // 16-bit TIFF: 0x00FF + 0x0001 carries into the high byte.
         {fl(2, 1, 16, 3), z("\x00\xff\x00\x01\xff\xff"s), ZQ_OK, "\x00\xff\x01\x00\x00\xff"s},
-        // 1-bit TIFF is a running XOR; the two padding bits stay as they were
-        // (6 columns: 1 0 0 0 0 0, padding 11).
-        {fl(2, 1, 1, 6), z("\x83"), ZQ_OK, "\xff"},
-        // PNG Sub with 3-byte pixels, then Paeth: up for the first pixel, then
-        // left where it is the closest guess.
+        {fl(2, 1, 1, 6), z("\x83"), ZQ_OK, "\xff"},  // 1-bit TIFF is a running XOR; the padding bits stay
+        // PNG Sub with 3-byte pixels, then Paeth: up for the first pixel, then left where it is the closest guess.
         {fl(11, 3, 8, 2), z("\1\1\2\3\1\1\1\4\5\5\5\5\5\5"), ZQ_OK, "\1\2\3\2\3\4\6\7\x08\x0b\x0c\x0d"},
-        // Columns absent (0) means one column.
-        {fl(10, 1, 8, 0), z("\2\5\2\6"), ZQ_OK, "\5\x0b"},
-        {fl(3, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""},
-        {fl(4, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""},
-        {fl(9, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""},
-        {fl(16, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""},
-        {fl(100, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""},
-        {fl(12, 1, 3, 3), z0123, ZQ_BAD_ARGUMENT, ""},
-        {fl(12, 1, 5, 3), z0123, ZQ_BAD_ARGUMENT, ""},
-        {fl(12, 1, 7, 3), z0123, ZQ_BAD_ARGUMENT, ""},
-        {fl(12, 1, 12, 3), z0123, ZQ_BAD_ARGUMENT, ""},
-        {fl(12, 1, 32, 3), z0123, ZQ_BAD_ARGUMENT, ""},
+        {fl(10, 1, 8, 0), z("\2\5\2\6"), ZQ_OK, "\5\x0b"},  // columns absent (0) means one column
+        {fl(3, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""}, {fl(4, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""},
+        {fl(9, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""}, {fl(16, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""},
+        {fl(100, 1, 8, 3), z0123, ZQ_BAD_ARGUMENT, ""}, {fl(12, 1, 3, 3), z0123, ZQ_BAD_ARGUMENT, ""},
+        {fl(12, 1, 5, 3), z0123, ZQ_BAD_ARGUMENT, ""}, {fl(12, 1, 7, 3), z0123, ZQ_BAD_ARGUMENT, ""},
+        {fl(12, 1, 12, 3), z0123, ZQ_BAD_ARGUMENT, ""}, {fl(12, 1, 32, 3), z0123, ZQ_BAD_ARGUMENT, ""},
         {fl(12, 0x7fffffff, 16, 0x7fffffff), z0123, ZQ_BAD_ARGUMENT, ""},
-        // Predictor 0, 1 and negative values mean none; bits per component
-        // are only checked when a predictor is used.
-        {fl(-5, 1, 8, 3), z0123, ZQ_OK, "\0\1\2\3"s},
-        {fl(0, 1, 8, 3), z0123, ZQ_OK, "\0\1\2\3"s},
-        {fl(1, 1, 8, 3), z0123, ZQ_OK, "\0\1\2\3"s},
-        {fl(1, 1, 3, 3), z0123, ZQ_OK, "\0\1\2\3"s},
-        // An unknown PNG row type is damage.
-        {fl(12, 1, 8, 3), z("\5\1\2\3"), ZQ_CORRUPT, ""},
-        // A short final row is decoded as far as it goes.
-        {fl(12, 1, 8, 3), z("\0\1\2\3\2\1"s), ZQ_OK, "\1\2\3\2"},
+        // Predictor 0, 1 and negative mean none; bits per component are only checked with a predictor.
+        {fl(-5, 1, 8, 3), z0123, ZQ_OK, "\0\1\2\3"s}, {fl(0, 1, 8, 3), z0123, ZQ_OK, "\0\1\2\3"s},
+        {fl(1, 1, 8, 3), z0123, ZQ_OK, "\0\1\2\3"s}, {fl(1, 1, 3, 3), z0123, ZQ_OK, "\0\1\2\3"s},
+        {fl(12, 1, 8, 3), z("\5\1\2\3"), ZQ_CORRUPT, ""},  // an unknown PNG row type is damage
+        {fl(12, 1, 8, 3), z("\0\1\2\3\2\1"s), ZQ_OK, "\1\2\3\2"},  // a short final row decoded as far as it goes
         {fl(2, 1, 8, 3), z("\1\2\3\4\5"), ZQ_OK, "\1\3\6\4\x09"},
-        // Huge but valid rows with little data: one partial row.
-        {fl(12, 1000000, 8, 1000), z("\1\1\1\1\1"), ZQ_OK, "\1\1\1\1"},
+        {fl(12, 1000000, 8, 1000), z("\1\1\1\1\1"), ZQ_OK, "\1\1\1\1"},  // huge rows, little data: one partial row
     };
     expectDecodes(cases);
 }
 
-TEST(FilterMemBlock, InitClearOwnershipAndReuse) {
+TEST(FilterMemBlock, InitClearOwnershipReuseAndArguments) {
     FilterMemBlock b;
     std::memset(&b, 0xAB, sizeof b);
     Zq_MemInit(&b);
@@ -297,8 +243,7 @@ TEST(FilterMemBlock, InitClearOwnershipAndReuse) {
     EXPECT_EQ(b.data, nullptr);
     EXPECT_EQ(b.reserved24, 0);
 
-    // Library-owned output: freed by the first clear (ASan reports a leak
-    // otherwise), and a second clear is harmless.
+    // Library-owned output is freed by the first clear (else ASan reports a leak); a second clear is harmless.
     Bytes in = bytes("48656C6C6F>");
     FilterMemBlock src = inputBlock(in);
     FilterPropTD p = props(FILTER_ASCIIHEX);
@@ -313,8 +258,7 @@ TEST(FilterMemBlock, InitClearOwnershipAndReuse) {
     Zq_MemClear(nullptr);
     Zq_MemInit(nullptr);
 
-    // Caller memory (stack and malloc) is never freed: ASan would flag a free
-    // of the stack array, and the malloc'd block is freed here exactly once.
+    // Caller memory (stack and malloc) is never freed: ASan flags a free of the stack array or a double free.
     unsigned char stackBuf[16] = {1, 2, 3};
     unsigned char* heap = static_cast<unsigned char*>(std::malloc(8));
     for (unsigned char* data : {stackBuf, heap}) {
@@ -348,28 +292,18 @@ TEST(FilterMemBlock, InitClearOwnershipAndReuse) {
     EXPECT_EQ(Zq_InflateStream(&badSrc, &out, &p), ZQ_CORRUPT);
     EXPECT_EQ(blockText(out), "ABCD");
     Zq_MemClear(&out);
-}
 
-TEST(FilterArguments, NullsUnknownKindsAndBadBlocks) {
-    Bytes in = bytes("00>");
-    FilterMemBlock src = inputBlock(in), out;
+    // Null arguments, unknown kinds and bad blocks.
     Zq_MemInit(&out);
-    FilterPropTD p = props(FILTER_ASCIIHEX);
     EXPECT_EQ(Zq_InflateStream(nullptr, &out, &p), ZQ_BAD_ARGUMENT);
-    EXPECT_EQ(Zq_InflateStream(&src, nullptr, &p), ZQ_BAD_ARGUMENT);
-    EXPECT_EQ(Zq_InflateStream(&src, &out, nullptr), ZQ_BAD_ARGUMENT);
+    EXPECT_EQ(Zq_InflateStream(&src2, nullptr, &p), ZQ_BAD_ARGUMENT);
+    EXPECT_EQ(Zq_InflateStream(&src2, &out, nullptr), ZQ_BAD_ARGUMENT);
     EXPECT_EQ(Zq_DeflateStream(nullptr, &out, &p, 0), ZQ_BAD_ARGUMENT);
-    EXPECT_EQ(Zq_DeflateStream(&src, nullptr, &p, 0), ZQ_BAD_ARGUMENT);
-    EXPECT_EQ(Zq_DeflateStream(&src, &out, nullptr, 0), ZQ_BAD_ARGUMENT);
-    for (int kind : {-1, 0, 8, 9, 10, 11, 1000}) {
-        FilterPropTD k = props(kind);
-        EXPECT_EQ(Zq_InflateStream(&src, &out, &k), ZQ_BAD_ARGUMENT) << kind;
-    }
-    for (int kind : {0, 2, 5, 6, 7, 10, -3}) {
-        FilterPropTD k = props(kind);
-        EXPECT_EQ(Zq_DeflateStream(&src, &out, &k, 0), ZQ_BAD_ARGUMENT) << kind;
-    }
-    FilterMemBlock negative = src, nullData{};
+    EXPECT_EQ(Zq_DeflateStream(&src2, nullptr, &p, 0), ZQ_BAD_ARGUMENT);
+    EXPECT_EQ(Zq_DeflateStream(&src2, &out, nullptr, 0), ZQ_BAD_ARGUMENT);
+    for (int kind : {-1, 0, 8, 9, 10, 11, 1000}) EXPECT_EQ(decode(in, kind).rc, ZQ_BAD_ARGUMENT) << kind;
+    for (int kind : {0, 2, 5, 6, 7, 10, -3}) EXPECT_EQ(encode(in, kind, 0).rc, ZQ_BAD_ARGUMENT) << kind;
+    FilterMemBlock negative = src2, nullData{};
     negative.length = -1;
     nullData.length = 4;
     EXPECT_EQ(Zq_InflateStream(&negative, &out, &p), ZQ_BAD_ARGUMENT);
@@ -389,24 +323,17 @@ TEST(FilterArguments, NullsUnknownKindsAndBadBlocks) {
 
 TEST(TextFilters, EncodingsBothWays) {
     // ASCII85 vectors are the reference encodings of Adobe's btoa variant.
+    const int hex = FILTER_ASCIIHEX, a85 = FILTER_ASCII85;
     const struct {
         int type;
         std::string plain, encoded;
     } cases[] = {
-        {FILTER_ASCIIHEX, "Hello\x01\xff", "48656C6C6F01FF>"},
-        {FILTER_ASCIIHEX, "", ">"},
-        {FILTER_ASCII85, "Man is distinguished", "9jqo^BlbD-BleB1DJ+*+F(f,q~>"},
-        {FILTER_ASCII85, "M", "9`~>"},
-        {FILTER_ASCII85, "Ma", "9jn~>"},
-        {FILTER_ASCII85, "Man", "9jqo~>"},
-        {FILTER_ASCII85, "Man ", "9jqo^~>"},
-        {FILTER_ASCII85, "sure.", "F*2M7/c~>"},
-        {FILTER_ASCII85, "easure.", "ARTY&Eb-j~>"},
-        {FILTER_ASCII85, std::string(4, '\0'), "z~>"},
-        {FILTER_ASCII85, std::string(5, '\0'), "z!!~>"},
-        {FILTER_ASCII85, "\0\0\0\0\x01\x02"s, "z!<N~>"},
-        {FILTER_ASCII85, "\xff\xff\xff\xff", "s8W-!~>"},
-        {FILTER_ASCII85, "", "~>"},
+        {hex, "Hello\x01\xff", "48656C6C6F01FF>"}, {hex, "", ">"},
+        {a85, "Man is distinguished", "9jqo^BlbD-BleB1DJ+*+F(f,q~>"},
+        {a85, "M", "9`~>"}, {a85, "Ma", "9jn~>"}, {a85, "Man", "9jqo~>"}, {a85, "Man ", "9jqo^~>"},
+        {a85, "sure.", "F*2M7/c~>"}, {a85, "easure.", "ARTY&Eb-j~>"}, {a85, "", "~>"},
+        {a85, std::string(4, '\0'), "z~>"}, {a85, std::string(5, '\0'), "z!!~>"}, {a85, "\0\0\0\0\x01\x02"s, "z!<N~>"},
+        {a85, "\xff\xff\xff\xff", "s8W-!~>"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(text(encode(bytes(c.plain), c.type).data), c.encoded) << c.encoded;
@@ -425,7 +352,7 @@ TEST(TextFilters, EncodingsBothWays) {
         }
 }
 
-TEST(Flate, RoundTripsWithZlib) {
+TEST(Flate, BothWaysWithZlibAndTheModeIsTheLevel) {
     for (std::size_t n : {std::size_t(0), std::size_t(1), std::size_t(1000), std::size_t(300000)})
         for (uint32_t seed : {1u, 2u}) {
             Bytes data = seed == 1 ? sampleText(n, seed) : randomBytes(n, seed);
@@ -433,10 +360,7 @@ TEST(Flate, RoundTripsWithZlib) {
             ASSERT_EQ(d.rc, ZQ_OK) << n;
             EXPECT_EQ(d.data, data) << n;
         }
-}
-
-TEST(Flate, EncodeModeIsTheZlibLevel) {
-    Bytes data = sampleText(100000);
+    const Bytes data = sampleText(100000);
     std::size_t stored = 0, best = 0;
     for (int mode : {-1, 0, 1, 2, 6, 9, 42, -7}) {
         Result e = encode(data, FILTER_FLATE, mode);
@@ -455,27 +379,6 @@ TEST(Flate, EncodeModeIsTheZlibLevel) {
     Result empty = encode(Bytes{}, FILTER_FLATE, 6);
     ASSERT_EQ(empty.rc, ZQ_OK);
     EXPECT_EQ(decode(empty.data, FILTER_FLATE).data, Bytes{});
-}
-
-TEST(Flate, LenientOnDamagedStreams) {
-    Bytes data = sampleText(200000, 3);
-    Bytes z = zlibCompress(data);
-    Bytes trailing = z, badAdler = z, damaged = z;
-    for (char c : std::string("\r\nendstream garbage")) trailing.push_back(static_cast<unsigned char>(c));
-    badAdler.back() ^= 0x55;
-    // Trailing garbage, a missing or wrong adler32, and raw deflate without
-    // the zlib wrapper all give the whole data.
-    for (const Bytes& in : {trailing, Bytes(z.begin(), z.end() - 4), badAdler, zlibCompress(data, 9, -15)}) {
-        Result r = decode(in, FILTER_FLATE);
-        EXPECT_EQ(r.rc, ZQ_OK);
-        EXPECT_EQ(r.data, data);
-    }
-    // Damage in the middle: the good prefix is returned.
-    for (std::size_t i = z.size() / 2; i < z.size() / 2 + 64; ++i) damaged[i] = 0xff;
-    Result dm = decode(damaged, FILTER_FLATE);
-    EXPECT_EQ(dm.rc, ZQ_OK);
-    EXPECT_GT(dm.data.size(), 0u);
-    EXPECT_LT(dm.data.size(), data.size() + 1);
 }
 
 TEST(Flate, RandomGarbageNeverCrashes) {
@@ -518,26 +421,40 @@ TEST(LZW, EarlyChangeBothWaysAcrossAllWidths) {
     }
 }
 
-TEST(Codecs, TruncatedStreamsGiveAPrefix) {
-    // Flate and LZW cut anywhere, the Flate header alone, and LZW without its
-    // end code: what was decoded comes back, and it is a prefix of the data.
+TEST(Codecs, DamagedAndTruncatedStreams) {
     const Bytes data = sampleText(200000, 3), z = zlibCompress(data), lzw = lzwEncode(data, true);
-    const std::pair<Bytes, FilterPropTD> cases[] = {
-        {Bytes(z.begin(), z.begin() + z.size() / 2), props(FILTER_FLATE)},
-        {Bytes(z.begin(), z.begin() + z.size() / 10), props(FILTER_FLATE)},
-        {Bytes(z.begin(), z.begin() + 400), props(FILTER_FLATE)},
-        {Bytes(z.begin(), z.begin() + 2), props(FILTER_FLATE)},
+    const FilterPropTD flate = props(FILTER_FLATE);
+    Bytes trailing = z, badAdler = z, damaged = z;
+    for (char c : std::string("\r\nendstream garbage")) trailing.push_back(static_cast<unsigned char>(c));
+    badAdler.back() ^= 0x55;
+    // Trailing garbage, a missing or wrong adler32, raw deflate, and LZW without its end code give the whole data.
+    const std::pair<Bytes, FilterPropTD> whole[] = {{trailing, flate}, {Bytes(z.begin(), z.end() - 4), flate},
+                                                    {badAdler, flate}, {zlibCompress(data, 9, -15), flate},
+                                                    {lzwEncode(data, true, false), lzwProps(1)}};
+    for (const auto& [in, prop] : whole) {
+        Result r = decode(in, prop);
+        EXPECT_EQ(r.rc, ZQ_OK);
+        EXPECT_EQ(r.data, data) << in.size();
+    }
+    // Flate and LZW cut anywhere, and the Flate header alone, give a prefix of the data.
+    const std::pair<Bytes, FilterPropTD> cut[] = {
+        {Bytes(z.begin(), z.begin() + z.size() / 2), flate}, {Bytes(z.begin(), z.begin() + z.size() / 10), flate},
+        {Bytes(z.begin(), z.begin() + 400), flate},          {Bytes(z.begin(), z.begin() + 2), flate},
         {Bytes(lzw.begin(), lzw.begin() + lzw.size() / 3), lzwProps(1)},
-        {lzwEncode(data, true, false), lzwProps(1)},
     };
-    for (const auto& [in, prop] : cases) {
+    for (const auto& [in, prop] : cut) {
         Result t = decode(in, prop);
         ASSERT_EQ(t.rc, ZQ_OK) << in.size();
         ASSERT_LE(t.data.size(), data.size());
         EXPECT_EQ(t.data.empty(), in.size() == 2) << in.size();
         EXPECT_TRUE(std::equal(t.data.begin(), t.data.end(), data.begin())) << in.size();
     }
-    EXPECT_EQ(decode(lzwEncode(data, true, false), lzwProps(1)).data, data);
+    // Damage in the middle: some output, no more than the data.
+    for (std::size_t i = z.size() / 2; i < z.size() / 2 + 64; ++i) damaged[i] = 0xff;
+    Result dm = decode(damaged, flate);
+    EXPECT_EQ(dm.rc, ZQ_OK);
+    EXPECT_GT(dm.data.size(), 0u);
+    EXPECT_LE(dm.data.size(), data.size());
 
     // LZW with a predictor: four rows of 5 RGB pixels, each row PNG "Up" filtered.
     Bytes image = randomBytes(60, 11);
@@ -550,8 +467,7 @@ TEST(Predictors, EachTypeAtEachDepthMatchesReference) {
         for (Shape s : kShapes) {
             s.bpc = bpc;
             const std::size_t rb = s.rowBytes(), rows = 6;
-            SCOPED_TRACE("bpc " + std::to_string(bpc) + " colors " + std::to_string(s.colors) + " columns " +
-                         std::to_string(s.columns));
+            SCOPED_TRACE(testing::Message() << "bpc " << bpc << " colors " << s.colors << " columns " << s.columns);
             for (int type = 0; type <= 4; ++type) {
                 // Random filtered rows of a single type.
                 Bytes filtered = randomBytes(rows * (rb + 1), seed++);
@@ -578,4 +494,3 @@ TEST(Predictors, EachTypeAtEachDepthMatchesReference) {
             EXPECT_EQ(flate(tiffRef(data, s, false), 2, s).data, data);
         }
 }
-

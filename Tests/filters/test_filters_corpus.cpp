@@ -1,10 +1,5 @@
-// Flate (+ predictor) decoding of real streams from the shared PDF corpus,
-// compared byte for byte with qpdf's decoding of the same objects.
-//
-// The PDFs are scanned as text for uncompressed "N G obj << ... >> stream"
-// objects whose only filter is FlateDecode and whose /Length is a direct
-// number; the raw bytes come straight from the file, and qpdf decodes the
-// object independently. The sample is bounded to keep the test quick.
+// Flate (+ predictor) decoding of a bounded sample of the corpus's streams, byte for byte against qpdf's: the files
+// are scanned as text for plain objects whose only filter is FlateDecode and whose /Length is a direct number.
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -29,8 +24,7 @@ struct Candidate {
 
 bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 
-// The integer value of /Key in dict, when it is a direct number. Keys are
-// matched whole (/Length must not match /Length1); "12 0 R" is a reference.
+// The value of /Key in dict when a direct number; keys match whole (not /Length1), "12 0 R" is a reference.
 bool directInt(const std::string& dict, const std::string& key, long& value) {
     static const std::regex number(R"(\s*(\d+)(?!\d|\s*\d+\s*R))");
     for (std::size_t pos = dict.find(key); pos != std::string::npos; pos = dict.find(key, pos)) {
@@ -108,10 +102,8 @@ TEST(FlateCorpus, MatchesQpdfOnRealStreams) {
         scanFile(corpus::root() + "/qpdf/" + f, found);
         int plainHere = 0;
         for (auto& kv : found) {
-            // Parameters no image has (the corpus includes a /Colors of 2^29+1)
-            // are a matter of policy, not decoding: qpdf passes such data
-            // through unpredicted, this library decodes it as the one partial
-            // row it is. Leave them out of the comparison.
+            // Parameters no image has (a /Colors of 2^29+1) are policy: qpdf passes the data through unpredicted,
+            // this library decodes it as one partial row.
             if (kv.second.colors > 256 || kv.second.columns > (1 << 24)) continue;
             if (kv.second.predictor >= 2) {
                 if (sample.size() < 150) sample.push_back(kv.second);

@@ -1,5 +1,4 @@
-// Image filters: CCITT fax (Modified Huffman) and DCT (JPEG). Inputs are
-// hand-coded or produced with libtiff and libjpeg here.
+// Image filters: CCITT fax (Modified Huffman) and DCT (JPEG), on inputs hand-coded or made with libtiff and libjpeg.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -17,39 +16,26 @@ using namespace std::string_literals;
 namespace {
 
 std::string packBits(const std::string& bits) {
-    std::string out((bits.size() + 7) / 8, '\0');
-    for (std::size_t i = 0; i < bits.size(); ++i)
-        if (bits[i] == '1') out[i / 8] = static_cast<char>(out[i / 8] | 0x80 >> (i % 8));
-    return out;
+    BitWriter w;
+    for (char c : bits) w.put(c == '1', 1);
+    return text(w.out);
 }
 
-// A 1-bit image with 1 = black, rows padded to whole bytes.
-Bytes faxImage(int width, int height) {
+// A 1-bit image, rows padded to whole bytes: 1 = black and padding 0 for libtiff, or as the decoder should return
+// it, 0 = black and padding bits 1.
+Bytes faxImage(int width, int height, bool decoded = false) {
     const int rb = (width + 7) / 8;
-    Bytes img(std::size_t(rb) * height, 0);
+    Bytes img(std::size_t(rb) * height, decoded ? 0xff : 0);
     for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) {
-            bool black = ((x / 3 + y / 2) % 5 == 0) || (x > width / 2 && y % 7 < 3) || x == width - 1;
-            if (black) img[y * rb + x / 8] |= static_cast<unsigned char>(0x80 >> (x % 8));
-        }
+        for (int x = 0; x < width; ++x)
+            if (((x / 3 + y / 2) % 5 == 0) || (x > width / 2 && y % 7 < 3) || x == width - 1)
+                img[y * rb + x / 8] ^= static_cast<unsigned char>(0x80 >> (x % 8));
     return img;
-}
-
-// What the decoder should return for that image: 0 = black, padding bits 1.
-Bytes pdfPolarity(const Bytes& img, int width) {
-    const int rb = (width + 7) / 8;
-    Bytes out = img;
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        out[i] = static_cast<unsigned char>(~out[i]);
-        if (int(i % rb) == rb - 1 && width % 8) out[i] |= static_cast<unsigned char>(0xff >> (width % 8));
-    }
-    return out;
 }
 
 void quietTiff(const char*, const char*, va_list) {}
 
-// Encodes with libtiff's fax codec and returns the raw strip: Group 3 with
-// EOLs, or Modified Huffman with neither EOLs nor byte-aligned rows.
+// libtiff's fax codec's raw strip: Group 3 with EOLs, or Modified Huffman with neither EOLs nor byte-aligned rows.
 Bytes tiffFaxEncode(const Bytes& img, int width, int height, bool withEol) {
     TIFFSetErrorHandler(quietTiff);
     TIFFSetWarningHandler(quietTiff);
@@ -141,8 +127,9 @@ Bytes smoothImage(int w, int h, int comps) {
 
 }  // namespace
 
-TEST(CCITT, HandCodedAndBadInputs) {
-    const std::string enc = text(tiffFaxEncode(faxImage(64, 30), 64, 30, false));
+TEST(CCITT, HandCodedBadTruncatedAndDamagedInputs) {
+    const int width = 64, height = 30;
+    const Bytes img = faxImage(width, height), enc = tiffFaxEncode(img, width, height, false);
     const DecodeCase cases[] = {
         // Columns 8: white 8 | white 0, black 8 | white 4, black 4; then fill bits.
         {faxProps(8), packBits("10011" "00110101" "000101" "1011" "011"), ZQ_OK, "\xff\x00\xf0"s},
@@ -150,35 +137,15 @@ TEST(CCITT, HandCodedAndBadInputs) {
         {faxProps(5), packBits("0111" "10"), ZQ_OK, "\xc7"},
         {faxProps(64), std::string(16, '\0'), ZQ_CORRUPT, ""},
         {faxProps(64), "\0\0\0\1"s, ZQ_CORRUPT, ""},
-        {faxProps(-8), enc, ZQ_BAD_ARGUMENT, ""},
-        {faxProps(1 << 24), enc, ZQ_BAD_ARGUMENT, ""},
+        {faxProps(-8), text(enc), ZQ_BAD_ARGUMENT, ""},
+        {faxProps(1 << 24), text(enc), ZQ_BAD_ARGUMENT, ""},
         {faxProps(64), "", ZQ_OK, ""},
     };
     expectDecodes(cases);
-}
-
-TEST(CCITT, LibtiffEncodedImages) {
-    for (int width : {8, 100, 1728}) {
-        const int height = 40;
-        Bytes img = faxImage(width, height);
-        for (bool eol : {false, true}) {
-            Bytes enc = tiffFaxEncode(img, width, height, eol);
-            ASSERT_FALSE(enc.empty());
-            Result r = decode(enc, faxProps(width == 1728 ? 0 : width));  // 0 means 1728
-            ASSERT_EQ(r.rc, ZQ_OK) << width << " eol " << eol;
-            EXPECT_EQ(r.data, pdfPolarity(img, width)) << width << " eol " << eol;
-        }
-    }
-}
-
-TEST(CCITT, TruncatedAndDamaged) {
-    const int width = 64, height = 30;
-    Bytes img = faxImage(width, height);
-    Bytes enc = tiffFaxEncode(img, width, height, false);
     // Truncation returns the complete rows before the cut.
     Result cut = decode(Bytes(enc.begin(), enc.begin() + enc.size() / 2), faxProps(width));
     ASSERT_EQ(cut.rc, ZQ_OK);
-    Bytes want = pdfPolarity(img, width);
+    Bytes want = faxImage(width, height, true);
     ASSERT_GT(cut.data.size(), 0u);
     ASSERT_LT(cut.data.size(), want.size());
     EXPECT_EQ(cut.data.size() % 8, 0u);
@@ -192,16 +159,32 @@ TEST(CCITT, TruncatedAndDamaged) {
     }
 }
 
-TEST(DCT, MatchesLibjpegForGreyRgbCmykAndProgressive) {
+TEST(CCITT, LibtiffEncodedImages) {
+    for (int width : {8, 100, 1728}) {
+        const int height = 40;
+        Bytes img = faxImage(width, height);
+        for (bool eol : {false, true}) {
+            Bytes enc = tiffFaxEncode(img, width, height, eol);
+            ASSERT_FALSE(enc.empty());
+            Result r = decode(enc, faxProps(width == 1728 ? 0 : width));  // 0 means 1728
+            ASSERT_EQ(r.rc, ZQ_OK) << width << " eol " << eol;
+            EXPECT_EQ(r.data, faxImage(width, height, true)) << width << " eol " << eol;
+        }
+    }
+}
+
+TEST(DCT, MatchesLibjpegAndSurvivesDamage) {
+    // Grey, RGB, progressive and CMYK; the last one is damaged below.
     const struct {
         int w, h, comps;
         J_COLOR_SPACE cs;
         bool progressive;
-    } cases[] = {{37, 23, 1, JCS_GRAYSCALE, false}, {64, 48, 3, JCS_RGB, false},
-                 {50, 33, 3, JCS_RGB, true}, {24, 16, 4, JCS_CMYK, false}};
+    } cases[] = {{37, 23, 1, JCS_GRAYSCALE, false}, {64, 48, 3, JCS_RGB, false}, {50, 33, 3, JCS_RGB, true},
+                 {24, 16, 4, JCS_CMYK, false}, {160, 120, 3, JCS_RGB, false}};
+    Bytes pixels, jpg;
     for (const auto& c : cases) {
-        Bytes pixels = smoothImage(c.w, c.h, c.comps);
-        Bytes jpg = jpegEncode(pixels, c.w, c.h, c.comps, c.cs, c.progressive);
+        pixels = smoothImage(c.w, c.h, c.comps);
+        jpg = jpegEncode(pixels, c.w, c.h, c.comps, c.cs, c.progressive);
         int comps = 0;
         Bytes ref = jpegDecodeRef(jpg, &comps);
         ASSERT_EQ(comps, c.comps);
@@ -213,11 +196,6 @@ TEST(DCT, MatchesLibjpegForGreyRgbCmykAndProgressive) {
         for (std::size_t i = 0; i < pixels.size(); ++i) worst = std::max(worst, std::abs(int(pixels[i]) - r.data[i]));
         EXPECT_LT(worst, 40) << "decoded image far from the original";
     }
-}
-
-TEST(DCT, CorruptTruncatedAndHuge) {
-    Bytes pixels = smoothImage(160, 120, 3);
-    Bytes jpg = jpegEncode(pixels, 160, 120, 3, JCS_RGB, false);
     ASSERT_GT(jpg.size(), 1500u);
     // Claimed dimensions past the output bound are refused before decoding.
     std::string huge = text(jpg);
@@ -225,16 +203,14 @@ TEST(DCT, CorruptTruncatedAndHuge) {
     ASSERT_NE(sof, std::string::npos);
     huge.replace(sof + 5, 4, "\xff\xdc\xff\xdc");  // height and width 65500
     const FilterPropTD dct = props(FILTER_DCT);
-    const DecodeCase cases[] = {
+    const DecodeCase bad[] = {
         {dct, "", ZQ_CORRUPT, ""},
         {dct, "definitely not a jpeg", ZQ_CORRUPT, ""},
         {dct, text(jpg).substr(0, 100), ZQ_CORRUPT, ""},  // inside the headers
         {dct, huge, ZQ_TOO_LARGE, ""},
     };
-    expectDecodes(cases);
-
-    // Cut inside the entropy-coded data: libjpeg completes the image, as
-    // viewers show it, so the full size comes back.
+    expectDecodes(bad);
+    // Cut inside the entropy-coded data: libjpeg completes the image, as viewers show it, so the full size comes back.
     Result cut = decode(Bytes(jpg.begin(), jpg.begin() + jpg.size() * 3 / 4), FILTER_DCT);
     ASSERT_EQ(cut.rc, ZQ_OK);
     EXPECT_EQ(cut.data.size(), pixels.size());
