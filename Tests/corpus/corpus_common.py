@@ -30,12 +30,11 @@ class Explained(dict):
 
     def covers(self, *keys):
         """True when one of KEYS is listed; the first so listed counts as used."""
-        for k in keys:
-            if k in self:
-                self.used.add(k)
-                self.hits += 1
-                return True
-        return False
+        k = next((k for k in keys if k in self), None)
+        if k is not None:
+            self.used.add(k)
+            self.hits += 1
+        return k is not None
 
 
 def run_full(args, timeout=60, env=None):
@@ -69,8 +68,7 @@ def pmap(fn, items):
 
 
 def verdicts(c, fn, failures):
-    """FN(c, rel) over the corpus files on two threads: its results (rel, verdict, detail, ...) but the
-    skips; a crash or hang goes to FAILURES."""
+    """FN(c, rel) over the files on two threads: the (rel, verdict, detail, ...) but skips; crashes to FAILURES."""
     found = []
     for r in pmap(lambda rel: fn(c, rel), c.files):
         if r[1] == "crash":
@@ -85,9 +83,8 @@ PEERS = {"qpdf": ["qpdf", "--version"], "mutool": ["mutool", "-v"]}
 
 
 def open_corpus(peers=(), explained=None):
-    """The opening the scripts share: the tool and corpus of the command line,
-    the PDFs below corpus/qpdf (relative, sorted) and the list EXPLAINED; None
-    (after saying why) when the corpus or a peer tool is missing."""
+    """The tool and corpus of the command line, the PDFs below corpus/qpdf (relative, sorted) and the
+    list EXPLAINED; None (after saying why) when the corpus or a peer tool is missing."""
     tool, corpus = sys.argv[1], sys.argv[2]
     base = os.path.join(corpus, "qpdf")
     if not os.path.isdir(base):
@@ -109,7 +106,7 @@ def dispatch(modes):
     """Runs the check that the first argument names (MODE TOOL CORPUS [N]) and exits with its status."""
     if len(sys.argv) < 4 or sys.argv[1] not in modes:
         sys.exit("usage: %s {%s} PDFKILN_TOOL CORPUS_DIR [N]" % (sys.argv[0], ",".join(modes)))
-    sys.exit(modes[sys.argv.pop(1)]())
+    sys.exit(modes[sys.argv.pop(1)](*map(int, sys.argv[3:])))
 
 
 def report(failures, notes=(), prefix="note: "):
@@ -179,15 +176,12 @@ def qpdf_page_annots(path, max_pages=None):
         if got is None:
             return None
         objects, qpages = got
+        field = lambda d, key: qpdf_resolve(objects, d.get(key)) if isinstance(d, dict) else None
         pages = []
         for p in qpages[:max_pages]:
-            page = qpdf_resolve(objects, p["object"])
-            annots = qpdf_resolve(objects, page.get("/Annots")) if isinstance(page, dict) else None
-            subtypes = []
-            for a in annots if isinstance(annots, list) else []:
-                d = qpdf_resolve(objects, a)
-                subtypes.append(qpdf_resolve(objects, d.get("/Subtype")) if isinstance(d, dict) else None)
-            pages.append(subtypes)
+            annots = field(qpdf_resolve(objects, p["object"]), "/Annots")
+            annots = annots if isinstance(annots, list) else []
+            pages.append([field(qpdf_resolve(objects, a), "/Subtype") for a in annots])
         return pages
     return _cached(("annots", max_pages), path, compute)
 
@@ -212,12 +206,9 @@ def draw_pnm(pdf, page, out, dpi):
 
 def alike(a, b, tolerance=24, share=0.99):
     """Two renderings of about one size whose pixels agree, SHARE of them within TOLERANCE per channel."""
-    if a is None or b is None:
+    if a is None or b is None or a[2] != b[2] or abs(a[0] - b[0]) > 2 or abs(a[1] - b[1]) > 2:
         return False
-    wa, ha, ca, pa = a
-    wb, hb, cb, pb = b
-    if ca != cb or abs(wa - wb) > 2 or abs(ha - hb) > 2:
-        return False
+    (wa, ha, ca, pa), (wb, hb, cb, pb) = a, b
     w, h = min(wa, wb), min(ha, hb)
     if w == 0 or h == 0:
         return wa == wb and ha == hb

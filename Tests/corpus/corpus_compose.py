@@ -23,14 +23,9 @@ usage: corpus_compose.py MODE PDFKILN_TOOL CORPUS_DIR [N]
 """
 import collections
 import os
-import sys
 import tempfile
 from corpus_common import (alike, crashed, dispatch, draw, draw_pnm, open_corpus, pmap, qpdf_check, qpdf_encrypted,
                            qpdf_npages, qpdf_page_annots, read_table, report, run, run_tool, verdicts)
-
-
-def argument(default):
-    return int(sys.argv[3]) if len(sys.argv) > 3 else default
 
 
 def compose(tool, out, args, seconds=120):
@@ -61,23 +56,15 @@ def render_file(c, rel, max_pages):
         if bad:
             return (rel,) + bad + (0, 0, [])
         ours = qpdf_npages(out) or 0
-        compared = same = 0
-        unlike = []
-        for p in range(1, min(count, ours, max_pages) + 1):
-            a = draw_pnm(path, p, os.path.join(tmp, "a.ppm"), 50)
-            b = draw_pnm(out, p, os.path.join(tmp, "b.ppm"), 50)
-            if a is None:
-                continue
-            compared += 1
-            if alike(a, b):
-                same += 1
-            else:
-                unlike.append(p)
-        return rel, "done", "" if ours == count else "%d of %d pages placed" % (ours, count), compared, same, unlike
+        pages = range(1, min(count, ours, max_pages) + 1)
+        drawn = ((p, draw_pnm(path, p, os.path.join(tmp, "a.ppm"), 50)) for p in pages)
+        checked = [(p, alike(a, draw_pnm(out, p, os.path.join(tmp, "b.ppm"), 50))) for p, a in drawn if a is not None]
+        unlike = [p for p, same in checked if not same]
+        detail = "" if ours == count else "%d of %d pages placed" % (ours, count)
+        return rel, "done", detail, len(checked), len(checked) - len(unlike), unlike
 
 
-def render():
-    max_pages = argument(1000000)
+def render(max_pages=1000000):
     c = open_corpus(["qpdf", "mutool"], "compose-explained.txt")
     if c is None:
         return 0
@@ -134,8 +121,7 @@ def ascii_file(c, rel, compare):
         return (rel, "rendered", "") if alike(a, b) else (rel, "unlike", "page 1")
 
 
-def ascii():
-    step = argument(1)
+def ascii(step=1):
     c = open_corpus(["qpdf", "mutool"], "compose-ascii-explained.txt")
     if c is None:
         return 0
@@ -144,11 +130,9 @@ def ascii():
     found = verdicts(c, lambda c, rel: ascii_file(c, rel, order[rel] % step == 0), failures)
     composed = len(found) + len(failures)  # the crashes included
     counts = collections.Counter(verdict for _, verdict, _ in found)
-    for rel, verdict, detail in found:
+    for rel, verdict, detail in (f for f in found if f[1] not in ("ok", "rendered")):
         line = "%s: %s %s" % (rel, verdict, detail)
-        if verdict in ("ok", "rendered"):
-            continue
-        elif rel in c.explained:
+        if rel in c.explained:
             others.append(line + " (" + c.explained[rel] + ")")
         else:
             failures.append(line)
@@ -179,9 +163,8 @@ def encrypted(files_taken=150, pages_per_file=4):
                        60)[0] != 0:
                 failures.append("%s: encrypted compose failed" % rel)
                 continue
-            for pw in ("U", "O"):
-                if run(["qpdf", "--password=" + pw, "--check", enc])[0] != 0:
-                    failures.append("%s: qpdf --password=%s --check refuses the output" % (rel, pw))
+            failures += ["%s: qpdf --password=%s --check refuses the output" % (rel, pw)
+                         for pw in ("U", "O") if run(["qpdf", "--password=" + pw, "--check", enc])[0] != 0]
             for p in range(1, (qpdf_npages(enc, "U") or 0) + 1):
                 pages += 1
                 a = draw(plain, p, os.path.join(tmp, "a.pgm"), 36)
@@ -218,13 +201,12 @@ def annots_file(c, rel, max_pages):
         a, b = [s for s in a if s is not None], [s for s in b if s is not None]
         count += len(a)
         if a != b:
-            lost = [s for s in a if s not in b]
-            differ.append("p%d %d->%d%s" % (p, len(a), len(b), " (" + " ".join(map(str, lost[:3])) + ")" if lost else ""))
+            lost = " ".join(map(str, [s for s in a if s not in b][:3]))
+            differ.append("p%d %d->%d%s" % (p, len(a), len(b), " (%s)" % lost if lost else ""))
     return rel, "done", "", len(source), count, differ
 
 
-def annots():
-    max_pages = argument(20)
+def annots(max_pages=20):
     c = open_corpus(["qpdf"], "annots-explained.txt")
     if c is None:
         return 0
@@ -302,7 +284,7 @@ def merge_pair(tool, base, a, b):
             return failures + ["split %s: exit %d" % (a, rc)]
         for i, q in enumerate(parts, 1):
             o, q = os.path.join(tmp, "o-%d.pdf" % i), os.path.join(tmp, q)
-            if not os.path.exists(o) or not qpdf_check(o):
+            if not qpdf_check(o):
                 failures.append("split %s: part %d missing or refused by qpdf --check" % (a, i))
                 continue
             k = qpdf_npages(q) or 0

@@ -84,11 +84,7 @@ def peer_view(path):
     """What pikepdf and qpdf say: (version, pdfx, pdfa, intents) or None when pikepdf cannot open it."""
     try:
         with pikepdf.open(path) as pdf:
-            version = pdf.pdf_version
-            root_version = pdf.Root.get("/Version")
-            if root_version is not None and str(root_version).lstrip("/") > version:
-                version = str(root_version).lstrip("/")
-            pdfa = ""
+            version = max(pdf.pdf_version, str(pdf.Root.get("/Version", "")).lstrip("/"))
             try:
                 pdfa = pdf.open_metadata().pdfa_status or ""
             except Exception:
@@ -116,13 +112,10 @@ def our_view(tool, path):
     code = c["versionCode"]
     if code is None:
         return "XMP does not read"
-    low = code & 0xFF
-    version = "2.0" if low == 10 else "1.%d" % low
-    x = X_KINDS.get((code >> 8) & 15, "other" if (code >> 8) & 15 else None)
-    a = A_KINDS.get((code >> 12) & 15, "other" if (code >> 12) & 15 else "")
-    intents = [(i["S"], i["OutputConditionIdentifier"], i["profileSize"], i["profileCrc32"])
-               for i in c["outputIntents"]]
-    return version, x, a, intents
+    x, a = (code >> 8) & 15, (code >> 12) & 15
+    return ("2.0" if code & 0xFF == 10 else "1.%d" % (code & 0xFF), X_KINDS.get(x, "other" if x else None),
+            A_KINDS.get(a, "other" if a else ""),
+            [(i["S"], i["OutputConditionIdentifier"], i["profileSize"], i["profileCrc32"]) for i in c["outputIntents"]])
 
 
 def compare(ours, peer):

@@ -25,10 +25,7 @@ const int kMaxPages = 200;
 // of one stream cannot run into each other.
 class Digest {
 public:
-    void add(const std::string& s) {
-        addRaw(std::to_string(s.size()) + ":");
-        addRaw(s);
-    }
+    void add(const std::string& s) { addRaw(std::to_string(s.size()) + ":" + s); }
     void add(long v) { addRaw(std::to_string(v) + ";"); }
     std::string hex() const {
         char b[20];
@@ -38,10 +35,7 @@ public:
 
 private:
     void addRaw(const std::string& s) {
-        for (unsigned char c : s) {
-            h ^= c;
-            h *= 0x100000001b3ULL;
-        }
+        for (unsigned char c : s) h = (h ^ c) * 0x100000001b3ULL;
     }
     std::uint64_t h = 0xcbf29ce484222325ULL;
 };

@@ -1,14 +1,12 @@
 #!/usr/bin/env python3
 """Identity guard: per corpus file, the line of corpus_digests (what the facade
-delivers over the first 200 pages), the exit status of `pdfkiln compose -o OUT
-FILE` (FILE:1-200 for longer files) and a digest of OUT; recorded once and
-compared on later builds. A file on which corpus_digests crashes or hangs gets
-"crashed <status>" or "hung" in place of its digests.
+delivers over the first 200 pages; "crashed <status>" or "hung" when it does
+not finish), the exit status of `pdfkiln compose -o OUT FILE` (FILE:1-200 for
+longer files) and a digest of OUT; recorded once and compared on later builds.
+--compare prints every file whose line differs and exits 1 on any difference,
+77 (skipped) when FILE has not been recorded.
 
 usage: corpus_digests.py DIGESTS_PROGRAM PDFKILN_TOOL CORPUS_DIR (--record FILE | --compare FILE | --print)
-
---compare prints every file whose line differs and exits 1 on any difference;
-it exits 77 (skipped) when FILE has not been recorded.
 """
 import hashlib
 import os
@@ -28,10 +26,8 @@ def file_line(program, tool, base, rel):
     rc, out = run([program, base, rel], timeout=FILE_SECONDS, env=SANITIZER_ENV)
     line = out.decode("utf-8", "replace").split("\n")[0].partition(" ")[2]
     fields = line if line else "hung" if rc == 124 else "crashed %d" % rc
-    source = os.path.join(base, rel)
     head = fields.split(" ")[0]
-    if head.isdigit() and int(head) > MAX_PAGES:
-        source += ":1-%d" % MAX_PAGES
+    source = os.path.join(base, rel) + (":1-%d" % MAX_PAGES if head.isdigit() and int(head) > MAX_PAGES else "")
     with tempfile.TemporaryDirectory() as tmp:
         out = os.path.join(tmp, "out.pdf")
         rc = run_tool(tool, ["compose", "--strict", "--quiet", "-o", out, source], FILE_SECONDS)[0]
@@ -47,17 +43,11 @@ def which_differ(was, got):
         return ["file " + ("added" if was is None else "missing")]
     a, b = was.split(" "), got.split(" ")
     fa, fb = a[:-3], b[:-3]  # the facade's part; the last three are "compose STATUS DIGEST"
-    names = []
-    if fa != fb:
-        if len(fa) == len(fb) and fa[0].isdigit() and fb[0].isdigit():
-            names += [FACADE_FIELDS[i] for i in range(min(len(fa), len(FACADE_FIELDS))) if fa[i] != fb[i]]
-        else:
-            names.append("outcome")
-    if a[-2] != b[-2]:
-        names.append("compose status")
-    if a[-1] != b[-1]:
-        names.append("composed file")
-    return names
+    if fa != fb and len(fa) == len(fb) and fa[0].isdigit() and fb[0].isdigit():
+        names = [name for name, x, y in zip(FACADE_FIELDS, fa, fb) if x != y]
+    else:
+        names = ["outcome"] if fa != fb else []
+    return names + [name for name, i in (("compose status", -2), ("composed file", -1)) if a[i] != b[i]]
 
 
 def main():

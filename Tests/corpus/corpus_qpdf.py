@@ -23,18 +23,14 @@ from corpus_common import (crashed, dispatch, open_corpus, qpdf_check, qpdf_encr
                            qpdf_resolve as resolve, report, run, run_tool, verdicts)
 
 
-def judge(c, rel, same, what, failures, stale):
-    """1 when the file differs and is listed; an unlisted difference fails, a listed agreement is stale."""
+def judge(c, rel, same, what, failures, notes):
+    """1 when the file differs and is listed; an unlisted difference fails, a listed agreement is noted."""
     listed = rel in c.explained
     if same and listed:
-        stale.append(rel)
+        notes.append("%s is listed as explained but agrees now" % rel)
     elif not same and not listed:
         failures.append(what)
     return int(listed and not same)
-
-
-def stale_notes(stale):
-    return ["%s is listed as explained but agrees now" % f for f in stale]
 
 
 def xref():
@@ -44,7 +40,7 @@ def xref():
     entry = re.compile(r"\d+/\d+: (uncompressed|compressed)")
     entries = lambda out: {l for l in out.decode("latin-1").splitlines() if entry.match(l)}
     opened = accepted = agree = explained = 0
-    failures, stale = [], []
+    failures, notes = [], []
     for rel in c.files:
         path = os.path.join(c.base, rel)
         rc, ours, _ = run_tool(c.tool, ["xref", "--strict", path], 10)
@@ -57,12 +53,12 @@ def xref():
         accepted += 1
         same = entries(ours) == entries(run(["qpdf", "--show-xref", path])[1])
         agree += same
-        explained += judge(c, rel, same, "object table differs from qpdf: " + rel, failures, stale)
+        explained += judge(c, rel, same, "object table differs from qpdf: " + rel, failures, notes)
     print("%d agree, %d explained, %d unexplained (%d files opened, %d accepted by qpdf --check)"
           % (agree, explained, sum(f.startswith("object") for f in failures), opened, accepted))
     if agree * 100 < accepted * 95 or accepted == 0:
         failures.append("fewer than 95 % of the accepted files agree")
-    return report(failures, stale_notes(stale))
+    return report(failures, notes)
 
 
 def qpdf_streams(path, keys):
@@ -139,15 +135,13 @@ def rect(objects, value):
     return [float(v) for v in nums]
 
 
-def inherited(objects, page, key):
-    node, seen = page, set()
+def inherited(objects, node, key):
+    seen = set()
     while isinstance(node, str) and node not in seen:
         seen.add(node)
         d = resolve(objects, node)
-        if not isinstance(d, dict):
-            return None
-        if key in d:
-            return d[key]
+        if not isinstance(d, dict) or key in d:
+            return d.get(key) if isinstance(d, dict) else None
         node = d.get("/Parent")
     return None
 
@@ -211,13 +205,13 @@ def pages():
     if c is None:
         return 0
     accepted = same_count = same_all = explained = 0
-    failures, stale = [], []
+    failures, notes = [], []
     for rel, verdict, detail in verdicts(c, page_verdict, failures):
         accepted += 1
         same_count += verdict != "count"
         same_all += verdict == "same"
         explained += judge(c, rel, verdict == "same", "pages differ from qpdf: %s: %s" % (rel, detail),
-                           failures, stale)
+                           failures, notes)
     print("%d accepted by qpdf --check; page count agrees for %d, all geometry for %d, %d explained"
           % (accepted, same_count, same_all, explained))
     if accepted == 0:
@@ -225,16 +219,13 @@ def pages():
         return 1
     if same_count * 100 < accepted * 98:
         failures.append("page count agrees for fewer than 98 % of the accepted files")
-    return report(failures, stale_notes(stale))
+    return report(failures, notes)
 
 
 def known_password(name):
     """The password a corpus file's name gives: the owner's, else the user's."""
-    for tag in ("O=", "U="):
-        m = re.search(tag + r"([^,]+?)(?:,|\.pdf$)", name)
-        if m:
-            return m.group(1)
-    return ""
+    found = [re.search(tag + r"([^,]+?)(?:,|\.pdf$)", name) for tag in ("O=", "U=")]
+    return next((m.group(1) for m in found if m), "")
 
 
 def content_verdict(c, rel, pages_per_file=10):
@@ -277,17 +268,17 @@ def content():
     if c is None:
         return 0
     total_pages = same_pages = files_same = explained = encrypted_files = 0
-    failures, stale = [], []
+    failures, notes = [], []
     for rel, verdict, detail, encrypted, compared, same in verdicts(c, content_verdict, failures):
         encrypted_files += encrypted
         total_pages += compared
         same_pages += same
         files_same += verdict == "same"
         explained += judge(c, rel, verdict == "same", "content differs from qpdf: %s: %s" % (rel, detail),
-                           failures, stale)
+                           failures, notes)
     print("%d pages compared, %d agree; %d files agree, %d encrypted files compared, %d explained, %d unexplained"
           % (total_pages, same_pages, files_same, encrypted_files, explained, len(failures)))
-    return report(failures, stale_notes(stale))
+    return report(failures, notes)
 
 
 if __name__ == "__main__":

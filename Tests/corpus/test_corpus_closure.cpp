@@ -1,8 +1,6 @@
-// Runs every page of every corpus file that opens through one facade, as an
-// embedding program does, and checks the renumbered objects: every object is
-// delivered once over the run, and every reference in a delivered object or
-// a page's resources names an object of the run (delivered now or earlier,
-// or known through the old-to-new vector).
+// Every page of every corpus file through one facade per file: every object is delivered once over the run, and
+// every reference in a delivered object or a page's resources names an object of the run (delivered now or
+// earlier, or known through the old-to-new vector).
 #include <gtest/gtest.h>
 
 #include <regex>
