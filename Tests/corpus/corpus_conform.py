@@ -1,13 +1,11 @@
 #!/usr/bin/env python3
 """Conformance claims against the peers: `pdfkiln info --json` on ghostscript's
-PDF/A-1b, PDF/A-2b and PDF/X-3 outputs (made here, with ICC profiles of
-Debian's icc-profiles-free) and on every file of the qpdf corpus. The version,
-the PDF/X and the PDF/A claim that the library's code says must equal what
-pikepdf reads (header and catalog /Version, open_metadata().pdfa_status) and
-what /GTS_PDFXVersion says as qpdf shows the /Info object; each output
-intent's /S, identifier and profile bytes must equal pikepdf's decoded
-/DestOutputProfile. A difference is allowed only for a file named in
-conform-explained.txt with the rule that makes it; any other fails.
+PDF/A-1b, PDF/A-2b and PDF/X-3 outputs (made here with the ICC profiles of
+icc-profiles-free) and on every corpus file. The version, PDF/X and PDF/A claim
+must equal what pikepdf reads (header and catalog /Version, pdfa_status) and the
+/GTS_PDFXVersion of /Info as qpdf shows it; each output intent's /S, identifier
+and profile bytes must equal pikepdf's. A difference fails unless the file is in
+conform-explained.txt with the rule that makes it.
 
 usage: corpus_conform.py PDFKILN_TOOL CORPUS_DIR
 """
@@ -15,7 +13,6 @@ import json
 import os
 import re
 import shutil
-import subprocess
 import sys
 import tempfile
 import zlib
@@ -30,7 +27,7 @@ except ImportError:  # Debian's python3-pikepdf belongs to the system interprete
     print("pikepdf not installed; skipped")
     sys.exit(0)
 
-from corpus_common import load_explained, run
+from corpus_common import Explained, corpus_files, report, run
 
 X_KINDS = {1: "PDF/X-1:2001", 2: "PDF/X-1a:2001", 3: "PDF/X-3:2002", 4: "PDF/X-1a:2003", 5: "PDF/X-2:2003",
            6: "PDF/X-3:2003", 7: "PDF/X-4", 8: "PDF/X-4p", 9: "PDF/X-5g", 10: "PDF/X-5n", 11: "PDF/X-5pg"}
@@ -44,34 +41,27 @@ PS = b"""%!PS
 
 def make_ghostscript_files(tmp):
     """ghostscript's PDF/A-1b, PDF/A-2b and PDF/X-3 outputs; {} without gs or the profiles."""
-    lib = None
-    for root in ("/usr/share/ghostscript",):
-        for d, _, fs in os.walk(root):
-            if "PDFA_def.ps" in fs and "PDFX_def.ps" in fs:
-                lib = d
+    lib = next((d for d, _, fs in os.walk("/usr/share/ghostscript") if {"PDFA_def.ps", "PDFX_def.ps"} <= set(fs)),
+               None)
     if not shutil.which("gs") or not lib or not os.path.exists(ICC + "/sRGB.icc"):
         print("ghostscript or its ICC profiles missing; its files skipped")
         return {}
     ps = os.path.join(tmp, "in.ps")
     with open(ps, "wb") as f:
         f.write(PS)
-    defs = {}
-    for kind, name, profile in (("a", "PDFA_def.ps", "sRGB.icc"), ("x", "PDFX_def.ps", "Gray.icc")):
-        with open(os.path.join(lib, name), "rb") as f:
-            text = f.read()
-        text = re.sub(rb"/ICCProfile \([^)]*\)", b"/ICCProfile (" + (ICC + "/" + profile).encode() + b")", text)
-        defs[kind] = os.path.join(tmp, name)
-        with open(defs[kind], "wb") as f:
-            f.write(text)
     made = {}
-    common = ["gs", "-q", "-dNOPAUSE", "-dBATCH", "-dSAFER", "--permit-file-read=%s/" % ICC, "-sDEVICE=pdfwrite"]
-    for name, extra, d in (("gs-pdfa1b.pdf", ["-dPDFA=1", "-dPDFACompatibilityPolicy=1",
-                                              "-sColorConversionStrategy=RGB"], "a"),
-                           ("gs-pdfa2b.pdf", ["-dPDFA=2", "-dPDFACompatibilityPolicy=1",
-                                              "-sColorConversionStrategy=RGB"], "a"),
-                           ("gs-pdfx3.pdf", ["-dPDFX", "-sColorConversionStrategy=Gray"], "x")):
+    pdfa = ["-dPDFACompatibilityPolicy=1", "-sColorConversionStrategy=RGB"]
+    for name, defs, profile, extra in (("gs-pdfa1b.pdf", "PDFA_def.ps", "sRGB.icc", ["-dPDFA=1"] + pdfa),
+                                       ("gs-pdfa2b.pdf", "PDFA_def.ps", "sRGB.icc", ["-dPDFA=2"] + pdfa),
+                                       ("gs-pdfx3.pdf", "PDFX_def.ps", "Gray.icc",
+                                        ["-dPDFX", "-sColorConversionStrategy=Gray"])):
+        with open(os.path.join(lib, defs), "rb") as f:
+            text = re.sub(rb"/ICCProfile \([^)]*\)", b"/ICCProfile (" + (ICC + "/" + profile).encode() + b")", f.read())
+        with open(os.path.join(tmp, defs), "wb") as f:
+            f.write(text)
         out = os.path.join(tmp, name)
-        rc, _ = run(common + extra + ["-o", out, defs[d], ps], timeout=120)
+        rc, _ = run(["gs", "-q", "-dNOPAUSE", "-dBATCH", "-dSAFER", "--permit-file-read=%s/" % ICC, "-sDEVICE=pdfwrite"]
+                    + extra + ["-o", out, os.path.join(tmp, defs), ps], timeout=120)
         if rc == 0 and os.path.exists(out):
             made[name] = out
         else:
@@ -94,11 +84,7 @@ def peer_view(path):
     """What pikepdf and qpdf say: (version, pdfx, pdfa, intents) or None when pikepdf cannot open it."""
     try:
         with pikepdf.open(path) as pdf:
-            version = pdf.pdf_version
-            root_version = pdf.Root.get("/Version")
-            if root_version is not None and str(root_version).lstrip("/") > version:
-                version = str(root_version).lstrip("/")
-            pdfa = ""
+            version = max(pdf.pdf_version, str(pdf.Root.get("/Version", "")).lstrip("/"))
             try:
                 pdfa = pdf.open_metadata().pdfa_status or ""
             except Exception:
@@ -126,27 +112,19 @@ def our_view(tool, path):
     code = c["versionCode"]
     if code is None:
         return "XMP does not read"
-    low = code & 0xFF
-    version = "2.0" if low == 10 else "1.%d" % low
-    x = X_KINDS.get((code >> 8) & 15, "other" if (code >> 8) & 15 else None)
-    a = A_KINDS.get((code >> 12) & 15, "other" if (code >> 12) & 15 else "")
-    intents = [(i["S"], i["OutputConditionIdentifier"], i["profileSize"], i["profileCrc32"])
-               for i in c["outputIntents"]]
-    return version, x, a, intents
+    x, a = (code >> 8) & 15, (code >> 12) & 15
+    return ("2.0" if code & 0xFF == 10 else "1.%d" % (code & 0xFF), X_KINDS.get(x, "other" if x else None),
+            A_KINDS.get(a, "other" if a else ""),
+            [(i["S"], i["OutputConditionIdentifier"], i["profileSize"], i["profileCrc32"]) for i in c["outputIntents"]])
 
 
 def compare(ours, peer):
     """The differences, as short texts."""
     if isinstance(ours, str):
         return [ours]
-    diffs = []
-    version, pdfx, pdfa, intents = peer
-    if ours[0] != version:
-        diffs.append("version %s, peers %s" % (ours[0], version))
-    if ours[1] != pdfx:
-        diffs.append("PDF/X %s, peers %s" % (ours[1], pdfx))
-    if ours[2] != pdfa:
-        diffs.append("PDF/A %r, peers %r" % (ours[2], pdfa))
+    intents = peer[3]
+    diffs = [form % (o, p) for form, o, p in zip(("version %s, peers %s", "PDF/X %s, peers %s", "PDF/A %r, peers %r"),
+                                                ours, peer) if o != p]
     if len(ours[3]) != len(intents):
         diffs.append("%d output intents, peers %d" % (len(ours[3]), len(intents)))
     for o, p in zip(ours[3], intents):
@@ -160,41 +138,29 @@ def main():
     if run(["qpdf", "--version"])[0] != 0:
         print("qpdf not installed; skipped")
         return 0
-    explained = load_explained("conform-explained.txt")
+    explained = Explained("conform-explained.txt")
     failures, others = [], []
     checked = claims = 0
     with tempfile.TemporaryDirectory() as tmp:
         files = make_ghostscript_files(tmp)
         base = os.path.join(corpus, "qpdf")
         if os.path.isdir(base):
-            for d, _, fs in os.walk(base):
-                for f in fs:
-                    if f.endswith(".pdf"):
-                        files[os.path.relpath(os.path.join(d, f), base)] = os.path.join(d, f)
+            files.update((rel, os.path.join(base, rel)) for rel in corpus_files(base))
         for name in sorted(files):
             peer = peer_view(files[name])
-            if peer is None:
-                continue
-            ours = our_view(tool, files[name])
+            ours = our_view(tool, files[name]) if peer else None
             if ours is None:
                 continue
             checked += 1
-            if peer[1] or peer[2] or peer[3]:
-                claims += 1
-            diffs = compare(ours, peer)
-            if not diffs:
-                continue
-            if name in explained:
-                others.append("%s: %s (%s)" % (name, "; ".join(diffs), explained[name]))
-            else:
-                failures.append("%s: %s" % (name, "; ".join(diffs)))
+            claims += bool(peer[1] or peer[2] or peer[3])
+            diffs = "; ".join(compare(ours, peer))
+            if diffs and name in explained:
+                others.append("%s: %s (%s)" % (name, diffs, explained[name]))
+            elif diffs:
+                failures.append("%s: %s" % (name, diffs))
     print("%d files compared, %d with a claim or an output intent, %d explained differences"
           % (checked, claims, len(others)))
-    for o in others:
-        print("explained: " + o)
-    for f in failures:
-        print("FAIL " + f)
-    return 1 if failures or checked == 0 else 0
+    return report(failures, others, "explained: ") or int(checked == 0)
 
 
 if __name__ == "__main__":

@@ -1,22 +1,11 @@
-// Digests of what the facade delivers for every page of a set of PDF files,
-// one facade per file, as an embedding program runs it: per page setPageNo,
-// a number reserved for the page's form, setStartObjNo with the next free
-// number (carried across pages), the delivered object map, getPageContents,
-// getPageRes and getPageRootString. Any change to a delivered byte, number or
-// result code changes a digest, so two builds can be compared file by file.
-//
-// usage: corpus_digests BASE [RELATIVE_PATH...]
-// Without paths, every *.pdf below BASE, sorted. One line per file on
-// standard output, written as soon as the file is done:
-//   <path> <pages> <objects> <contents> <resources> <root>
-//   <path> open-failed <code>
-//   <path> password-required
-// <pages> is the page count; pages above 200 are left out. <objects> covers
-// setPageNo's code, the object map (number, generation, text) and the
-// old-to-new vector; <contents> getPageContents' code and text; <resources>
-// getPageRes' code and text; <root> getPageRootString(0) and
-// getPageRootString(form number). A file whose run throws gets a seventh
-// field "threw-at-page-<n>"; the digests cover the pages before it.
+// Digests of what the facade delivers for every page (the first 200) of a set of
+// PDF files, one facade per file, run as an embedding program runs it: per page
+// setPageNo, a number reserved for the form, setStartObjNo with the next free
+// number, the object map, getPageContents, getPageRes and getPageRootString.
+// Any change to a delivered byte, number or result code changes a digest.
+// usage: corpus_digests BASE [RELATIVE_PATH...] (without paths, every *.pdf below BASE)
+// One line per file: <path> <pages> <objects> <contents> <resources> <root>
+// [threw-at-page-<n>], or <path> open-failed <code>, or <path> password-required.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -36,10 +25,7 @@ const int kMaxPages = 200;
 // of one stream cannot run into each other.
 class Digest {
 public:
-    void add(const std::string& s) {
-        addRaw(std::to_string(s.size()) + ":");
-        addRaw(s);
-    }
+    void add(const std::string& s) { addRaw(std::to_string(s.size()) + ":" + s); }
     void add(long v) { addRaw(std::to_string(v) + ";"); }
     std::string hex() const {
         char b[20];
@@ -49,10 +35,7 @@ public:
 
 private:
     void addRaw(const std::string& s) {
-        for (unsigned char c : s) {
-            h ^= c;
-            h *= 0x100000001b3ULL;
-        }
+        for (unsigned char c : s) h = (h ^ c) * 0x100000001b3ULL;
     }
     std::uint64_t h = 0xcbf29ce484222325ULL;
 };

@@ -1,8 +1,6 @@
-// Runs every page of every corpus file that opens through one facade, as an
-// embedding program does, and checks the renumbered objects: every object is
-// delivered once over the run, and every reference in a delivered object or
-// a page's resources names an object of the run (delivered now or earlier,
-// or known through the old-to-new vector).
+// Every page of every corpus file through one facade per file: every object is delivered once over the run, and
+// every reference in a delivered object or a page's resources names an object of the run (delivered now or
+// earlier, or known through the old-to-new vector).
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -25,29 +23,27 @@ std::vector<int> referencesIn(const std::string& text) {
     return v;
 }
 
-struct RunResult {
+// The pages run; the first problem found, if any, in *problem.
+int runFile(const std::string& path, std::string* problem) {
     int pages = 0;
-    std::vector<std::string> problems;
-};
-
-RunResult runFile(const std::string& path) {
-    RunResult r;
     CPDFKilnPage doc(path.c_str(), "");
-    if (doc.init() != 0) return r;
+    if (doc.init() != 0) return 0;
     std::set<int> delivered;
     int next = 1;
+    const auto fail = [&](int p, const std::string& what) {
+        if (problem->empty()) *problem = "page " + std::to_string(p) + ": " + what;
+    };
     const int count = std::min(doc.getPageCount(), 200);
     for (int p = 1; p <= count; ++p) {
         if (doc.setPageNo(p) != 0) continue;
-        ++r.pages;
+        ++pages;
         const int form = next++;
         delivered.insert(form);
         doc.setStartObjNo(next);
         std::vector<std::string> texts;
         for (auto it = doc.begin(); it != doc.end(); doc.next(it)) {
             if (!delivered.insert(it->first.first).second)
-                r.problems.push_back("page " + std::to_string(p) + ": object " + std::to_string(it->first.first) +
-                                     " delivered twice");
+                fail(p, "object " + std::to_string(it->first.first) + " delivered twice");
             next = std::max(next, it->first.first + 1);
             texts.push_back(it->second);
         }
@@ -64,11 +60,9 @@ RunResult runFile(const std::string& path) {
         for (const auto& m : doc.getOld2NewObjectVector()) known.insert(m.second.first);
         for (const std::string& t : texts)
             for (int n : referencesIn(t))
-                if (!known.count(n))
-                    r.problems.push_back("page " + std::to_string(p) + ": reference to " + std::to_string(n) +
-                                         " that the run does not hold");
+                if (!known.count(n)) fail(p, "reference to " + std::to_string(n) + " that the run does not hold");
     }
-    return r;
+    return pages;
 }
 
 }  // namespace
@@ -79,11 +73,12 @@ TEST(CorpusClosure, EveryReferenceOfARunIsHeldAndEveryObjectComesOnce) {
     int files = 0, pages = 0;
     std::vector<std::string> failures;
     for (const std::string& rel : corpus::qpdfFiles()) {
-        const RunResult r = runFile(base + rel);
-        if (r.pages == 0) continue;
+        std::string problem;
+        const int n = runFile(base + rel, &problem);
+        if (n == 0) continue;
         ++files;
-        pages += r.pages;
-        if (!r.problems.empty()) failures.push_back(rel + ": " + r.problems.front());
+        pages += n;
+        if (!problem.empty()) failures.push_back(rel + ": " + problem);
     }
     std::printf("%d files, %d pages run\n", files, pages);
     for (const std::string& f : failures) ADD_FAILURE() << f;
