@@ -1,5 +1,4 @@
-// Annotations: the geometry chain, the masks, and a page's annotations as the facade delivers them moved by the
-// caller's matrix.
+// Annotations: the geometry chain, the masks, and a page's annotations moved by the caller's matrix.
 #include <gtest/gtest.h>
 
 #include "facade_test_util.h"
@@ -93,33 +92,23 @@ TEST(FacadeAnnots, AnnotationsMoveWithThePageAndLinksGetTargets) {
         EXPECT_EQ(dests[0].pos[0], 5);
         expectParts(all, {"/Rect [105 5 115 10]", "/P  99 0 R", "(/Helv 6 Tf 0 g)",
                           "/Dest " + std::to_string(dests[0].number) + " 0 R"});
-        const std::string* annots = nullptr;
-        EXPECT_EQ(f.getPageAnnots(&annots), 0);
-        ASSERT_NE(annots, nullptr);
-        EXPECT_EQ(annots->find('['), inlineArray ? annots->find("[ ") : std::string::npos) << *annots;
+        const std::string annots = got(f, &CPDFKilnPage::getPageAnnots);
+        EXPECT_EQ(annots.find('['), inlineArray ? annots.find("[ ") : std::string::npos) << annots;
         // The inline path writes its rectangles with "%f".
-        if (inlineArray) expectParts(*annots, {"105.000000 5.000000 110.000000 10.000000"});
-        const std::string* form = nullptr;
-        EXPECT_EQ(f.getAcroFormFields(&form, 0), 0);
-        ASSERT_NE(form, nullptr);
-        expectParts(*form, {"/NeedAppearances"});
+        if (inlineArray) expectParts(annots, {"105.000000 5.000000 110.000000 10.000000"});
+        expectParts(got(f, &CPDFKilnPage::getAcroFormFields, 0), {"/NeedAppearances"});
     }
 }
 
 TEST(FacadeAnnots, MasksSwitchOffAndFormMaskZeroLeavesTheFormAlone) {
     Doc d(annotatedPdf(false));
-    ASSERT_EQ(d.rc, 0);
     d.page->setAnnotsEnable(-1);
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->setStartObjNo(20);
+    ASSERT_TRUE(d.select(1, 20));
     expectParts(deliveredText(*d.page), {"/Widget"}, {"/Link"});
-    const std::string* form = nullptr;
-    EXPECT_EQ(d.page->getAcroFormFields(&form, 0), 0);
-    EXPECT_EQ(form, nullptr);
+    EXPECT_EQ(got(*d.page, &CPDFKilnPage::getAcroFormFields, 0), "<null>");
 }
 
-// Kept quirk: a three-number /Rect ends the inline rewrite, the first rectangle included; only the outer brackets give
-// way to blanks.
+// Kept quirk: a three-number /Rect ends the inline rewrite, the first rectangle included.
 TEST(FacadeAnnots, AThreeNumberRectEndsTheInlineRewriteAndTheTextStays) {
     Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Annots [<< /Subtype /Square "
                         "/Rect [1 2 3 4] >> << /Subtype /Circle /Rect [10 10 20] >>] >>"}}));
@@ -127,27 +116,18 @@ TEST(FacadeAnnots, AThreeNumberRectEndsTheInlineRewriteAndTheTextStays) {
     ASSERT_EQ(d.page->setPageNo(1), 0);
     d.page->setPageCm(PgCmTD{2, 0, 0, 2, 0, 0});
     d.page->setStartObjNo(20);
-    const std::string* annots = nullptr;
-    EXPECT_EQ(d.page->getPageAnnots(&annots), 0);
-    ASSERT_NE(annots, nullptr);
-    expectParts(*annots, {"/Rect [1 2 3 4]", "/Rect [10 10 20]"}, {"2.000000"});
+    expectParts(got(*d.page, &CPDFKilnPage::getPageAnnots), {"/Rect [1 2 3 4]", "/Rect [10 10 20]"}, {"2.000000"});
 }
 
-// Kept quirk: the form text is cut from two bytes behind the first "<", last - first - 3 bytes: the dictionary's
-// inside, whatever stands before its "<<" (getNames, whose length does not take the first's position off, differs).
+// Kept quirk: the form text is cut from two bytes behind the first "<", last - first - 3 bytes long.
 TEST(FacadeAnnots, TheFormTextIsTheDictionarysInside) {
     for (const char* form : {"<</DA(x)>>", "9 0 R"}) {
         Doc d(buildPdf({{1, std::string("<< /Type /Catalog /Pages 2 0 R /AcroForm ") + form + " >>"},
                         {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] >>"},
                         {9, "<</DA(x)>>"}}));
-        ASSERT_EQ(d.rc, 0);
         d.page->setAcroFormsEnable(0x100);
-        ASSERT_EQ(d.page->setPageNo(1), 0);
-        d.page->setStartObjNo(20);
-        const std::string* text = nullptr;
-        ASSERT_EQ(d.page->getAcroFormFields(&text, 0), 0);
-        ASSERT_NE(text, nullptr);
-        EXPECT_EQ(*text, "/DA(x)") << form;
+        ASSERT_TRUE(d.select(1, 20));
+        EXPECT_EQ(got(*d.page, &CPDFKilnPage::getAcroFormFields, 0), "/DA(x)") << form;
     }
 }
 

@@ -10,29 +10,19 @@ using namespace PDF_KILN;
 using pagestest::Doc;
 using pagestest::buildPdf;
 using pagestest::expectParts;
+using pagestest::got;
 using pagestest::nums;
 
 namespace {
 
-std::string contents(Doc& d) {
-    const std::string* out = nullptr;
-    EXPECT_EQ(d.page->getPageContents(&out), 0);
-    return out ? *out : std::string();
-}
-
-std::string resources(Doc& d, int newNumber = 0) {
-    const std::string* out = nullptr;
-    EXPECT_EQ(d.page->getPageRes(&out, newNumber), 0);
-    return out ? *out : std::string();
-}
+std::string resources(Doc& d, int newNumber = 0) { return got(*d.page, &CPDFKilnPage::getPageRes, newNumber); }
 
 const char* const kHelvetica = "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>";
 const char* const kCourier = "<< /Type /Font /Subtype /Type1 /BaseFont /Courier >>";
 
 }  // namespace
 
-// Page 1 of each document: what its closure holds, its content text and its resource text, numbered from `start` (when
-// not 0).
+// Page 1 of each document: its closure, content text and resource text, numbered from `start` (when not 0).
 TEST(PageClosure, ContentAndResourcesOfPageOne) {
     const struct {
         std::map<int, std::string> objs;
@@ -56,13 +46,11 @@ TEST(PageClosure, ContentAndResourcesOfPageOne) {
          0, "<< >>", nullptr, {}, {}, {}, {}, 20},
         // A page with no resources still gets a dictionary.
         {{{3, "<< /Type /Page /Parent 2 0 R >>"}}, 0, "<< >>", ""},
-        // Streams are joined, each ended by CR: the unfiltered one keeps its line ends, the filtered one is trimmed
-        // before decoding. They are delivered decoded, not as objects.
+        // Streams are joined, each ended by CR, and delivered decoded, not as objects; only filtered data is trimmed.
         {{{3, "<< /Type /Page /Parent 2 0 R /Contents [4 0 R 5 0 R] >>"}, {4, "stream:q"},
           {5, "/Filter /AHx stream:510A>"}},
          40, nullptr, "\r\nq\n\rQ\n\r", {4, 5}, 0},
-        // An array object's members are walked in first-seen order; the array comes first with only its CR, and the
-        // walk ends at the first stream it fetches.
+        // An array's members in first-seen order, the array first with only its CR; the first stream ends the walk.
         {{{3, "<< /Type /Page /Parent 2 0 R /Contents 6 0 R >>"}, {6, "[4 0 R 7 0 R]"}, {7, "[5 0 R 4 0 R]"},
           {4, "/Filter /AHx stream:41>"}, {5, "/Filter /AHx stream:42>"}},
          0, nullptr, "\rA\r\r", {}, {}, {6, 4, 7}},
@@ -73,8 +61,7 @@ TEST(PageClosure, ContentAndResourcesOfPageOne) {
         {{{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"}, {3, "<< /Type /Page /Parent 2 0 R >>"},
           {8, "<< /Font << /F1 4 0 R >> >>"}, {4, kHelvetica}},
          50, "<< /Font << /F1  50 0 R >> >>\n", nullptr, {}, 1, {}, {8}},
-        // Inline and inherited are merged: only the resource object has /ProcSet, its names are copied from two bytes
-        // behind the "[", and "]>>" closes whatever was written.
+        // Inline and inherited merged: /ProcSet names copied from two bytes behind "[", "]>>" closes what was written.
         {{{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"},
           {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
           {8, "<< /Font << /F2 5 0 R >> /ProcSet [/PDF /Text] >>"}, {4, kHelvetica}, {5, kCourier}},
@@ -91,7 +78,7 @@ TEST(PageClosure, ContentAndResourcesOfPageOne) {
         const std::string what = c.objs.at(3);
         if (c.start) d.page->setStartObjNo(c.start);
         if (c.resources) { EXPECT_EQ(resources(d, c.resourcesNewNumber), c.resources) << what; }
-        if (c.contents) { EXPECT_EQ(contents(d), c.contents) << what; }
+        if (c.contents) { EXPECT_EQ(got(*d.page, &CPDFKilnPage::getPageContents), c.contents) << what; }
         if (!c.closure.empty()) { EXPECT_EQ(nums(d.src().fileObjects), c.closure) << what; }
         if (c.delivered) { EXPECT_EQ(d.page->size(), *c.delivered) << what; }
         if (!c.contentsObjs.empty()) { EXPECT_EQ(nums(d.src().contentsVector), c.contentsObjs) << what; }
@@ -115,8 +102,7 @@ TEST(PageRootString, WalksUpOnlyWithANewNumberAndReturnsTheStoppingNode) {
     Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources << /Font << /F1 4 0 R >> >> >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /Rotate 90 >>"},
                     {4, kHelvetica}}));
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->setStartObjNo(5);
+    ASSERT_TRUE(d.select(1, 5));
     const std::string page = d.page->getPageRootString(0);
     EXPECT_EQ(page.substr(0, 2), "<<") << "no object frame before the body: " << page;
     expectParts(page, {"/Rotate 90"}, {"obj"});
@@ -133,12 +119,10 @@ TEST(PageNumbering, EachObjectIsDeliveredOnceAcrossPagesOfOneFacade) {
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Encoding 7 0 R >>"},
                     {5, "<< /Type /Font /Subtype /Type1 /BaseFont /Courier /Encoding 7 0 R >>"},
                     {7, "<< /Type /Encoding /Differences [32 /space] >>"}}));
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->setStartObjNo(100);
+    ASSERT_TRUE(d.select(1, 100));
     std::map<std::pair<int, int>, std::string> first(d.page->begin(), d.page->end());
     EXPECT_EQ(first.size(), 2u);
-    ASSERT_EQ(d.page->setPageNo(2), 0);
-    d.page->setStartObjNo(102);
+    ASSERT_TRUE(d.select(2, 102));
     ASSERT_EQ(d.page->size(), 1u) << "only the new font comes";
     EXPECT_EQ(d.page->begin()->first, std::make_pair(102, 0));
     // Its /Encoding refers to the object the first page delivered.
@@ -154,8 +138,7 @@ TEST(PageNumbering, VectorCarriesMappingsToANewFacade) {
                                       {6, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
                                       {4, kHelvetica}});
     Doc a(pdf), b(pdf);
-    ASSERT_EQ(a.page->setPageNo(1), 0);
-    a.page->setStartObjNo(10);
+    ASSERT_TRUE(a.select(1, 10));
     const auto vec = a.page->getOld2NewObjectVector();
     ASSERT_EQ(vec.size(), 1u);
     ASSERT_EQ(b.page->setPageNo(2), 0);
@@ -166,9 +149,7 @@ TEST(PageNumbering, VectorCarriesMappingsToANewFacade) {
 }
 
 TEST(PageNumbering, ClosureObjectsGoThroughThePageCopier) {
-    // A font that points back at a page keeps the key with null; keys that the embedding program supplies are dropped
-    // from every closure object; a stream keeps its data and its length, an indirect one written as the stream's own
-    // size; texts lose "endobj".
+    // Back-references to a page become null, supplied keys are dropped, indirect lengths written direct, no "endobj".
     Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> /XObject << /X 5 0 R "
                         "/Y 6 0 R >> >> >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Owner 3 0 R /MediaBox [0 0 1 1] "
@@ -177,8 +158,7 @@ TEST(PageNumbering, ClosureObjectsGoThroughThePageCopier) {
                     {6, "\n\n<< /Type /XObject /Subtype /Image /Width 1 /Height 1 /BitsPerComponent 8 "
                         "/ColorSpace /DeviceGray /Length 7 0 R >>\nstream\nA\nendstream"},
                     {7, "1"}}));
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->setStartObjNo(20);
+    ASSERT_TRUE(d.select(1, 20));
     ASSERT_EQ(d.page->size(), 4u);
     for (const auto& e : *d.page) expectParts(e.second, {}, {"endobj"});
     expectParts(d.page->at({20, 0}), {"/Owner  null ", "/Encoding /WinAnsiEncoding"}, {"/MediaBox", "/Contents"});
@@ -216,8 +196,7 @@ TEST(PageNumbering, AesTargetRoundsStreamLengthsIncludingIndirectOnes) {
     EXPECT_EQ(d.page->targetCipher(), 2);
     d.page->setStartObjNo(1);
     ASSERT_EQ(d.page->size(), 3u);
-    // Encrypted AES data is the vector plus whole blocks (padding included): the lengths in the text, direct and
-    // indirect, follow it.
+    // AES data is the vector plus whole blocks, padding included: lengths direct and indirect follow it.
     std::vector<int> lengths;
     for (auto it = d.page->begin(); it != d.page->end(); ++it) {
         if (d.page->calcStreamLength(it) == 0) continue;
@@ -232,7 +211,7 @@ TEST(PageNumbering, AesTargetRoundsStreamLengthsIncludingIndirectOnes) {
     EXPECT_EQ(lengths, (std::vector<int>{48, 48}));
 }
 
-TEST(PageNumbering, KeyLengthsAndCipherChoice) {
+TEST(PageNumbering, KeyLengthsCipherChoiceStreamLengthsAndLengthPositions) {
     Doc d(buildPdf({{2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
     unsigned char key[40] = {};
     EXPECT_EQ(d.page->setEncryptKey(key, 4, 2), 8003);
@@ -242,10 +221,6 @@ TEST(PageNumbering, KeyLengthsAndCipherChoice) {
     EXPECT_EQ(d.page->targetCipher(), 1) << "16 bytes with mode 2 is RC4";
     EXPECT_EQ(d.page->setEncryptKey(key, 32, 5), 0);
     EXPECT_EQ(d.page->targetCipher(), 3);
-}
-
-TEST(PageNumbering, StreamLengthAndLengthPositions) {
-    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
     auto& m = *d.page;
     m[{1, 0}] = "<< /Length 2 0 R >>stream\r\n\r\n0123456789abcdefg\r\nendstream\n";
     m[{2, 0}] = "17 ";
@@ -268,8 +243,7 @@ TEST(PageNumbering, StreamLengthAndLengthPositions) {
     EXPECT_TRUE(m.check(m.find({10, 0}))) << "a later length object is not added";
 }
 
-// The stored form of a page's content: one stream with its filter written out is handed over as it stands (the bytes
-// between "stream" and "endstream"), anything else is left to getPageContents.
+// One content stream with a direct filter is handed over as stored; anything else is left to getPageContents.
 TEST(PageContentStored, OneStreamWithDirectFilterOnly) {
     const struct {
         const char* contents;  // the page's /Contents value

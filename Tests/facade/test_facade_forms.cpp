@@ -1,6 +1,4 @@
-// The dictionaries below the catalog: the interactive form and optional content (read and written), the name
-// dictionary's closure, and the walks of logical structure and document parts through which a destination that names a
-// structure element or a document part finds its page.
+// The catalog's dictionaries: form, optional content, names, and the structure and part trees destinations use.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -54,20 +52,15 @@ TEST(AcroForm, FieldsAreKeptAndWhatTheFormReachesJoinsTheClosure) {
 
         CPDFKilnPage& f = *d.page;
         f.setAcroFormsEnable(0x100);
-        ASSERT_EQ(f.setPageNo(1), 0);
-        f.setStartObjNo(30);
+        ASSERT_TRUE(d.select(1, 30));
         const auto objs = delivered(f);
-        // The /DR fonts and what they reach are delivered once the page list stands; the field of /CO that is on no
-        // page is not.
+        // The /DR fonts and what they reach are delivered; the field of /CO that is on no page is not.
         expectParts(joined(objs), {"/BaseFont /Helvetica", "/BaseFont /ZapfDingbats", "/Differences"}, {"(b)"});
         EXPECT_TRUE(d.src().formObjects.count(SObj(20, 0)));
-        // The form's text names only objects of the run: field a (listed twice) and the two fonts by their new numbers,
-        // the field of no page dropped.
-        const std::string* text = nullptr;
-        ASSERT_EQ(f.getAcroFormFields(&text, 0), 0);
-        ASSERT_NE(text, nullptr);
-        expectParts(*text, {"/NeedAppearances", "/Helv"});
-        EXPECT_EQ(referencesOnlyTo(*text, objs), 4u);
+        // The form's text names only objects of the run: field a (listed twice) and the two fonts.
+        const std::string text = got(f, &CPDFKilnPage::getAcroFormFields, 0);
+        expectParts(text, {"/NeedAppearances", "/Helv"});
+        EXPECT_EQ(referencesOnlyTo(text, objs), 4u);
         // Numbering the page again brings nothing of the form again.
         f.setStartObjNo(60);
         EXPECT_EQ(delivered(f).size(), objs.size());
@@ -174,21 +167,15 @@ TEST(Names, WhatANameTreeNeedsIsDeliveredAndPagesStayOut) {
     o[12] = "<< /S /JavaScript /JS 13 0 R >>";
     o[13] = "stream:app.alert(1);";
     Doc d(buildPdf(o));
-    ASSERT_EQ(d.rc, 0);
     CPDFKilnPage& f = *d.page;
-    ASSERT_EQ(f.setPageNo(1), 0);
-    f.setStartObjNo(20);
+    ASSERT_TRUE(d.select(1, 20));
     const auto objs = delivered(f);
     // The dictionary's own references are of the name kind; what they reach is closure like any other.
     for (int n : {9, 12}) EXPECT_TRUE(d.src().formObjects.count(SObj(n, 0))) << n;
     for (int n : {9, 10, 11, 12, 13}) EXPECT_TRUE(d.src().fileObjects.count(SObj(n, 0))) << n;
     EXPECT_EQ(objs.size(), 5u);  // the page itself is no object of the map
     expectParts(joined(objs), {"app.alert(1);", "/Limits"});
-    // getNames names only objects of the run.
-    const std::string* names = nullptr;
-    ASSERT_EQ(f.getNames(&names), 0);
-    ASSERT_NE(names, nullptr);
-    EXPECT_GT(referencesOnlyTo(*names, objs), 0u);
+    EXPECT_GT(referencesOnlyTo(got(f, &CPDFKilnPage::getNames), objs), 0u) << "getNames names only objects of the run";
     // Numbering again brings the tree no more.
     f.setStartObjNo(60);
     EXPECT_EQ(delivered(f).size(), objs.size());
@@ -197,8 +184,7 @@ TEST(Names, WhatANameTreeNeedsIsDeliveredAndPagesStayOut) {
     direct[9] = "<< /Type /Filespec /EF << /F 10 0 R >> >>";
     direct[10] = "stream:data";
     Doc e(buildPdf(direct));
-    ASSERT_EQ(e.page->setPageNo(1), 0);
-    e.page->setStartObjNo(20);
+    ASSERT_TRUE(e.select(1, 20));
     EXPECT_EQ(delivered(*e.page).size(), 2u);
     EXPECT_TRUE(e.src().catalog.names.walked);
 }

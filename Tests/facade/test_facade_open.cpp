@@ -65,7 +65,7 @@ TEST(FacadeOpening, PlainFileOpensAndHasNothingToDecrypt) {
     EXPECT_EQ(d.rc, 0);
     EXPECT_EQ(d.page->getVersionText(), "%PDF-1.6");
     EXPECT_EQ(d.page->getFileIdText(), "ABCD") << "each identifier string ends at its first zero byte";
-    EXPECT_EQ(d.page->SetSourcePassword(), 8);
+    EXPECT_EQ(d.page->SetSourcePassword(), 8) << "not encrypted: nothing to do";
     EXPECT_EQ(d.page->getPageCount(), 0);
     SFileInfo info;
     EXPECT_TRUE(d.page->GetSourceFileInfo(info));
@@ -73,82 +73,97 @@ TEST(FacadeOpening, PlainFileOpensAndHasNothingToDecrypt) {
     EXPECT_FALSE(info.keyOpenWithEmpty);
     EXPECT_FALSE(info.passwordNeeded);
     EXPECT_STREQ(info.versionName, "PDF-1.3");
+    PASSWORD_TYPE type = ePasswordRequired;
+    int permissions = 0;
+    EXPECT_EQ(d.page->getSecurity(type, permissions), 0);
+    EXPECT_EQ(type, ePasswordNone);
+    EXPECT_EQ(permissions, -4);
+    EXPECT_TRUE(d.page->getEncryptString().empty());
 }
 
-TEST(FacadeOpening, CallersStreamOutlivesTheFacade) {
+TEST(FacadeOpening, CallersStreamOutlivesTheFacadeAndAFailedInitThrowsItsCodeOnAPassword) {
     std::stringstream in(pdftest::minimalPdf());
-    {
-        CPDFKilnPage page(in, "");
-        EXPECT_EQ(page.init(), 0);
-    }
+    EXPECT_EQ(CPDFKilnPage(in, "").init(), 0);
     in.clear();
     in.seekg(0);
     std::string first;
     in >> first;
     EXPECT_EQ(first, "%PDF-1.4");
-}
-
-TEST(FacadeOpening, FailedInitCanBeFollowedByAPasswordThatThrowsTheCode) {
     Doc d("no pdf at all\n");
     EXPECT_EQ(d.rc, 1000);
     ASSERT_NE(d.page->getSource(), nullptr);
+    int thrown = -1;
     try {
         d.page->SetSourcePassword(std::string("pw"));
-        FAIL() << "expected an int to be thrown";
     } catch (int code) {
-        EXPECT_EQ(code, 1000);
+        thrown = code;
     }
+    EXPECT_EQ(thrown, 1000);
 }
 
-TEST(FacadePassword, HandlerOtherThanStandardIsRefused) {
-    Doc d(encryptedPdf("<< /Filter /Adobe.PubSec /V 4 /R 4 >>"));
-    EXPECT_EQ(d.rc, 0);
-    EXPECT_EQ(d.page->SetSourcePassword(), 1);
-}
-
-TEST(FacadePassword, StandardHandlerIsReadWithTheFileIdentifier) {
-    Doc d(encryptedPdf(kStandard));
-    ASSERT_EQ(d.rc, 0);
-    const CEncrypt& enc = d.src().fileInfo.encrypt;
-    EXPECT_EQ(enc.handlerKind, 1);
-    EXPECT_EQ(enc.V, 2);
-    EXPECT_EQ(enc.R, 3);
-    EXPECT_EQ(enc.Length, 128);
-    EXPECT_EQ(enc.P, -1068);
-    EXPECT_EQ(enc.OLength, 2);
-    EXPECT_EQ(enc.IDLength, 5u);
-    EXPECT_EQ(enc.ID[4], 0x44);
-    EXPECT_GT(enc.passwordState, 0);
-    EXPECT_EQ(d.src().fileInfo.info.title, "t");
-}
-
-TEST(FacadePassword, MissingInfoObjectSkipsTheEncryptDictionary) {
-    // /Info names an object the table does not have: reading stops before /Encrypt, so the file counts as not
-    // encrypted.
+// A handler other than /Standard is refused; an /Info the table lacks stops reading before /Encrypt, so the file
+// counts as not encrypted.
+TEST(FacadePassword, OtherHandlerAndMissingInfoObject) {
     PdfBuilder b;
     b.catalog();
     b.object(4, kStandard);
     b.startxref(b.xrefTable("/Root 1 0 R /Info 3 0 R /Encrypt 4 0 R"));
-    Doc d(b.str());
-    ASSERT_EQ(d.rc, 0);
-    EXPECT_EQ(d.src().fileInfo.encrypt.handlerKind, 0);
-    EXPECT_EQ(d.page->SetSourcePassword(), 8);
+    const struct {
+        std::string pdf;
+        int handler, rc;
+    } cases[] = {{encryptedPdf("<< /Filter /Adobe.PubSec /V 4 /R 4 >>"), -1, 1}, {b.str(), 0, 8}};
+    for (const auto& c : cases) {
+        Doc d(c.pdf);
+        ASSERT_EQ(d.rc, 0);
+        if (c.handler >= 0) { EXPECT_EQ(d.src().fileInfo.encrypt.handlerKind, c.handler); }
+        EXPECT_EQ(d.page->SetSourcePassword(), c.rc);
+    }
 }
 
+TEST(FacadePassword, StandardHandlerReopeningAndThePasswordLengthLimit) {
+    Doc d(encryptedPdf(kStandard));
+    ASSERT_EQ(d.rc, 0);
+    CEncrypt& enc = d.src().fileInfo.encrypt;
+    EXPECT_EQ((std::vector<long long>{enc.handlerKind, enc.V, enc.R, enc.Length, enc.P, enc.OLength, enc.ID[4]}),
+              (std::vector<long long>{1, 2, 3, 128, -1068, 2, 0x44}));
+    EXPECT_EQ(enc.IDLength, 5u);
+    EXPECT_GT(enc.passwordState, 0);
+    EXPECT_EQ(d.src().fileInfo.info.title, "t");
+    // Reopening twice keeps the object table and the catalog.
+    const std::size_t entries = d.src().fileInfo.objTable->size();
+    d.page->SetSourcePassword(std::string("pw"));
+    d.page->SetSourcePassword(std::string("pw"));
+    EXPECT_EQ(d.src().fileInfo.objTable->size(), entries);
+    EXPECT_EQ(d.src().catalog.pagesRef, SObj(2, 0));
+    EXPECT_EQ(d.page->getPageCount(), 0);
+    EXPECT_EQ(d.page->getFileIdText(), "\x55\x66") << "the first identifier starts with a zero byte: empty";
+
+    Doc l(encryptedPdf(kStandard));
+    CEncrypt& lim = l.src().fileInfo.encrypt;
+    lim.passwordFlagOwner = true;  // stands in for the key trial's verdict: the empty password opened it
+    std::memset(lim.suppliedPassword, 0, sizeof lim.suppliedPassword);
+    std::memcpy(lim.suppliedPassword, "keep", 4);
+    EXPECT_EQ(l.page->SetSourcePassword(std::string(33, 'x')), 1);
+    EXPECT_STREQ(lim.suppliedPassword, "keep") << "a refused password leaves the field";
+    lim.passwordFlagOwner = true;
+    // 32 bytes go to the key trial, not refused for their length.
+    const std::string exact(32, 'y');
+    EXPECT_NE(l.page->SetSourcePassword(exact), 1);
+    EXPECT_EQ(std::string(lim.suppliedPassword, 32), exact);
+    EXPECT_EQ(lim.suppliedPassword[32], '\0');
+}
+
+// A direct /Encrypt in the trailer: the trailer goes on behind it, and both openings see the /Prev chain.
 TEST(FacadePassword, DirectEncryptDictionaryInTheTrailer) {
-    PdfBuilder b;
-    b.catalog();
-    b.startxref(b.xrefTable("/Encrypt << /Filter /Standard /V 1 /R 2 /O (o) /U (u) /P -4 >> /Root 1 0 R"));
-    Doc d(b.str());
+    PdfBuilder one;
+    one.catalog();
+    one.startxref(one.xrefTable("/Encrypt << /Filter /Standard /V 1 /R 2 /O (o) /U (u) /P -4 >> /Root 1 0 R"));
+    Doc d(one.str());
     ASSERT_EQ(d.rc, 0);
     EXPECT_EQ(d.src().fileInfo.encrypt.handlerKind, 1);
     EXPECT_EQ(d.src().fileInfo.encrypt.Length, 40);
-    EXPECT_EQ(d.src().catalog.pagesRef, SObj(2, 0)) << "the trailer goes on behind the dictionary";
-}
+    EXPECT_EQ(d.src().catalog.pagesRef, SObj(2, 0));
 
-TEST(FacadePassword, ReopeningWithADirectEncryptDictionaryKeepsTheChain) {
-    // Second revision's trailer holds a direct /Encrypt with a nested crypt filter dictionary, then /Prev: both
-    // openings must see both sections.
     PdfBuilder b;
     b.catalog();
     const long x1 = b.xrefTable("/Root 1 0 R");
@@ -157,50 +172,17 @@ TEST(FacadePassword, ReopeningWithADirectEncryptDictionaryKeepsTheChain) {
     b.startxref(b.xrefTable("/Root 1 0 R /Encrypt << /Filter /Standard /V 4 /R 4 /CF << /StdCF << /CFM /AESV2 "
                             "/Length 16 >> >> /StmF /StdCF /StrF /StdCF /O <01> /U <02> /P -4 >> /Prev " +
                             std::to_string(x1)));
-    Doc d(b.str());
-    ASSERT_EQ(d.rc, 0);
-    EXPECT_EQ(d.src().fileInfo.classicSections, 2);
-    EXPECT_EQ(d.src().fileInfo.encrypt.cipherMode, 2);
-    d.src().fileInfo.encrypt.passwordFlagOwner = true;
-    EXPECT_NO_THROW(d.page->SetSourcePassword(std::string("secret")));
-    EXPECT_EQ(d.src().fileInfo.classicSections, 2);
-    EXPECT_EQ(d.src().fileInfo.GetObjState(1, 0).kind, 1);
+    Doc r(b.str());
+    ASSERT_EQ(r.rc, 0);
+    EXPECT_EQ(r.src().fileInfo.classicSections, 2);
+    EXPECT_EQ(r.src().fileInfo.encrypt.cipherMode, 2);
+    r.src().fileInfo.encrypt.passwordFlagOwner = true;
+    EXPECT_NO_THROW(r.page->SetSourcePassword(std::string("secret")));
+    EXPECT_EQ(r.src().fileInfo.classicSections, 2);
+    EXPECT_EQ(r.src().fileInfo.GetObjState(1, 0).kind, 1);
 }
 
-TEST(FacadePassword, PasswordLengthLimitAndTheFieldItFills) {
-    Doc d(encryptedPdf(kStandard));
-    ASSERT_EQ(d.rc, 0);
-    CEncrypt& enc = d.src().fileInfo.encrypt;
-    // Stand in for the key trial's verdict: the empty password opened it.
-    enc.passwordFlagOwner = true;
-    std::memset(enc.suppliedPassword, 0, sizeof enc.suppliedPassword);
-    std::memcpy(enc.suppliedPassword, "keep", 4);
-    EXPECT_EQ(d.page->SetSourcePassword(std::string(33, 'x')), 1);
-    EXPECT_STREQ(enc.suppliedPassword, "keep") << "a refused password leaves the field";
-    enc.passwordFlagOwner = true;
-    // 32 bytes go to the key trial (whose verdict on these made-up values is the security layer's), not refused for
-    // their length.
-    const std::string exact(32, 'y');
-    EXPECT_NE(d.page->SetSourcePassword(exact), 1);
-    EXPECT_EQ(std::string(enc.suppliedPassword, 32), exact);
-    EXPECT_EQ(enc.suppliedPassword[32], '\0');
-}
-
-TEST(FacadePassword, ReopeningKeepsTheObjectTableAndCatalog) {
-    Doc d(encryptedPdf(kStandard));
-    ASSERT_EQ(d.rc, 0);
-    const std::size_t entries = d.src().fileInfo.objTable->size();
-    d.page->SetSourcePassword(std::string("pw"));
-    d.page->SetSourcePassword(std::string("pw"));
-    EXPECT_EQ(d.src().fileInfo.objTable->size(), entries);
-    EXPECT_EQ(d.src().catalog.pagesRef, SObj(2, 0));
-    EXPECT_EQ(d.page->getPageCount(), 0);
-    EXPECT_EQ(d.page->getFileIdText(), "\x55\x66")
-        << "the first identifier starts with a zero byte, so it is empty as a C string";
-}
-
-// A file is read through windows of its bytes; a caller's stream is read whole. Tokens, references and stream bodies
-// that straddle the windows' edges must read the same either way, page by page.
+// Catches window-edge faults: a file is read through windows, a caller's stream whole; both must give the same pages.
 TEST(FacadeOpening, FileWindowsReadAsTheWholeStream) {
     PdfBuilder b("%PDF-1.7");
     const int pages = 150;
