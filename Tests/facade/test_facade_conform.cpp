@@ -1,21 +1,18 @@
-// Conformance: the version code with its PDF/X and PDF/A claims (header, catalog, XMP, output intents, /Info), the
-// output intents themselves, the marked flag, and the ASCII85 layer of CPDFKilnPage_Encode.
+// Conformance: the version code with its PDF/X and PDF/A claims, output intents, the marked flag, the ASCII85 layer.
 #include <gtest/gtest.h>
-#include <zlib.h>
 
+#include "../filters/filter_test_util.h"
 #include "ZQXml/ZQXml.h"
 #include "cpdfkilnpage_encode.h"
 #include "facade_test_util.h"
 
 using namespace PDF_KILN;
-using namespace ZQGraphicService_NS;
 using pagestest::Doc;
 using pagestest::buildPdf;
 
 namespace {
 
-// A document with header `header`, catalog extras, objects 3.. and an /Info dictionary 9 (left out when empty), opened
-// through the facade.
+// A document of no pages with catalog extras, objects 3.. and an /Info dictionary 9 (left out when empty).
 Doc conformDoc(const std::string& header, const std::string& catalogExtra, std::map<int, std::string> more,
                const std::string& info) {
     more[1] = "<< /Type /Catalog /Pages 2 0 R " + catalogExtra + " >>";
@@ -33,28 +30,12 @@ std::string xmp(const std::string& description, const std::string& body) {
 }
 const std::string kPdfaNs = "xmlns:pdfaid='http://www.aiim.org/pdfa/ns/id/'";
 
-std::string flate(const std::string& data) {
-    uLongf n = compressBound(static_cast<uLong>(data.size()));
-    std::string out(n, '\0');
-    compress(reinterpret_cast<Bytef*>(&out[0]), &n, reinterpret_cast<const Bytef*>(data.data()),
-             static_cast<uLong>(data.size()));
-    out.resize(n);
-    return out;
-}
+std::string flate(const std::string& data) { return filtertest::z(data); }
 
+// One decoding stage of the support library, "<failed>" when it fails.
 std::string inflateStage(const std::string& data, int kind) {
-    FilterMemBlock in, out;
-    Zq_MemInit(&in);
-    Zq_MemInit(&out);
-    in.data = reinterpret_cast<unsigned char*>(const_cast<char*>(data.data()));
-    in.length = in.capacity = static_cast<int32_t>(data.size());
-    FilterPropTD prop{};
-    prop.type = kind;
-    std::string r = Zq_InflateStream(&in, &out, &prop) == ZQ_OK
-                        ? std::string(reinterpret_cast<char*>(out.data), static_cast<std::size_t>(out.length))
-                        : std::string("<failed>");
-    Zq_MemClear(&out);
-    return r;
+    const filtertest::Result r = filtertest::decode(filtertest::bytes(data), kind);
+    return r.rc == 0 ? filtertest::text(r.data) : "<failed>";
 }
 
 }  // namespace
