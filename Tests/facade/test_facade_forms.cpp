@@ -239,7 +239,8 @@ TEST(Structure, ElementsAndPartsNameTheirPagesAndDestinationsFindThem) {
     }
 }
 
-TEST(Structure, CyclesRepeatsDepthAndTruncationEnd) {
+// Cycles, repeats, depth and truncation end the walks; a second catalog read walks nothing again.
+TEST(Structure, CyclesRepeatsDepthTruncationAndASecondRead) {
     // /K leading back to an ancestor, and an element reached twice.
     auto o = twoPages("/StructTreeRoot 9 0 R");
     o[9] = "<< /K [10 0 R 10 0 R] >>";
@@ -262,6 +263,11 @@ TEST(Structure, CyclesRepeatsDepthAndTruncationEnd) {
     ASSERT_EQ(deep.rc, 0);
     deep.file.catalog.readStructure(deep.file);
     EXPECT_EQ(deep.file.tagPages.size(), static_cast<std::size_t>(n));
+    // A map entry of the first walk stays: reading the catalog again and asking again walks nothing.
+    deep.file.tagPages[SObj(10, 0)] = SObj(4, 0);
+    deep.file.CheckAndInit();
+    deep.file.catalog.readStructure(deep.file);
+    EXPECT_EQ(deep.file.tagPages.at(SObj(10, 0)).num, 4);
     // A root whose /K runs into the end of the input.
     const std::string pdf = buildPdf(twoPages("/StructTreeRoot 9 0 R")) + "9 0 obj << /K [10 0 R 11";
     Opened cut(pdf);
@@ -270,30 +276,13 @@ TEST(Structure, CyclesRepeatsDepthAndTruncationEnd) {
     cut.file.clear();
     cut.file.seekg(static_cast<std::streamoff>(pdf.rfind("9 0 obj")));
     EXPECT_FALSE(truncated.Read(cut.file));
-}
-
-TEST(Structure, ASecondCatalogReadVisitsNoNode) {
-    auto o = twoPages("/StructTreeRoot 9 0 R");
-    o[9] = "<< /K 10 0 R >>";
-    o[10] = "<< /Pg 3 0 R >>";
-    Opened s(buildPdf(o));
-    ASSERT_EQ(s.rc, 0);
-    s.file.catalog.readStructure(s.file);
-    ASSERT_EQ(s.file.tagPages.size(), 1u);
-    // A map entry of the first walk stays; reading the catalog again and asking again walks nothing.
-    s.file.tagPages[SObj(10, 0)] = SObj(4, 0);
-    s.file.CheckAndInit();
-    s.file.catalog.readStructure(s.file);
-    EXPECT_EQ(s.file.tagPages.at(SObj(10, 0)).num, 4);
-}
-
-TEST(Structure, DocumentPartsStopBehindTheirPartsArray) {
+    // A document part's read ends at the closing bracket of /DParts.
     CDPart part(SObj(5, 0));
     part.flags &= ~CObj::kIndirect;
     pdftest::Source view("<< /DParts [[3 0 R 4 0 R]] /Start 7 0 R >>");
     EXPECT_TRUE(part.Read(view.file));
     EXPECT_EQ(nums(part.children), (std::vector<int>{3, 4}));
-    EXPECT_EQ(part.page.num, 0) << "the read ends at the closing bracket of /DParts";
+    EXPECT_EQ(part.page.num, 0);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// The span copier: text copied as it stands, references rewritten through the sink's table (or kept), /Length slots,
-// strings and stream bodies.
+// The span copier: text as it stands, references rewritten (or kept), /Length slots, strings and stream bodies.
 #include <gtest/gtest.h>
 
 #include "pdf_builder.h"
@@ -112,13 +111,11 @@ TEST(StringWriter, EscapesAndBreaksLongLines) {
     EXPECT_EQ(out, expected + "\n0a>");
 }
 
-TEST(Numbers, FacadeStreamFormatsLikeADefaultStream) {
-    Facade_stringstream s;
-    s << 612 << ' ' << 0.5 << ' ' << 1250000.0 << ' ' << -3;
-    EXPECT_EQ(std::string(s), "612 0.5 1.25e+06 -3");
-}
-
-TEST(Numbers, WriterNumbersHaveFiveDecimalsAtMostAndATrailingBlank) {
+// The writer's numbers have five decimals at most and a trailing blank; the facade stream formats like a default one.
+TEST(Numbers, WriterNumbersAndTheFacadeStream) {
+    Facade_stringstream fs;
+    fs << 612 << ' ' << 0.5 << ' ' << 1250000.0 << ' ' << -3;
+    EXPECT_EQ(std::string(fs), "612 0.5 1.25e+06 -3");
     const struct {
         float value;
         const char* text;
