@@ -40,7 +40,7 @@ std::string inflateStage(const std::string& data, int kind) {
 
 }  // namespace
 
-// Header, catalog /Version, intents and /Info, and the combination of the X and A codes by a bit-wise AND.
+// Header, catalog /Version, intents and /Info, the X and A codes combined by a bit-wise AND, and the marked flag.
 TEST(Conformance, VersionCodeTable) {
     const std::string pdfx = intent("/GTS_PDFX"), pdfa = intent("/GTS_PDFA1");
     auto xInfo = [](const std::string& v) { return "<< /GTS_PDFXVersion (" + v + ") >>"; };
@@ -48,8 +48,13 @@ TEST(Conformance, VersionCodeTable) {
         const char* header;
         std::string catalog, info;
         unsigned int code;
+        bool marked = false;
     } rows[] = {
         {"%PDF-1.4", "", "", 4},
+        {"%PDF-1.4", "/MarkInfo << /Marked true >> /Lang (en)", "", 4, true},
+        {"%PDF-1.4", "/MarkInfo << /Suspects false /Marked true /UserProperties false >>", "", 4, true},
+        {"%PDF-1.4", "/MarkInfo << /Marked false >>", "", 4, false},
+        {"%PDF-1.4", "/MarkInfo 3 0 R", "", 4, true},
         {"%PDF-1.0", "", "", 0},
         {"%PDF-2.0", "", "", 10},
         {"%PDF-1.3", "/Version /1.6", "", 6},
@@ -88,9 +93,10 @@ TEST(Conformance, VersionCodeTable) {
         {"%PDF-1.4", pdfx, "<< /GTS_PDFXVersion (PDF/X-2:2003) /GTS_PDFAVersion (PDF/A-3) >>", 0xF004},
     };
     for (const auto& r : rows) {
-        Doc o(conformDoc(r.header, r.catalog, {}, r.info));
+        Doc o(conformDoc(r.header, r.catalog, {{3, "<< /Marked true >>"}}, r.info));
         ASSERT_EQ(o.rc, 0) << r.header << " " << r.catalog;
         EXPECT_EQ(o.page->getVersion(), r.code) << r.header << " | " << r.catalog << " | " << r.info;
+        EXPECT_EQ(o.page->isMarked(), r.marked) << r.catalog;
     }
 }
 
@@ -185,36 +191,8 @@ TEST(Conformance, OutputIntentsDirectAndByReference) {
     }
 }
 
-TEST(Conformance, MarkedFlag) {
-    const struct {
-        std::string catalog;
-        bool marked;
-    } rows[] = {{"/MarkInfo << /Marked true >>", true},
-                {"/MarkInfo << /Suspects false /Marked true /UserProperties false >>", true},
-                {"/MarkInfo << /Marked false >>", false},
-                {"/MarkInfo 3 0 R", true},
-                {"", false}};
-    for (const auto& r : rows) {
-        Doc o(conformDoc("%PDF-1.4", r.catalog + " /Lang (en)", {{3, "<< /Marked true >>"}}, ""));
-        ASSERT_EQ(o.rc, 0) << r.catalog;
-        EXPECT_EQ(o.page->isMarked(), r.marked) << r.catalog;
-    }
-}
-
-TEST(AsciiEncode, FilterEntry) {
-    std::stringstream in(pdftest::minimalPdf());
-    CPDFKilnPage_Encode e(in, "");
-    const struct {
-        const char* old;
-        const char* entry;
-    } rows[] = {{"/Filter /FlateDecode", "/Filter  [/ASCII85Decode/FlateDecode ]"},
-                {"/Filter[/LZWDecode /FlateDecode]", "/Filter  [/ASCII85Decode/LZWDecode /FlateDecode ]"},
-                {"", "/Filter /ASCII85Decode "}};
-    for (const auto& r : rows) EXPECT_EQ(e.constructFilterEntity(r.old), r.entry);
-}
-
-// The layer on a page's streams: filtered binary data is wrapped, ASCII data, unfiltered data and data already behind
-// /ASCII85Decode are not.
+// The layer on a page's streams: filtered binary data is wrapped, ASCII, unfiltered and already ASCII85 data are not;
+// and the /Filter entry it writes.
 TEST(AsciiEncode, StreamsOfAPage) {
     std::string binary;
     for (int i = 0; i < 600; ++i) binary += static_cast<char>((i * 37) & 0xFF);
@@ -237,6 +215,10 @@ TEST(AsciiEncode, StreamsOfAPage) {
         for (int i = 0; i < 6; ++i) objects[4 + i] = rows[i].dict + " stream:" + rows[i].data;
         std::stringstream in(buildPdf(objects));
         CPDFKilnPage_Encode e(in, "");
+        EXPECT_EQ(e.constructFilterEntity("/Filter /FlateDecode"), "/Filter  [/ASCII85Decode/FlateDecode ]");
+        EXPECT_EQ(e.constructFilterEntity("/Filter[/LZWDecode /FlateDecode]"),
+                  "/Filter  [/ASCII85Decode/LZWDecode /FlateDecode ]");
+        EXPECT_EQ(e.constructFilterEntity(""), "/Filter /ASCII85Decode ");
         ASSERT_EQ(e.init(), 0);
         e.setDecodeParmsFollow(options);
         e.setEncodeUnfiltered(options);
