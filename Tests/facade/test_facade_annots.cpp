@@ -51,11 +51,10 @@ TEST(AnnotMasks, SubtypesAndFieldKinds) {
         CAnnot::checkEnableAnnots(row.subtype, row.mask, flags, custom);
         EXPECT_EQ((flags & kAnnotDisabled) != 0, row.off) << row.subtype << " " << row.mask;
     }
-    EXPECT_EQ(CAnnot::getFieldType(0x10000, "/Btn"), 0);
-    EXPECT_EQ(CAnnot::getFieldType(0x8000, "/Btn"), 1);
-    EXPECT_EQ(CAnnot::getFieldType(0, "/Btn"), 2);
-    EXPECT_EQ(CAnnot::getFieldType(0x20000, "/Ch"), 4);
-    EXPECT_EQ(CAnnot::getFieldType(0, "/Tx"), 5);
+    EXPECT_EQ((std::vector<int>{CAnnot::getFieldType(0x10000, "/Btn"), CAnnot::getFieldType(0x8000, "/Btn"),
+                                CAnnot::getFieldType(0, "/Btn"), CAnnot::getFieldType(0x20000, "/Ch"),
+                                CAnnot::getFieldType(0, "/Tx")}),
+              (std::vector<int>{0, 1, 2, 4, 5}));
     int flags = 0;
     CAnnot::checkEnableAcroForms(5, "/Tx", 32, flags);
     EXPECT_EQ(flags, kAnnotDisabled | kFieldDisabled);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "facade_test_util.h"
 #include "test_util.h"
@@ -69,15 +70,13 @@ TEST(FacadeOpening, PlainFileOpensAndHasNothingToDecrypt) {
     EXPECT_EQ(d.page->getPageCount(), 0);
     SFileInfo info;
     EXPECT_TRUE(d.page->GetSourceFileInfo(info));
-    EXPECT_EQ(info.securityVersion, 0);
-    EXPECT_FALSE(info.keyOpenWithEmpty);
-    EXPECT_FALSE(info.passwordNeeded);
+    EXPECT_EQ(std::make_tuple(info.securityVersion, info.keyOpenWithEmpty, info.passwordNeeded),
+              std::make_tuple(0, false, false));
     EXPECT_STREQ(info.versionName, "PDF-1.3");
     PASSWORD_TYPE type = ePasswordRequired;
     int permissions = 0;
     EXPECT_EQ(d.page->getSecurity(type, permissions), 0);
-    EXPECT_EQ(type, ePasswordNone);
-    EXPECT_EQ(permissions, -4);
+    EXPECT_EQ(std::make_pair(type, permissions), std::make_pair(ePasswordNone, -4));
     EXPECT_TRUE(d.page->getEncryptString().empty());
 }
 
@@ -160,8 +159,8 @@ TEST(FacadePassword, DirectEncryptDictionaryInTheTrailer) {
     one.startxref(one.xrefTable("/Encrypt << /Filter /Standard /V 1 /R 2 /O (o) /U (u) /P -4 >> /Root 1 0 R"));
     Doc d(one.str());
     ASSERT_EQ(d.rc, 0);
-    EXPECT_EQ(d.src().fileInfo.encrypt.handlerKind, 1);
-    EXPECT_EQ(d.src().fileInfo.encrypt.Length, 40);
+    const CEncrypt& enc = d.src().fileInfo.encrypt;
+    EXPECT_EQ(std::make_pair(enc.handlerKind, enc.Length), std::make_pair(1, 40));
     EXPECT_EQ(d.src().catalog.pagesRef, SObj(2, 0));
 
     PdfBuilder b;
@@ -174,8 +173,8 @@ TEST(FacadePassword, DirectEncryptDictionaryInTheTrailer) {
                             std::to_string(x1)));
     Doc r(b.str());
     ASSERT_EQ(r.rc, 0);
-    EXPECT_EQ(r.src().fileInfo.classicSections, 2);
-    EXPECT_EQ(r.src().fileInfo.encrypt.cipherMode, 2);
+    const CFileInfo& fi = r.src().fileInfo;
+    EXPECT_EQ(std::make_pair(fi.classicSections, fi.encrypt.cipherMode), std::make_pair(2, 2));
     r.src().fileInfo.encrypt.passwordFlagOwner = true;
     EXPECT_NO_THROW(r.page->SetSourcePassword(std::string("secret")));
     EXPECT_EQ(r.src().fileInfo.classicSections, 2);

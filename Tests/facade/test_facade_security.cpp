@@ -55,8 +55,7 @@ TEST_F(Protected, PasswordsOpenThePagesAndGetSecurityTellsTheSituation) {
         PASSWORD_TYPE type = ePasswordNone;
         int permissions = 0;
         EXPECT_EQ(doc.getSecurity(type, permissions), 0);
-        EXPECT_EQ(type, ePasswordRequired) << args;
-        EXPECT_EQ(permissions, -4);
+        EXPECT_EQ(std::make_pair(type, permissions), std::make_pair(ePasswordRequired, -4)) << args;
         EXPECT_NE(doc.getEncryptString().find("/Standard"), std::string::npos);
         for (const auto& t : trials) {
             CPDFKilnPage p(path.c_str(), "");
@@ -81,8 +80,7 @@ TEST_F(Protected, EmptyUserPasswordOpensWithoutAsking) {
     ASSERT_EQ(doc.init(), 0);
     SFileInfo info;
     doc.GetSourceFileInfo(info);
-    EXPECT_TRUE(info.keyOpenWithEmpty);
-    EXPECT_FALSE(info.passwordNeeded);
+    EXPECT_EQ(std::make_pair(info.keyOpenWithEmpty, info.passwordNeeded), std::make_pair(true, false));
     EXPECT_EQ(doc.getPageCount(), 2);
     EXPECT_EQ(content(doc, 1), expected);
 }

@@ -179,8 +179,7 @@ TEST(PageSelection, SameNumberKeepsTheMapAndZeroFirstIsANoOp) {
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"}}));
     ASSERT_EQ(d.rc, 0);
     EXPECT_EQ(d.page->setPageNo(0), 0);
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->setStartObjNo(10);
+    ASSERT_TRUE(d.select(1, 10));
     ASSERT_EQ(d.page->size(), 1u);
     EXPECT_EQ(d.page->setPageNo(1), 0);
     EXPECT_EQ(d.page->size(), 1u);
