@@ -1,6 +1,8 @@
 // Annotations: the geometry chain, the masks, and a page's annotations moved by the caller's matrix.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "facade_test_util.h"
 #include "pdfkiln_destfile.h"
 
@@ -73,7 +75,7 @@ std::string annotatedPdf(bool inlineArray) {
          {7, "[5 0 R 6 0 R]"}});
 }
 
-TEST(FacadeAnnots, AnnotationsMoveWithThePageAndLinksGetTargets) {
+TEST(FacadeAnnots, AnnotationsMoveWithThePageLinksGetTargetsAndMasksSwitchOff) {
     for (bool inlineArray : {false, true}) {
         Doc d(annotatedPdf(inlineArray));
         ASSERT_EQ(d.rc, 0);
@@ -86,9 +88,7 @@ TEST(FacadeAnnots, AnnotationsMoveWithThePageAndLinksGetTargets) {
         const std::string all = deliveredText(f);
         const std::vector<DestTD> dests = f.getDestVector();
         ASSERT_EQ(dests.size(), 1u);
-        EXPECT_EQ(dests[0].page, 2);
-        EXPECT_EQ(dests[0].style, 1);
-        EXPECT_EQ(dests[0].pos[0], 5);
+        EXPECT_EQ(std::make_tuple(dests[0].page, dests[0].style, dests[0].pos[0]), std::make_tuple(2, 1, 5.0f));
         expectParts(all, {"/Rect [105 5 115 10]", "/P  99 0 R", "(/Helv 6 Tf 0 g)",
                           "/Dest " + std::to_string(dests[0].number) + " 0 R"});
         const std::string annots = got(f, &CPDFKilnPage::getPageAnnots);
@@ -97,9 +97,7 @@ TEST(FacadeAnnots, AnnotationsMoveWithThePageAndLinksGetTargets) {
         if (inlineArray) expectParts(annots, {"105.000000 5.000000 110.000000 10.000000"});
         expectParts(got(f, &CPDFKilnPage::getAcroFormFields, 0), {"/NeedAppearances"});
     }
-}
-
-TEST(FacadeAnnots, MasksSwitchOffAndFormMaskZeroLeavesTheFormAlone) {
+    // The annotation mask switches the link off; a form mask of zero leaves the form alone.
     Doc d(annotatedPdf(false));
     d.page->setAnnotsEnable(-1);
     ASSERT_TRUE(d.select(1, 20));

@@ -67,7 +67,7 @@ TEST(AcroForm, FieldsAreKeptAndWhatTheFormReachesJoinsTheClosure) {
     }
 }
 
-TEST(AcroForm, WriteMergesTheFieldsOfAllSourcesAndStopsAtAMissingOne) {
+TEST(CatalogWrite, FormFieldsOfAllSourcesStopAtAMissingOneAndOptionalContentKeepsTheDefaultLists) {
     auto a = onePage("/AcroForm << /Fields [10 0 R 11 0 R] >>");
     a[10] = "<< /FT /Tx >>";
     a[11] = "<< /FT /Btn >>";
@@ -75,8 +75,7 @@ TEST(AcroForm, WriteMergesTheFieldsOfAllSourcesAndStopsAtAMissingOne) {
     b[9] = "<< /Fields [7 0 R] /DA (x) >>";
     b[7] = "<< /FT /Ch >>";
     Opened sa(buildPdf(a)), sb(buildPdf(b));
-    ASSERT_EQ(sa.rc, 0);
-    ASSERT_EQ(sb.rc, 0);
+    ASSERT_EQ(std::make_pair(sa.rc, sb.rc), std::make_pair(0, 0));
     CDestFile out, partial;
     out.addSource(&sa.file);
     out.addSource(&sb.file);
@@ -95,6 +94,17 @@ TEST(AcroForm, WriteMergesTheFieldsOfAllSourcesAndStopsAtAMissingOne) {
     EXPECT_EQ(static_cast<const std::string&>(partial), "50 0 obj\n<</Fields[100 0 R ");
     out.sources.clear();
     partial.sources.clear();
+    // Optional content keeps only the default lists, with null for groups left out.
+    COCProperties oc;
+    oc.self = SObj(40, 0);
+    oc.off = {SObj(6, 0), SObj(7, 0)};
+    oc.on = {SObj(5, 0)};
+    oc.ocgs = {SObj(5, 0), SObj(6, 0), SObj(7, 0)};
+    CDestFile ocOut;
+    ocOut.insertNewObjTab(NewObjTable{0, 0, 5, 0}, SObj(105, 0));
+    ocOut.insertNewObjTab(NewObjTable{0, 0, 7, 0}, SObj(107, 0));
+    EXPECT_TRUE(oc.Write(ocOut, sa.file));
+    EXPECT_EQ(static_cast<const std::string&>(ocOut), "40 0 obj\n<</D<</OFF[ null  107 0 R]/ON[ 105 0 R]>> >>\nendobj\n");
 }
 
 TEST(CatalogDictionaries, DamagedOnesEndAndLeaveTheCatalogWhole) {
@@ -142,20 +152,6 @@ TEST(OCProperties, ListsOfTheDefaultConfigurationAreRead) {
         s.file.CheckAndInit();
         EXPECT_EQ(nums(s.file.catalog.ocProperties.on), (std::vector<int>{5}));
     }
-}
-
-TEST(OCProperties, WriteKeepsOnlyTheDefaultListsWithNullForGroupsLeftOut) {
-    COCProperties oc;
-    oc.self = SObj(40, 0);
-    oc.off = {SObj(6, 0), SObj(7, 0)};
-    oc.on = {SObj(5, 0)};
-    oc.ocgs = {SObj(5, 0), SObj(6, 0), SObj(7, 0)};
-    CDestFile out;
-    out.insertNewObjTab(NewObjTable{0, 0, 5, 0}, SObj(105, 0));
-    out.insertNewObjTab(NewObjTable{0, 0, 7, 0}, SObj(107, 0));
-    pdftest::Source any(pdftest::minimalPdf());
-    EXPECT_TRUE(oc.Write(out, any.file));
-    EXPECT_EQ(static_cast<const std::string&>(out), "40 0 obj\n<</D<</OFF[ null  107 0 R]/ON[ 105 0 R]>> >>\nendobj\n");
 }
 
 TEST(Names, WhatANameTreeNeedsIsDeliveredAndPagesStayOut) {
