@@ -1,5 +1,4 @@
-// Assembles small PDF files with correct offsets; a test damages one by leaving a call out, adding raw text, or passing
-// a wrong value.
+// Assembles small PDF files with correct offsets; a test damages one by a left-out call, raw text or a wrong value.
 #ifndef PDFKILN_TESTS_READER_PDF_BUILDER_H
 #define PDFKILN_TESTS_READER_PDF_BUILDER_H
 
@@ -72,8 +71,7 @@ std::string hexEncode(const std::string& data);
 // The smallest valid document: catalog 1, an empty page tree 2, classic table.
 std::string minimalPdf(const std::string& header = "%PDF-1.4", const std::string& junk = "");
 
-// A document of the given bodies ("<dict> stream:<data>" makes a stream); 1 and 2 default to the catalog and a page tree
-// of the one page 3.
+// A document of the given bodies ("<dict> stream:<data>" is a stream); 1 and 2 default to catalog and tree of page 3.
 std::string buildPdf(std::map<int, std::string> objects, const std::string& trailer = "/Root 1 0 R",
                      const std::string& header = "%PDF-1.4");
 

@@ -100,8 +100,7 @@ TEST(Conformance, VersionCodeTable) {
     }
 }
 
-// The XMP packet: pdfaid:part 2 or 3 with a conformance decides at once, in element form under an rdf:Description that
-// declares the schema.
+// XMP: pdfaid:part 2 or 3 with a conformance decides, as elements under an rdf:Description declaring the schema.
 TEST(Conformance, XmpPdfaIdentification) {
     const std::string info = "<< /GTS_PDFAVersion (PDF/A-1b) >>";  // what decides when the XMP does not
     auto el = [](const char* part, const char* conf) {
@@ -191,8 +190,7 @@ TEST(Conformance, OutputIntentsDirectAndByReference) {
     }
 }
 
-// The layer on a page's streams: filtered binary data is wrapped, ASCII, unfiltered and already ASCII85 data are not;
-// and the /Filter entry it writes.
+// Filtered binary streams get the ASCII85 layer; ASCII, unfiltered and already ASCII85 data do not.
 TEST(AsciiEncode, StreamsOfAPage) {
     std::string binary;
     for (int i = 0; i < 600; ++i) binary += static_cast<char>((i * 37) & 0xFF);

@@ -104,7 +104,8 @@ TEST(CatalogWrite, FormFieldsOfAllSourcesStopAtAMissingOneAndOptionalContentKeep
     ocOut.insertNewObjTab(NewObjTable{0, 0, 5, 0}, SObj(105, 0));
     ocOut.insertNewObjTab(NewObjTable{0, 0, 7, 0}, SObj(107, 0));
     EXPECT_TRUE(oc.Write(ocOut, sa.file));
-    EXPECT_EQ(static_cast<const std::string&>(ocOut), "40 0 obj\n<</D<</OFF[ null  107 0 R]/ON[ 105 0 R]>> >>\nendobj\n");
+    EXPECT_EQ(static_cast<const std::string&>(ocOut),
+              "40 0 obj\n<</D<</OFF[ null  107 0 R]/ON[ 105 0 R]>> >>\nendobj\n");
 }
 
 TEST(CatalogDictionaries, DamagedOnesEndAndLeaveTheCatalogWhole) {

@@ -1,5 +1,4 @@
-// Opening through the facade: result codes, what init takes from the source, the password entry short of the security
-// handler, and the text utilities: escapes, text strings, values cut out of object text and the file key.
+// Opening through the facade: result codes, what init reads, the password entry, the text utilities and the file key.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -100,8 +99,7 @@ TEST(FacadeOpening, CallersStreamOutlivesTheFacadeAndAFailedInitThrowsItsCodeOnA
     EXPECT_EQ(thrown, 1000);
 }
 
-// A handler other than /Standard is refused; an /Info the table lacks stops reading before /Encrypt, so the file
-// counts as not encrypted.
+// Another handler than /Standard is refused; a missing /Info object stops reading before /Encrypt: not encrypted.
 TEST(FacadePassword, OtherHandlerAndMissingInfoObject) {
     PdfBuilder b;
     b.catalog();

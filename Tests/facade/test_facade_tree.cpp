@@ -131,30 +131,15 @@ TEST(PageGeometry, RotationIsKeptAsGivenUnlessNotAMultipleOf90AndUnknownPages) {
     EXPECT_EQ(d.page->setPageNo(5), 8000);
 }
 
-TEST(PageGeometry, SizeOfBoxesZeroToFourIsTheCropRectangle) {
-    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [-50 10 150 90] "
-                        "/TrimBox [0 0 1 1] >>"},
-                    {4, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [5 5 5 50] >>"}}));
-    ASSERT_EQ(d.rc, 0);
-    float w = 0, h = 0;
-    for (int b = 0; b <= 4; ++b) {
-        EXPECT_EQ(d.page->getPageSize(1, w, h, static_cast<Box>(b)), 0);
-        EXPECT_EQ(w, 200) << "box " << b << " answers with the unclipped crop box";
-        EXPECT_EQ(h, 80);
-    }
-    d.page->getPageSize(1, w, h, Box::eVisibleBox);
-    EXPECT_EQ(w, 150) << "the visible area is the crop box cut by the media box";
-    d.page->getPageSize(2, w, h, Box::eTrimBox);
-    EXPECT_EQ(w, 200) << "a crop box of zero width falls back to the media box";
-    EXPECT_EQ(h, 100);
-}
-
-TEST(PageGeometry, CurrentPageBoxComesFromThePageTextOnly) {
-    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R 5 0 R] /CropBox [1 2 3 4] /Count 3 >>"},
+// Pages 1-3: the current page's box comes from the page text only; pages 4-5: sizes of boxes 0 to 4 are the crop box.
+TEST(PageGeometry, CurrentPageBoxFromThePageTextAndSizesOfBoxesFromTheCropRectangle) {
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R 5 0 R 6 0 R 7 0 R] /CropBox [1 2 3 4] /Count 5 >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] >>"},
                     {4, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [1 2 3 4 5] >>"},
-                    {5, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [10 .5 30 40] >>"}}));
+                    {5, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [10 .5 30 40] >>"},
+                    {6, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [-50 10 150 90] "
+                        "/TrimBox [0 0 1 1] >>"},
+                    {7, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /CropBox [5 5 5 50] >>"}}));
     ASSERT_EQ(d.rc, 0);
     const struct {
         int page;
@@ -172,6 +157,15 @@ TEST(PageGeometry, CurrentPageBoxComesFromThePageTextOnly) {
         d.page->getPageBox(row.box, r[0], r[1], r[2], r[3]);
         EXPECT_EQ(r, row.rect) << row.page;
     }
+    float w = 0, h = 0;
+    for (int b = 0; b <= 4; ++b) {
+        EXPECT_EQ(d.page->getPageSize(4, w, h, static_cast<Box>(b)), 0);
+        EXPECT_EQ(std::make_pair(w, h), std::make_pair(200.0f, 80.0f)) << "box " << b << ": the unclipped crop box";
+    }
+    d.page->getPageSize(4, w, h, Box::eVisibleBox);
+    EXPECT_EQ(w, 150) << "the visible area is the crop box cut by the media box";
+    d.page->getPageSize(5, w, h, Box::eTrimBox);
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(200.0f, 100.0f)) << "a zero-width crop box gives the media box";
 }
 
 TEST(PageSelection, SameNumberKeepsTheMapAndZeroFirstIsANoOp) {
