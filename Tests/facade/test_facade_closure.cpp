@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <tuple>
 
 #include "facade_test_util.h"
 #include "pdfkiln_destfile.h"
@@ -206,8 +207,7 @@ TEST(PageNumbering, AesTargetRoundsStreamLengthsIncludingIndirectOnes) {
     std::vector<int> lengths;
     for (auto it = d.page->begin(); it != d.page->end(); ++it) {
         if (d.page->calcStreamLength(it) == 0) continue;
-        char* b = nullptr;
-        char* e = nullptr;
+        char *b = nullptr, *e = nullptr;
         auto where = d.page->end();
         d.page->findLengthPos(it, b, e, where);
         ASSERT_NE(where, d.page->end());
@@ -233,8 +233,7 @@ TEST(PageNumbering, KeyLengthsCipherChoiceStreamLengthsAndLengthPositions) {
     m[{3, 0}] = "<< /Length 5 >>stream\nabcde\nendstream";
     EXPECT_EQ(m.calcStreamLength(m.find({1, 0})), 17) << "white space behind the keyword is not counted";
     EXPECT_EQ(m.calcStreamLength(m.find({2, 0})), 0);
-    char* b = nullptr;
-    char* e = nullptr;
+    char *b = nullptr, *e = nullptr;
     auto where = m.end();
     m.findLengthPos(m.find({1, 0}), b, e, where);
     EXPECT_EQ(where, m.find({2, 0})) << "an indirect /Length is corrected in the number object";
@@ -278,9 +277,7 @@ TEST(PageContentStored, OneStreamWithDirectFilterOnly) {
         const std::string what = c.extra.begin()->second;
         EXPECT_EQ(d.page->getPageContentsEncoded(&data, filter, parms), c.rc) << what;
         ASSERT_NE(data, nullptr);
-        EXPECT_EQ(*data, c.data) << what;
-        EXPECT_EQ(filter, c.filter) << what;
-        EXPECT_EQ(parms, c.parms) << what;
+        EXPECT_EQ(std::make_tuple(*data, filter, parms), std::make_tuple(c.data, c.filter, c.parms)) << what;
     }
 }
 

@@ -251,8 +251,7 @@ TEST(AsciiEncode, StreamsOfAPage) {
 }
 
 TEST(Conformance, OptionalContentInTheCallersNumbering) {
-    // Groups A and B are on the page, C only in the catalog: the page's numbering maps A and B, so C is left out. /ON
-    // is taken first, so A stays on although /OFF lists it too.
+    // C, on no page, is left out of the caller's numbering; /ON is taken first, so A stays on though /OFF lists it.
     pagestest::Doc d(pagestest::buildPdf(
         {{1, "<< /Type /Catalog /Pages 2 0 R /OCProperties << /OCGs [5 0 R 6 0 R 7 0 R] "
              "/D << /ON [5 0 R] /OFF [6 0 R 5 0 R] /Order [7 0 R 6 0 R 5 0 R] >> >> >>"},
