@@ -13,7 +13,7 @@ namespace {
 
 std::vector<float> corners(const RectTD& r) { return {r.left, r.bottom, r.right, r.top}; }
 
-TEST(AnnotGeometry, RectPointsAndRotationFollowTheChain) {
+TEST(AnnotGeometry, RectPointsRotationMasksAndFieldKinds) {
     RectTD r;
     CAnnot::TransRect(RectTD{0, 0, 10, 10}, PgCmTD{0, 1, -1, 0, 0, 0}, r, false);
     EXPECT_EQ(corners(r), (std::vector<float>{0, 0, -10, 10}));
@@ -37,18 +37,16 @@ TEST(AnnotGeometry, RectPointsAndRotationFollowTheChain) {
     da.text = "/Helv 12 Tf 0 g";
     da.Translate4Annot(PgCmTD{0.5f, 0, 0, 0.5f, 0, 0});
     EXPECT_EQ(da.text, "/Helv 6 Tf 0 g");
-}
-
-TEST(AnnotMasks, SubtypesAndFieldKinds) {
+    // The masks by subtype, and the field kinds.
     const std::vector<std::string> custom{"/MyNote"};
     const struct {
         const char* subtype;
         int mask;
         bool off;
-    } rows[] = {{"/Link", 0, false},         {"/Link", 1, true},         {"/Text", 1, false},
+    } masks[] = {{"/Link", 0, false},         {"/Link", 1, true},         {"/Text", 1, false},
                 {"/Link", -1, true},         {"/Foo", 0x40000000, true}, {"/Link", 0x40000000, false},
                 {"/MyNote", int(0x80000000u), true}, {"/Other", int(0x80000000u), false}};
-    for (const auto& row : rows) {
+    for (const auto& row : masks) {
         int flags = 0;
         CAnnot::checkEnableAnnots(row.subtype, row.mask, flags, custom);
         EXPECT_EQ((flags & kAnnotDisabled) != 0, row.off) << row.subtype << " " << row.mask;

@@ -89,7 +89,7 @@ TEST(SpanCopier, LengthSlotsAndObjectStreamMembers) {
     EXPECT_NE(sink.find("/Length " + std::to_string(data.size()) + " "), std::string::npos) << sink;
 }
 
-TEST(StringWriter, EscapesAndBreaksLongLines) {
+TEST(Writer, StringsEscapedAndBrokenAndNumbers) {
     std::string out;
     CStringType::WrtString(out, std::string("\r\t\b\f\\()x"));
     EXPECT_EQ(out, "\\r\\t\\b\\f\\\\\\(\\)x)");
@@ -102,10 +102,7 @@ TEST(StringWriter, EscapesAndBreaksLongLines) {
     std::string expected;
     for (int i = 0; i < 80; ++i) expected += "0a";
     EXPECT_EQ(out, expected + "\n0a>");
-}
-
-// The writer's numbers have five decimals at most and a trailing blank; the facade stream formats like a default one.
-TEST(Numbers, WriterNumbersAndTheFacadeStream) {
+    // Numbers have five decimals at most and a trailing blank; the facade stream formats like a default one.
     Facade_stringstream fs;
     fs << 612 << ' ' << 0.5 << ' ' << 1250000.0 << ' ' << -3;
     EXPECT_EQ(std::string(fs), "612 0.5 1.25e+06 -3");
