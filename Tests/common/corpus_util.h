@@ -1,5 +1,4 @@
-// Helpers of the corpus tests: listing the shared corpus and running the pdfkiln tool and the peer tools as
-// subprocesses.
+// Helpers of the corpus tests: listing the shared corpus and running the tools as subprocesses.
 #ifndef PDFKILN_TESTS_CORPUS_UTIL_H
 #define PDFKILN_TESTS_CORPUS_UTIL_H
 
@@ -30,8 +29,7 @@ inline std::vector<std::string> qpdfFiles() {
     return files;
 }
 
-// The pdfkiln tool under a time bound. Sanitizer reports get exit codes of their own, so that they are told apart from
-// the tool's own failure code.
+// The pdfkiln tool under a time bound; sanitizer reports get exit codes apart from the tool's own.
 inline int runTool(const std::string& args, std::string* out, int seconds = 10) {
     return run("ASAN_OPTIONS=exitcode=86:detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:exitcode=87 timeout " +
                    std::to_string(seconds) + " " + quote(PDFKILN_TOOL) + " " + args,

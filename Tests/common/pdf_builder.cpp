@@ -4,12 +4,8 @@
 
 namespace pdftest {
 
-PdfBuilder::PdfBuilder(const std::string& header, const std::string& junk) {
-    text_ = junk;
-    base_ = static_cast<long>(junk.size());
-    text_ += header;
-    text_ += "\n%\xE2\xE3\xCF\xD3\n";
-}
+PdfBuilder::PdfBuilder(const std::string& header, const std::string& junk)
+    : text_(junk + header + "\n%\xE2\xE3\xCF\xD3\n"), base_(static_cast<long>(junk.size())) {}
 
 void PdfBuilder::raw(const std::string& s) { text_ += s; }
 
@@ -127,18 +123,14 @@ long PdfBuilder::offsetOf(int num) const {
 std::string hexEncode(const std::string& data) {
     static const char digits[] = "0123456789ABCDEF";
     std::string out;
-    for (unsigned char c : data) {
-        out += digits[c >> 4];
-        out += digits[c & 15];
-    }
+    for (unsigned char c : data) out += {digits[c >> 4], digits[c & 15]};
     return out + ">";
 }
 
 std::string minimalPdf(const std::string& header, const std::string& junk) {
     PdfBuilder b(header, junk);
     b.catalog();
-    long x = b.xrefTable("/Root 1 0 R");
-    b.startxref(x);
+    b.startxref(b.xrefTable("/Root 1 0 R"));
     return b.str();
 }
 

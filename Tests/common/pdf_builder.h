@@ -1,6 +1,4 @@
-// Assembles small PDF files for the reader tests: object bodies in, a file with correct offsets, cross-reference table
-// or stream and trailer out. Every part is written by an explicit call, so a test damages a file by leaving a call out,
-// adding raw text, or passing a wrong value.
+// Assembles small PDF files with correct offsets; a test damages one by a left-out call, raw text or a wrong value.
 #ifndef PDFKILN_TESTS_READER_PDF_BUILDER_H
 #define PDFKILN_TESTS_READER_PDF_BUILDER_H
 
@@ -22,11 +20,9 @@ public:
 
     // "num gen obj\n<body>\nendobj\n"; returns its offset.
     long object(int num, const std::string& body, int gen = 0);
-    // A stream object: "<< <dict> /Length L >>" and the data. L is the data size unless `lengthValue` is given (any
-    // text, e.g. "0", "9 0 R").
+    // "<< <dict> /Length L >>" and the data; L is the data size unless `lengthValue` (any text) is given.
     long stream(int num, const std::string& dict, const std::string& data, const std::string& lengthValue = "");
-    // An object stream holding `objs`; they become compressed entries of the next cross-reference stream. `filter` is
-    // "" or "/AHx" (data hex-encoded).
+    // An object stream of `objs`, compressed entries of the next cross-reference stream; `filter` is "" or "/AHx".
     long objectStream(int num, const std::vector<std::pair<int, std::string>>& objs,
                       const std::string& filter = "", const std::string& lengthValue = "");
     void raw(const std::string& s);
@@ -38,11 +34,11 @@ public:
     // The decoded data of an object stream holding `objs`, as objectStream writes it.
     static std::string objectStreamData(const std::vector<std::pair<int, std::string>>& objs, int* first = nullptr);
 
-    // Classic section of every entry recorded since the previous section, then "trailer\n<< /Size n <trailer> >>\n"
-    // (/Size left out if `trailer` has one). Returns the offset of "xref".
+    // Classic section of the entries since the last section and "trailer\n<< /Size n <trailer> >>\n" (no /Size if
+    // `trailer` has one). Returns the offset of "xref".
     long xrefTable(const std::string& trailer);
-    // Cross-reference stream object `num` over the same entries and its own. `filter` is "" or "/AHx". `index` replaces
-    // the computed /Index array: "none" leaves the key out, any other text is written as the value. Returns its offset.
+    // Cross-reference stream `num` over the same entries and its own; `index` replaces the computed /Index ("none":
+    // left out). Returns its offset.
     long xrefStream(int num, const std::string& dict, const std::string& filter = "",
                     const std::string& index = "");
     // "startxref\n<value>\n%%EOF\n".
@@ -56,12 +52,11 @@ public:
 
 private:
     struct Entry {
-        int type;
+        int type;  // 0 free, 1 in use, 2 compressed
         long f2;
         int f3;
     };
-    // The pending entries (with the free head, in the first section) in runs of consecutive numbers, each as its first
-    // number and its entries.
+    // The pending entries (with the free head in the first section) in runs of consecutive numbers.
     std::vector<std::pair<int, std::vector<Entry>>> takeSections();
     std::string text_;
     long base_ = 0;
@@ -76,8 +71,7 @@ std::string hexEncode(const std::string& data);
 // The smallest valid document: catalog 1, an empty page tree 2, classic table.
 std::string minimalPdf(const std::string& header = "%PDF-1.4", const std::string& junk = "");
 
-// A document of the given object bodies; bodies that contain "stream:" are written as "<dict>" "stream:" "<data>"
-// stream objects. Without objects 1 and 2 of their own, 1 is the catalog and 2 a page tree of the one page 3.
+// A document of the given bodies ("<dict> stream:<data>" is a stream); 1 and 2 default to catalog and tree of page 3.
 std::string buildPdf(std::map<int, std::string> objects, const std::string& trailer = "/Root 1 0 R",
                      const std::string& header = "%PDF-1.4");
 

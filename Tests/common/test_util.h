@@ -1,5 +1,4 @@
-// Helpers that the suites share: files, a scratch directory, subprocesses and the checked-in lists of explained
-// differences.
+// Helpers the suites share: files, a scratch directory, subprocesses and the lists of explained differences.
 #ifndef PDFKILN_TESTS_COMMON_TEST_UTIL_H
 #define PDFKILN_TESTS_COMMON_TEST_UTIL_H
 
@@ -52,8 +51,7 @@ inline std::string quote(const std::string& s) {
     return q + "'";
 }
 
-// Runs a shell command; returns its exit status (128 + signal when killed) and, when asked, its standard output
-// (standard error is dropped then).
+// Runs a shell command: its exit status (128 + signal when killed) and, when asked, its standard output alone.
 inline int run(const std::string& cmd, std::string* out = nullptr) {
     FILE* p = popen((cmd + (out ? " 2>/dev/null" : " >/dev/null 2>&1")).c_str(), "r");
     if (!p) return -1;

@@ -26,6 +26,8 @@ struct Doc {
     }
     Doc(Doc&&) = default;
     PDF_KILN::CSourFile& src() const { return *page->getSource(); }
+    // Selects page `n` and numbers its closure from `start`: true when opening, selecting and numbering succeed.
+    bool select(int n, int start) { return rc == 0 && page->setPageNo(n) == 0 && page->setStartObjNo(start) == 0; }
     std::unique_ptr<std::stringstream> in;
     std::unique_ptr<PDF_KILN::CPDFKilnPage> page;
     int rc = -1;
@@ -36,6 +38,14 @@ inline void expectParts(const std::string& text, std::initializer_list<std::stri
                         std::initializer_list<std::string> absent = {}) {
     for (const std::string& p : present) EXPECT_NE(text.find(p), std::string::npos) << p << " in " << text;
     for (const std::string& a : absent) EXPECT_EQ(text.find(a), std::string::npos) << a << " in " << text;
+}
+
+// The text a getter with an out-pointer delivered ("<null>" for none), checking that it returned 0.
+template <typename... A, typename... B>
+std::string got(PDF_KILN::CPDFKilnPage& f, int (PDF_KILN::CPDFKilnPage::*get)(const std::string**, A...), B... args) {
+    const std::string* p = nullptr;
+    EXPECT_EQ((f.*get)(&p, args...), 0);
+    return p ? *p : "<null>";
 }
 
 // Every object text the facade delivered for the current page, by new number.

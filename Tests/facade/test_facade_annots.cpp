@@ -1,6 +1,7 @@
-// Annotations: the geometry chain, the masks, and a page's annotations as the facade delivers them moved by the
-// caller's matrix.
+// Annotations: the geometry chain, the masks, and a page's annotations moved by the caller's matrix.
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 #include "facade_test_util.h"
 #include "pdfkiln_destfile.h"
@@ -12,7 +13,7 @@ namespace {
 
 std::vector<float> corners(const RectTD& r) { return {r.left, r.bottom, r.right, r.top}; }
 
-TEST(AnnotGeometry, RectPointsAndRotationFollowTheChain) {
+TEST(AnnotGeometry, RectPointsRotationMasksAndFieldKinds) {
     RectTD r;
     CAnnot::TransRect(RectTD{0, 0, 10, 10}, PgCmTD{0, 1, -1, 0, 0, 0}, r, false);
     EXPECT_EQ(corners(r), (std::vector<float>{0, 0, -10, 10}));
@@ -36,27 +37,24 @@ TEST(AnnotGeometry, RectPointsAndRotationFollowTheChain) {
     da.text = "/Helv 12 Tf 0 g";
     da.Translate4Annot(PgCmTD{0.5f, 0, 0, 0.5f, 0, 0});
     EXPECT_EQ(da.text, "/Helv 6 Tf 0 g");
-}
-
-TEST(AnnotMasks, SubtypesAndFieldKinds) {
+    // The masks by subtype, and the field kinds.
     const std::vector<std::string> custom{"/MyNote"};
     const struct {
         const char* subtype;
         int mask;
         bool off;
-    } rows[] = {{"/Link", 0, false},         {"/Link", 1, true},         {"/Text", 1, false},
+    } masks[] = {{"/Link", 0, false},         {"/Link", 1, true},         {"/Text", 1, false},
                 {"/Link", -1, true},         {"/Foo", 0x40000000, true}, {"/Link", 0x40000000, false},
                 {"/MyNote", int(0x80000000u), true}, {"/Other", int(0x80000000u), false}};
-    for (const auto& row : rows) {
+    for (const auto& row : masks) {
         int flags = 0;
         CAnnot::checkEnableAnnots(row.subtype, row.mask, flags, custom);
         EXPECT_EQ((flags & kAnnotDisabled) != 0, row.off) << row.subtype << " " << row.mask;
     }
-    EXPECT_EQ(CAnnot::getFieldType(0x10000, "/Btn"), 0);
-    EXPECT_EQ(CAnnot::getFieldType(0x8000, "/Btn"), 1);
-    EXPECT_EQ(CAnnot::getFieldType(0, "/Btn"), 2);
-    EXPECT_EQ(CAnnot::getFieldType(0x20000, "/Ch"), 4);
-    EXPECT_EQ(CAnnot::getFieldType(0, "/Tx"), 5);
+    EXPECT_EQ((std::vector<int>{CAnnot::getFieldType(0x10000, "/Btn"), CAnnot::getFieldType(0x8000, "/Btn"),
+                                CAnnot::getFieldType(0, "/Btn"), CAnnot::getFieldType(0x20000, "/Ch"),
+                                CAnnot::getFieldType(0, "/Tx")}),
+              (std::vector<int>{0, 1, 2, 4, 5}));
     int flags = 0;
     CAnnot::checkEnableAcroForms(5, "/Tx", 32, flags);
     EXPECT_EQ(flags, kAnnotDisabled | kFieldDisabled);
@@ -75,7 +73,7 @@ std::string annotatedPdf(bool inlineArray) {
          {7, "[5 0 R 6 0 R]"}});
 }
 
-TEST(FacadeAnnots, AnnotationsMoveWithThePageAndLinksGetTargets) {
+TEST(FacadeAnnots, AnnotationsMoveWithThePageLinksGetTargetsAndMasksSwitchOff) {
     for (bool inlineArray : {false, true}) {
         Doc d(annotatedPdf(inlineArray));
         ASSERT_EQ(d.rc, 0);
@@ -88,38 +86,24 @@ TEST(FacadeAnnots, AnnotationsMoveWithThePageAndLinksGetTargets) {
         const std::string all = deliveredText(f);
         const std::vector<DestTD> dests = f.getDestVector();
         ASSERT_EQ(dests.size(), 1u);
-        EXPECT_EQ(dests[0].page, 2);
-        EXPECT_EQ(dests[0].style, 1);
-        EXPECT_EQ(dests[0].pos[0], 5);
+        EXPECT_EQ(std::make_tuple(dests[0].page, dests[0].style, dests[0].pos[0]), std::make_tuple(2, 1, 5.0f));
         expectParts(all, {"/Rect [105 5 115 10]", "/P  99 0 R", "(/Helv 6 Tf 0 g)",
                           "/Dest " + std::to_string(dests[0].number) + " 0 R"});
-        const std::string* annots = nullptr;
-        EXPECT_EQ(f.getPageAnnots(&annots), 0);
-        ASSERT_NE(annots, nullptr);
-        EXPECT_EQ(annots->find('['), inlineArray ? annots->find("[ ") : std::string::npos) << *annots;
+        const std::string annots = got(f, &CPDFKilnPage::getPageAnnots);
+        EXPECT_EQ(annots.find('['), inlineArray ? annots.find("[ ") : std::string::npos) << annots;
         // The inline path writes its rectangles with "%f".
-        if (inlineArray) expectParts(*annots, {"105.000000 5.000000 110.000000 10.000000"});
-        const std::string* form = nullptr;
-        EXPECT_EQ(f.getAcroFormFields(&form, 0), 0);
-        ASSERT_NE(form, nullptr);
-        expectParts(*form, {"/NeedAppearances"});
+        if (inlineArray) expectParts(annots, {"105.000000 5.000000 110.000000 10.000000"});
+        expectParts(got(f, &CPDFKilnPage::getAcroFormFields, 0), {"/NeedAppearances"});
     }
-}
-
-TEST(FacadeAnnots, MasksSwitchOffAndFormMaskZeroLeavesTheFormAlone) {
+    // The annotation mask switches the link off; a form mask of zero leaves the form alone.
     Doc d(annotatedPdf(false));
-    ASSERT_EQ(d.rc, 0);
     d.page->setAnnotsEnable(-1);
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->setStartObjNo(20);
+    ASSERT_TRUE(d.select(1, 20));
     expectParts(deliveredText(*d.page), {"/Widget"}, {"/Link"});
-    const std::string* form = nullptr;
-    EXPECT_EQ(d.page->getAcroFormFields(&form, 0), 0);
-    EXPECT_EQ(form, nullptr);
+    EXPECT_EQ(got(*d.page, &CPDFKilnPage::getAcroFormFields, 0), "<null>");
 }
 
-// Kept quirk: a three-number /Rect ends the inline rewrite, the first rectangle included; only the outer brackets give
-// way to blanks.
+// Kept quirk: a three-number /Rect ends the inline rewrite, the first rectangle included.
 TEST(FacadeAnnots, AThreeNumberRectEndsTheInlineRewriteAndTheTextStays) {
     Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] /Annots [<< /Subtype /Square "
                         "/Rect [1 2 3 4] >> << /Subtype /Circle /Rect [10 10 20] >>] >>"}}));
@@ -127,27 +111,18 @@ TEST(FacadeAnnots, AThreeNumberRectEndsTheInlineRewriteAndTheTextStays) {
     ASSERT_EQ(d.page->setPageNo(1), 0);
     d.page->setPageCm(PgCmTD{2, 0, 0, 2, 0, 0});
     d.page->setStartObjNo(20);
-    const std::string* annots = nullptr;
-    EXPECT_EQ(d.page->getPageAnnots(&annots), 0);
-    ASSERT_NE(annots, nullptr);
-    expectParts(*annots, {"/Rect [1 2 3 4]", "/Rect [10 10 20]"}, {"2.000000"});
+    expectParts(got(*d.page, &CPDFKilnPage::getPageAnnots), {"/Rect [1 2 3 4]", "/Rect [10 10 20]"}, {"2.000000"});
 }
 
-// Kept quirk: the form text is cut from two bytes behind the first "<", last - first - 3 bytes: the dictionary's
-// inside, whatever stands before its "<<" (getNames, whose length does not take the first's position off, differs).
+// Kept quirk: the form text is cut from two bytes behind the first "<", last - first - 3 bytes long.
 TEST(FacadeAnnots, TheFormTextIsTheDictionarysInside) {
     for (const char* form : {"<</DA(x)>>", "9 0 R"}) {
         Doc d(buildPdf({{1, std::string("<< /Type /Catalog /Pages 2 0 R /AcroForm ") + form + " >>"},
                         {3, "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 200] >>"},
                         {9, "<</DA(x)>>"}}));
-        ASSERT_EQ(d.rc, 0);
         d.page->setAcroFormsEnable(0x100);
-        ASSERT_EQ(d.page->setPageNo(1), 0);
-        d.page->setStartObjNo(20);
-        const std::string* text = nullptr;
-        ASSERT_EQ(d.page->getAcroFormFields(&text, 0), 0);
-        ASSERT_NE(text, nullptr);
-        EXPECT_EQ(*text, "/DA(x)") << form;
+        ASSERT_TRUE(d.select(1, 20));
+        EXPECT_EQ(got(*d.page, &CPDFKilnPage::getAcroFormFields, 0), "/DA(x)") << form;
     }
 }
 

@@ -1,7 +1,8 @@
-// A page's closure, its content and resources, and the renumbered object map.
+// A page's closure, its content and resources, the renumbered object map, and the page's own output.
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <tuple>
 
 #include "facade_test_util.h"
 #include "pdfkiln_destfile.h"
@@ -10,20 +11,22 @@ using namespace PDF_KILN;
 using pagestest::Doc;
 using pagestest::buildPdf;
 using pagestest::expectParts;
+using pagestest::got;
 using pagestest::nums;
 
 namespace {
 
-std::string contents(Doc& d) {
-    const std::string* out = nullptr;
-    EXPECT_EQ(d.page->getPageContents(&out), 0);
-    return out ? *out : std::string();
-}
+std::string resources(Doc& d, int newNumber = 0) { return got(*d.page, &CPDFKilnPage::getPageRes, newNumber); }
 
-std::string resources(Doc& d, int newNumber = 0) {
-    const std::string* out = nullptr;
-    EXPECT_EQ(d.page->getPageRes(&out, newNumber), 0);
-    return out ? *out : std::string();
+// Renders object `num` of the document with CPage's copier, renumbering the objects of `mapped` to 100, 101, ...
+std::string renderPage(Doc& d, int num, std::initializer_list<int> mapped) {
+    CDestFile out{std::string()};
+    out.setRenumbering(true);
+    int n = 100;
+    for (int m : mapped) out.insertNewObjTab(NewObjTable{0, 0, m, 0}, SObj(n++, 0));
+    CPage page(SObj(num, 0));
+    EXPECT_TRUE(page.LocalObj(out, d.src()));
+    return out;
 }
 
 const char* const kHelvetica = "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>";
@@ -31,8 +34,7 @@ const char* const kCourier = "<< /Type /Font /Subtype /Type1 /BaseFont /Courier 
 
 }  // namespace
 
-// Page 1 of each document: what its closure holds, its content text and its resource text, numbered from `start` (when
-// not 0).
+// Page 1 of each document: its closure, content text and resource text, numbered from `start` (when not 0).
 TEST(PageClosure, ContentAndResourcesOfPageOne) {
     const struct {
         std::map<int, std::string> objs;
@@ -56,13 +58,11 @@ TEST(PageClosure, ContentAndResourcesOfPageOne) {
          0, "<< >>", nullptr, {}, {}, {}, {}, 20},
         // A page with no resources still gets a dictionary.
         {{{3, "<< /Type /Page /Parent 2 0 R >>"}}, 0, "<< >>", ""},
-        // Streams are joined, each ended by CR: the unfiltered one keeps its line ends, the filtered one is trimmed
-        // before decoding. They are delivered decoded, not as objects.
+        // Streams are joined, each ended by CR, and delivered decoded, not as objects; only filtered data is trimmed.
         {{{3, "<< /Type /Page /Parent 2 0 R /Contents [4 0 R 5 0 R] >>"}, {4, "stream:q"},
           {5, "/Filter /AHx stream:510A>"}},
          40, nullptr, "\r\nq\n\rQ\n\r", {4, 5}, 0},
-        // An array object's members are walked in first-seen order; the array comes first with only its CR, and the
-        // walk ends at the first stream it fetches.
+        // An array's members in first-seen order, the array first with only its CR; the first stream ends the walk.
         {{{3, "<< /Type /Page /Parent 2 0 R /Contents 6 0 R >>"}, {6, "[4 0 R 7 0 R]"}, {7, "[5 0 R 4 0 R]"},
           {4, "/Filter /AHx stream:41>"}, {5, "/Filter /AHx stream:42>"}},
          0, nullptr, "\rA\r\r", {}, {}, {6, 4, 7}},
@@ -73,8 +73,7 @@ TEST(PageClosure, ContentAndResourcesOfPageOne) {
         {{{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"}, {3, "<< /Type /Page /Parent 2 0 R >>"},
           {8, "<< /Font << /F1 4 0 R >> >>"}, {4, kHelvetica}},
          50, "<< /Font << /F1  50 0 R >> >>\n", nullptr, {}, 1, {}, {8}},
-        // Inline and inherited are merged: only the resource object has /ProcSet, its names are copied from two bytes
-        // behind the "[", and "]>>" closes whatever was written.
+        // Inline and inherited merged: /ProcSet names copied from two bytes behind "[", "]>>" closes what was written.
         {{{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources 8 0 R >>"},
           {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
           {8, "<< /Font << /F2 5 0 R >> /ProcSet [/PDF /Text] >>"}, {4, kHelvetica}, {5, kCourier}},
@@ -91,7 +90,7 @@ TEST(PageClosure, ContentAndResourcesOfPageOne) {
         const std::string what = c.objs.at(3);
         if (c.start) d.page->setStartObjNo(c.start);
         if (c.resources) { EXPECT_EQ(resources(d, c.resourcesNewNumber), c.resources) << what; }
-        if (c.contents) { EXPECT_EQ(contents(d), c.contents) << what; }
+        if (c.contents) { EXPECT_EQ(got(*d.page, &CPDFKilnPage::getPageContents), c.contents) << what; }
         if (!c.closure.empty()) { EXPECT_EQ(nums(d.src().fileObjects), c.closure) << what; }
         if (c.delivered) { EXPECT_EQ(d.page->size(), *c.delivered) << what; }
         if (!c.contentsObjs.empty()) { EXPECT_EQ(nums(d.src().contentsVector), c.contentsObjs) << what; }
@@ -115,8 +114,7 @@ TEST(PageRootString, WalksUpOnlyWithANewNumberAndReturnsTheStoppingNode) {
     Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R] /Count 1 /Resources << /Font << /F1 4 0 R >> >> >>"},
                     {3, "<< /Type /Page /Parent 2 0 R /Rotate 90 >>"},
                     {4, kHelvetica}}));
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->setStartObjNo(5);
+    ASSERT_TRUE(d.select(1, 5));
     const std::string page = d.page->getPageRootString(0);
     EXPECT_EQ(page.substr(0, 2), "<<") << "no object frame before the body: " << page;
     expectParts(page, {"/Rotate 90"}, {"obj"});
@@ -126,49 +124,39 @@ TEST(PageRootString, WalksUpOnlyWithANewNumberAndReturnsTheStoppingNode) {
     expectParts(d.page->getRootString(0), {"/Type /Catalog"});
 }
 
-TEST(PageNumbering, EachObjectIsDeliveredOnceAcrossPagesOfOneFacade) {
-    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 2 >>"},
-                    {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
-                    {6, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R /F2 5 0 R >> >> >>"},
-                    {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Encoding 7 0 R >>"},
-                    {5, "<< /Type /Font /Subtype /Type1 /BaseFont /Courier /Encoding 7 0 R >>"},
-                    {7, "<< /Type /Encoding /Differences [32 /space] >>"}}));
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->setStartObjNo(100);
+// Each object is delivered once across the pages of one facade, and the vector carries the mappings to another.
+TEST(PageNumbering, EachObjectIsDeliveredOnceAndTheVectorCarriesTheMappings) {
+    const std::string pdf = buildPdf(
+        {{2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 2 >>"},
+         {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
+         {6, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R /F2 5 0 R >> >> >>"},
+         {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Encoding 7 0 R >>"},
+         {5, "<< /Type /Font /Subtype /Type1 /BaseFont /Courier /Encoding 7 0 R >>"},
+         {7, "<< /Type /Encoding /Differences [32 /space] >>"}});
+    Doc d(pdf), other(pdf);
+    ASSERT_TRUE(d.select(1, 100));
     std::map<std::pair<int, int>, std::string> first(d.page->begin(), d.page->end());
     EXPECT_EQ(first.size(), 2u);
-    ASSERT_EQ(d.page->setPageNo(2), 0);
-    d.page->setStartObjNo(102);
+    ASSERT_TRUE(d.select(2, 102));
     ASSERT_EQ(d.page->size(), 1u) << "only the new font comes";
     EXPECT_EQ(d.page->begin()->first, std::make_pair(102, 0));
     // Its /Encoding refers to the object the first page delivered.
     const bool encodingFirst = first.begin()->second.find("/Differences") != std::string::npos;
     const int encoding = encodingFirst ? 100 : 101;
     expectParts(d.page->begin()->second, {" " + std::to_string(encoding) + " 0 R"});
-    expectParts(resources(d), {"/F1  " + std::to_string(201 - encoding)});
-}
-
-TEST(PageNumbering, VectorCarriesMappingsToANewFacade) {
-    const std::string pdf = buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 6 0 R] /Count 2 >>"},
-                                      {3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
-                                      {6, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> >> >>"},
-                                      {4, kHelvetica}});
-    Doc a(pdf), b(pdf);
-    ASSERT_EQ(a.page->setPageNo(1), 0);
-    a.page->setStartObjNo(10);
-    const auto vec = a.page->getOld2NewObjectVector();
-    ASSERT_EQ(vec.size(), 1u);
-    ASSERT_EQ(b.page->setPageNo(2), 0);
-    b.page->setOld2NewObjectVector(vec);
-    b.page->setStartObjNo(11);
-    EXPECT_EQ(b.page->size(), 0u);
-    EXPECT_EQ(resources(b), "<< /Font << /F1  10 0 R >> >>");
+    const std::string res = resources(d);
+    expectParts(res, {"/F1  " + std::to_string(201 - encoding)});
+    const auto vec = d.page->getOld2NewObjectVector();
+    ASSERT_EQ(vec.size(), 3u);
+    ASSERT_EQ(other.page->setPageNo(2), 0);
+    other.page->setOld2NewObjectVector(vec);
+    other.page->setStartObjNo(103);
+    EXPECT_EQ(other.page->size(), 0u);
+    EXPECT_EQ(resources(other), res);
 }
 
 TEST(PageNumbering, ClosureObjectsGoThroughThePageCopier) {
-    // A font that points back at a page keeps the key with null; keys that the embedding program supplies are dropped
-    // from every closure object; a stream keeps its data and its length, an indirect one written as the stream's own
-    // size; texts lose "endobj".
+    // Back-references to a page become null, supplied keys are dropped, indirect lengths written direct, no "endobj".
     Doc d(buildPdf({{3, "<< /Type /Page /Parent 2 0 R /Resources << /Font << /F1 4 0 R >> /XObject << /X 5 0 R "
                         "/Y 6 0 R >> >> >>"},
                     {4, "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Owner 3 0 R /MediaBox [0 0 1 1] "
@@ -177,8 +165,7 @@ TEST(PageNumbering, ClosureObjectsGoThroughThePageCopier) {
                     {6, "\n\n<< /Type /XObject /Subtype /Image /Width 1 /Height 1 /BitsPerComponent 8 "
                         "/ColorSpace /DeviceGray /Length 7 0 R >>\nstream\nA\nendstream"},
                     {7, "1"}}));
-    ASSERT_EQ(d.page->setPageNo(1), 0);
-    d.page->setStartObjNo(20);
+    ASSERT_TRUE(d.select(1, 20));
     ASSERT_EQ(d.page->size(), 4u);
     for (const auto& e : *d.page) expectParts(e.second, {}, {"endobj"});
     expectParts(d.page->at({20, 0}), {"/Owner  null ", "/Encoding /WinAnsiEncoding"}, {"/MediaBox", "/Contents"});
@@ -216,13 +203,11 @@ TEST(PageNumbering, AesTargetRoundsStreamLengthsIncludingIndirectOnes) {
     EXPECT_EQ(d.page->targetCipher(), 2);
     d.page->setStartObjNo(1);
     ASSERT_EQ(d.page->size(), 3u);
-    // Encrypted AES data is the vector plus whole blocks (padding included): the lengths in the text, direct and
-    // indirect, follow it.
+    // AES data is the vector plus whole blocks, padding included: lengths direct and indirect follow it.
     std::vector<int> lengths;
     for (auto it = d.page->begin(); it != d.page->end(); ++it) {
         if (d.page->calcStreamLength(it) == 0) continue;
-        char* b = nullptr;
-        char* e = nullptr;
+        char *b = nullptr, *e = nullptr;
         auto where = d.page->end();
         d.page->findLengthPos(it, b, e, where);
         ASSERT_NE(where, d.page->end());
@@ -232,7 +217,7 @@ TEST(PageNumbering, AesTargetRoundsStreamLengthsIncludingIndirectOnes) {
     EXPECT_EQ(lengths, (std::vector<int>{48, 48}));
 }
 
-TEST(PageNumbering, KeyLengthsAndCipherChoice) {
+TEST(PageNumbering, KeyLengthsCipherChoiceStreamLengthsAndLengthPositions) {
     Doc d(buildPdf({{2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
     unsigned char key[40] = {};
     EXPECT_EQ(d.page->setEncryptKey(key, 4, 2), 8003);
@@ -242,18 +227,13 @@ TEST(PageNumbering, KeyLengthsAndCipherChoice) {
     EXPECT_EQ(d.page->targetCipher(), 1) << "16 bytes with mode 2 is RC4";
     EXPECT_EQ(d.page->setEncryptKey(key, 32, 5), 0);
     EXPECT_EQ(d.page->targetCipher(), 3);
-}
-
-TEST(PageNumbering, StreamLengthAndLengthPositions) {
-    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [] /Count 0 >>"}}));
     auto& m = *d.page;
     m[{1, 0}] = "<< /Length 2 0 R >>stream\r\n\r\n0123456789abcdefg\r\nendstream\n";
     m[{2, 0}] = "17 ";
     m[{3, 0}] = "<< /Length 5 >>stream\nabcde\nendstream";
     EXPECT_EQ(m.calcStreamLength(m.find({1, 0})), 17) << "white space behind the keyword is not counted";
     EXPECT_EQ(m.calcStreamLength(m.find({2, 0})), 0);
-    char* b = nullptr;
-    char* e = nullptr;
+    char *b = nullptr, *e = nullptr;
     auto where = m.end();
     m.findLengthPos(m.find({1, 0}), b, e, where);
     EXPECT_EQ(where, m.find({2, 0})) << "an indirect /Length is corrected in the number object";
@@ -268,8 +248,7 @@ TEST(PageNumbering, StreamLengthAndLengthPositions) {
     EXPECT_TRUE(m.check(m.find({10, 0}))) << "a later length object is not added";
 }
 
-// The stored form of a page's content: one stream with its filter written out is handed over as it stands (the bytes
-// between "stream" and "endstream"), anything else is left to getPageContents.
+// One content stream with a direct filter is handed over as stored; anything else is left to getPageContents.
 TEST(PageContentStored, OneStreamWithDirectFilterOnly) {
     const struct {
         const char* contents;  // the page's /Contents value
@@ -298,8 +277,52 @@ TEST(PageContentStored, OneStreamWithDirectFilterOnly) {
         const std::string what = c.extra.begin()->second;
         EXPECT_EQ(d.page->getPageContentsEncoded(&data, filter, parms), c.rc) << what;
         ASSERT_NE(data, nullptr);
-        EXPECT_EQ(*data, c.data) << what;
-        EXPECT_EQ(filter, c.filter) << what;
-        EXPECT_EQ(parms, c.parms) << what;
+        EXPECT_EQ(std::make_tuple(*data, filter, parms), std::make_tuple(c.data, c.filter, c.parms)) << what;
     }
+}
+
+TEST(PageOutput, SuppliedKeysNeverReachTheOutput) {
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R] /Count 2 >>"},
+                    {3, "<< /Type /Page /Parent 2 0 R /Annots 5 0 R /Contents [6 0 R 7 0 R] /MediaBox [0 0 612 792] "
+                        "/CropBox [0 0 10 10] /Thumb 9 0 R /Resources 8 0 R /Rotate 90 >>"},
+                    {4, "<< /Type /Page /Parent 2 0 R /Annots [5 0 R] /Contents 6 0 R /Title (a/b) >>"},
+                    {5, "[]"},
+                    {8, "<< >>"}}));
+    ASSERT_EQ(d.rc, 0);
+    // An unmapped reference keeps its key.
+    expectParts(renderPage(d, 3, {2, 8}), {"/Thumb  null ", "/Resources  101 0 R", "/Parent  100 0 R", "/Rotate 90"},
+                {"/Annots", "/Contents", "/MediaBox", "/CropBox"});
+    expectParts(renderPage(d, 4, {}), {"/Title (a/b)"}, {"/Annots", "/Contents"});
+}
+
+TEST(PageOutput, GroupNodesCountTheirPages) {
+    Doc d(buildPdf({{2, "<< /Type /Pages /Kids [3 0 R 4 0 R 5 0 R] /Count 3 >>"},
+                    {3, "<< /Type /Page /Parent 2 0 R >>"},
+                    {4, "<< /Type /Page /Parent 2 0 R >>"},
+                    {5, "<< /Type /Page /Parent 2 0 R >>"}}));
+    ASSERT_EQ(d.rc, 0);
+    CDestFile out{std::string()};
+    out.curFile = 1;
+    out.insertNewObjTab(NewObjTable{0, 1, 3, 0}, SObj(20, 0));
+    out.insertNewObjTab(NewObjTable{0, 1, 5, 0}, SObj(21, 0));
+    for (int n : {3, 4, 5}) {
+        CPage p(SObj(n, 0));
+        EXPECT_EQ(p.Write(out, d.src()), n != 4) << "a page without a new number is dropped";
+    }
+    ASSERT_TRUE(d.src().groupNode);
+    CPages& group = *d.src().groupNode;
+    EXPECT_EQ(group.count, 2);
+    ASSERT_EQ(group.kids.size(), 2u);
+    EXPECT_EQ(group.kids[1].num, 21);
+    group.self = SObj(30, 0);
+    out.rootPages = SObj(31, 0);
+    out.clear();
+    group.Write(out, d.src());
+    EXPECT_EQ(std::string(out), "30 0 obj\n<</Type/Pages/Count 2/Kids[20 0 R 21 0 R ]\n/Parent 31 0 R >>endobj\n");
+}
+
+TEST(PageOutput, RectanglesAreWrittenAsNumbers) {
+    CDestFile out{std::string()};
+    CPaperInfo::WriteRect(out, RectTD{0, 0, 612, 792});
+    EXPECT_EQ(std::string(out), " [0 0 612 792 ] ");
 }

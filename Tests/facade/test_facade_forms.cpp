@@ -1,6 +1,4 @@
-// The dictionaries below the catalog: the interactive form and optional content (read and written), the name
-// dictionary's closure, and the walks of logical structure and document parts through which a destination that names a
-// structure element or a document part finds its page.
+// The catalog's dictionaries: form, optional content, names, and the structure and part trees destinations use.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -54,27 +52,22 @@ TEST(AcroForm, FieldsAreKeptAndWhatTheFormReachesJoinsTheClosure) {
 
         CPDFKilnPage& f = *d.page;
         f.setAcroFormsEnable(0x100);
-        ASSERT_EQ(f.setPageNo(1), 0);
-        f.setStartObjNo(30);
+        ASSERT_TRUE(d.select(1, 30));
         const auto objs = delivered(f);
-        // The /DR fonts and what they reach are delivered once the page list stands; the field of /CO that is on no
-        // page is not.
+        // The /DR fonts and what they reach are delivered; the field of /CO that is on no page is not.
         expectParts(joined(objs), {"/BaseFont /Helvetica", "/BaseFont /ZapfDingbats", "/Differences"}, {"(b)"});
         EXPECT_TRUE(d.src().formObjects.count(SObj(20, 0)));
-        // The form's text names only objects of the run: field a (listed twice) and the two fonts by their new numbers,
-        // the field of no page dropped.
-        const std::string* text = nullptr;
-        ASSERT_EQ(f.getAcroFormFields(&text, 0), 0);
-        ASSERT_NE(text, nullptr);
-        expectParts(*text, {"/NeedAppearances", "/Helv"});
-        EXPECT_EQ(referencesOnlyTo(*text, objs), 4u);
+        // The form's text names only objects of the run: field a (listed twice) and the two fonts.
+        const std::string text = got(f, &CPDFKilnPage::getAcroFormFields, 0);
+        expectParts(text, {"/NeedAppearances", "/Helv"});
+        EXPECT_EQ(referencesOnlyTo(text, objs), 4u);
         // Numbering the page again brings nothing of the form again.
         f.setStartObjNo(60);
         EXPECT_EQ(delivered(f).size(), objs.size());
     }
 }
 
-TEST(AcroForm, WriteMergesTheFieldsOfAllSourcesAndStopsAtAMissingOne) {
+TEST(CatalogWrite, FormFieldsOfAllSourcesStopAtAMissingOneAndOptionalContentKeepsTheDefaultLists) {
     auto a = onePage("/AcroForm << /Fields [10 0 R 11 0 R] >>");
     a[10] = "<< /FT /Tx >>";
     a[11] = "<< /FT /Btn >>";
@@ -82,8 +75,7 @@ TEST(AcroForm, WriteMergesTheFieldsOfAllSourcesAndStopsAtAMissingOne) {
     b[9] = "<< /Fields [7 0 R] /DA (x) >>";
     b[7] = "<< /FT /Ch >>";
     Opened sa(buildPdf(a)), sb(buildPdf(b));
-    ASSERT_EQ(sa.rc, 0);
-    ASSERT_EQ(sb.rc, 0);
+    ASSERT_EQ(std::make_pair(sa.rc, sb.rc), std::make_pair(0, 0));
     CDestFile out, partial;
     out.addSource(&sa.file);
     out.addSource(&sb.file);
@@ -102,6 +94,18 @@ TEST(AcroForm, WriteMergesTheFieldsOfAllSourcesAndStopsAtAMissingOne) {
     EXPECT_EQ(static_cast<const std::string&>(partial), "50 0 obj\n<</Fields[100 0 R ");
     out.sources.clear();
     partial.sources.clear();
+    // Optional content keeps only the default lists, with null for groups left out.
+    COCProperties oc;
+    oc.self = SObj(40, 0);
+    oc.off = {SObj(6, 0), SObj(7, 0)};
+    oc.on = {SObj(5, 0)};
+    oc.ocgs = {SObj(5, 0), SObj(6, 0), SObj(7, 0)};
+    CDestFile ocOut;
+    ocOut.insertNewObjTab(NewObjTable{0, 0, 5, 0}, SObj(105, 0));
+    ocOut.insertNewObjTab(NewObjTable{0, 0, 7, 0}, SObj(107, 0));
+    EXPECT_TRUE(oc.Write(ocOut, sa.file));
+    EXPECT_EQ(static_cast<const std::string&>(ocOut),
+              "40 0 obj\n<</D<</OFF[ null  107 0 R]/ON[ 105 0 R]>> >>\nendobj\n");
 }
 
 TEST(CatalogDictionaries, DamagedOnesEndAndLeaveTheCatalogWhole) {
@@ -151,20 +155,6 @@ TEST(OCProperties, ListsOfTheDefaultConfigurationAreRead) {
     }
 }
 
-TEST(OCProperties, WriteKeepsOnlyTheDefaultListsWithNullForGroupsLeftOut) {
-    COCProperties oc;
-    oc.self = SObj(40, 0);
-    oc.off = {SObj(6, 0), SObj(7, 0)};
-    oc.on = {SObj(5, 0)};
-    oc.ocgs = {SObj(5, 0), SObj(6, 0), SObj(7, 0)};
-    CDestFile out;
-    out.insertNewObjTab(NewObjTable{0, 0, 5, 0}, SObj(105, 0));
-    out.insertNewObjTab(NewObjTable{0, 0, 7, 0}, SObj(107, 0));
-    pdftest::Source any(pdftest::minimalPdf());
-    EXPECT_TRUE(oc.Write(out, any.file));
-    EXPECT_EQ(static_cast<const std::string&>(out), "40 0 obj\n<</D<</OFF[ null  107 0 R]/ON[ 105 0 R]>> >>\nendobj\n");
-}
-
 TEST(Names, WhatANameTreeNeedsIsDeliveredAndPagesStayOut) {
     auto o = onePage("/Names 8 0 R");
     o[8] = "<< /Dests 9 0 R /JavaScript << /Names [(init) 12 0 R] >> >>";
@@ -174,21 +164,15 @@ TEST(Names, WhatANameTreeNeedsIsDeliveredAndPagesStayOut) {
     o[12] = "<< /S /JavaScript /JS 13 0 R >>";
     o[13] = "stream:app.alert(1);";
     Doc d(buildPdf(o));
-    ASSERT_EQ(d.rc, 0);
     CPDFKilnPage& f = *d.page;
-    ASSERT_EQ(f.setPageNo(1), 0);
-    f.setStartObjNo(20);
+    ASSERT_TRUE(d.select(1, 20));
     const auto objs = delivered(f);
     // The dictionary's own references are of the name kind; what they reach is closure like any other.
     for (int n : {9, 12}) EXPECT_TRUE(d.src().formObjects.count(SObj(n, 0))) << n;
     for (int n : {9, 10, 11, 12, 13}) EXPECT_TRUE(d.src().fileObjects.count(SObj(n, 0))) << n;
     EXPECT_EQ(objs.size(), 5u);  // the page itself is no object of the map
     expectParts(joined(objs), {"app.alert(1);", "/Limits"});
-    // getNames names only objects of the run.
-    const std::string* names = nullptr;
-    ASSERT_EQ(f.getNames(&names), 0);
-    ASSERT_NE(names, nullptr);
-    EXPECT_GT(referencesOnlyTo(*names, objs), 0u);
+    EXPECT_GT(referencesOnlyTo(got(f, &CPDFKilnPage::getNames), objs), 0u) << "getNames names only objects of the run";
     // Numbering again brings the tree no more.
     f.setStartObjNo(60);
     EXPECT_EQ(delivered(f).size(), objs.size());
@@ -197,8 +181,7 @@ TEST(Names, WhatANameTreeNeedsIsDeliveredAndPagesStayOut) {
     direct[9] = "<< /Type /Filespec /EF << /F 10 0 R >> >>";
     direct[10] = "stream:data";
     Doc e(buildPdf(direct));
-    ASSERT_EQ(e.page->setPageNo(1), 0);
-    e.page->setStartObjNo(20);
+    ASSERT_TRUE(e.select(1, 20));
     EXPECT_EQ(delivered(*e.page).size(), 2u);
     EXPECT_TRUE(e.src().catalog.names.walked);
 }
@@ -253,7 +236,8 @@ TEST(Structure, ElementsAndPartsNameTheirPagesAndDestinationsFindThem) {
     }
 }
 
-TEST(Structure, CyclesRepeatsDepthAndTruncationEnd) {
+// Cycles, repeats, depth and truncation end the walks; a second catalog read walks nothing again.
+TEST(Structure, CyclesRepeatsDepthTruncationAndASecondRead) {
     // /K leading back to an ancestor, and an element reached twice.
     auto o = twoPages("/StructTreeRoot 9 0 R");
     o[9] = "<< /K [10 0 R 10 0 R] >>";
@@ -276,6 +260,11 @@ TEST(Structure, CyclesRepeatsDepthAndTruncationEnd) {
     ASSERT_EQ(deep.rc, 0);
     deep.file.catalog.readStructure(deep.file);
     EXPECT_EQ(deep.file.tagPages.size(), static_cast<std::size_t>(n));
+    // A map entry of the first walk stays: reading the catalog again and asking again walks nothing.
+    deep.file.tagPages[SObj(10, 0)] = SObj(4, 0);
+    deep.file.CheckAndInit();
+    deep.file.catalog.readStructure(deep.file);
+    EXPECT_EQ(deep.file.tagPages.at(SObj(10, 0)).num, 4);
     // A root whose /K runs into the end of the input.
     const std::string pdf = buildPdf(twoPages("/StructTreeRoot 9 0 R")) + "9 0 obj << /K [10 0 R 11";
     Opened cut(pdf);
@@ -284,30 +273,13 @@ TEST(Structure, CyclesRepeatsDepthAndTruncationEnd) {
     cut.file.clear();
     cut.file.seekg(static_cast<std::streamoff>(pdf.rfind("9 0 obj")));
     EXPECT_FALSE(truncated.Read(cut.file));
-}
-
-TEST(Structure, ASecondCatalogReadVisitsNoNode) {
-    auto o = twoPages("/StructTreeRoot 9 0 R");
-    o[9] = "<< /K 10 0 R >>";
-    o[10] = "<< /Pg 3 0 R >>";
-    Opened s(buildPdf(o));
-    ASSERT_EQ(s.rc, 0);
-    s.file.catalog.readStructure(s.file);
-    ASSERT_EQ(s.file.tagPages.size(), 1u);
-    // A map entry of the first walk stays; reading the catalog again and asking again walks nothing.
-    s.file.tagPages[SObj(10, 0)] = SObj(4, 0);
-    s.file.CheckAndInit();
-    s.file.catalog.readStructure(s.file);
-    EXPECT_EQ(s.file.tagPages.at(SObj(10, 0)).num, 4);
-}
-
-TEST(Structure, DocumentPartsStopBehindTheirPartsArray) {
+    // A document part's read ends at the closing bracket of /DParts.
     CDPart part(SObj(5, 0));
     part.flags &= ~CObj::kIndirect;
     pdftest::Source view("<< /DParts [[3 0 R 4 0 R]] /Start 7 0 R >>");
     EXPECT_TRUE(part.Read(view.file));
     EXPECT_EQ(nums(part.children), (std::vector<int>{3, 4}));
-    EXPECT_EQ(part.page.num, 0) << "the read ends at the closing bracket of /DParts";
+    EXPECT_EQ(part.page.num, 0);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The file's tail: cross-reference table, trailer, /Info and /ID.
+// The file's tail: cross-reference table, trailer, /ID, /Info and /Encrypt.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -10,32 +10,26 @@ using namespace PDF_KILN;
 
 namespace {
 
-TEST(XRef, OneSubsectionWithTenAndFiveDigitFields) {
+TEST(XRef, OneSubsectionWithTenAndFiveDigitFieldsAndTheIdentifier) {
     CDestFile out;
     out.Write();  // enters the free head
     out += "%PDF-1.4\n";
-    out.RecordObjInfo(SObj(1, 0));
-    out += "1 0 obj\n<< >>\nendobj\n";
-    out.RecordObjInfo(SObj(2, 0));
-    out += "2 0 obj\n<< >>\nendobj\n";
-    out.RecordObjInfo(SObj(3, 0));
-    out += "3 0 obj\n<< >>\nendobj\n";
+    for (int n = 1; n <= 3; ++n) {
+        out.RecordObjInfo(SObj(n, 0));
+        out += std::to_string(n) + " 0 obj\n<< >>\nendobj\n";
+    }
     out.catalog.self = SObj(1, 0);
     const std::size_t before = out.size();
     out.fileInfo.WriteXRef(out);
     const std::string tail = out.substr(before);
     EXPECT_EQ(tail.rfind("xref\r\n0 4\r\n0000000000 65535 f\r\n0000000009 00000 n\r\n", 0), 0u) << tail;
-    EXPECT_NE(tail.find("trailer\r\n<</Size 4 /Root 1 0 R >>\nstartxref\n" + std::to_string(before) + "\n%%EOF"),
-              std::string::npos)
-        << tail;
+    const std::string trailer = "trailer\r\n<</Size 4 /Root 1 0 R >>\nstartxref\n" + std::to_string(before) + "\n%%EOF";
+    EXPECT_NE(tail.find(trailer), std::string::npos) << tail;
     EXPECT_EQ(tail.back(), 'F') << "no line end follows %%EOF";
-}
-
-TEST(XRef, IdentifierOnlyWhenSetWithTheSecondCopiedFromTheFirst) {
-    CDestFile none, set;
-    none.catalog.self = set.catalog.self = SObj(1, 0);
-    none.fileInfo.WriteXRef(none);
-    EXPECT_EQ(none.find("/ID"), std::string::npos);
+    EXPECT_EQ(tail.find("/ID"), std::string::npos) << "no identifier unless one is set";
+    // The second identifier is copied from the first.
+    CDestFile set;
+    set.catalog.self = SObj(1, 0);
     const unsigned char id[] = {0xab, 0x01, 0x02};
     std::memcpy(set.fileInfo.fileId.id1, id, 3);
     set.fileInfo.fileId.id1Length = 3;
@@ -43,7 +37,9 @@ TEST(XRef, IdentifierOnlyWhenSetWithTheSecondCopiedFromTheFirst) {
     EXPECT_NE(set.find("/ID[<ab0102><ab0102>]"), std::string::npos) << set;
 }
 
-TEST(Info, FieldsInTheirOrderEachOnALine) {
+// /Info fields in their order, each on a line; the revision-three /Encrypt with and without crypt filters.
+TEST(InfoAndEncrypt, DictionariesAsWritten) {
+    pdftest::Source src(pdftest::minimalPdf());
     CDestFile out;
     CFileInfo::CInfo& info = out.fileInfo.info;
     info.self = SObj(9, 0);
@@ -52,41 +48,23 @@ TEST(Info, FieldsInTheirOrderEachOnALine) {
     for (std::string* empty : {&info.author, &info.subject, &info.keywords, &info.producer}) empty->clear();
     info.creationDate = "D:2026";
     info.modDate = "D:2027";
-    pdftest::Source src(pdftest::minimalPdf());
     info.Write(out, src.file);
     EXPECT_EQ(std::string(out),
               "9 0 obj\n<</Title (T\\(1\\))\n/Creator (C)\n/CreationDate (D:2026)\n/Trapped (Unknown)\n"
               "/ModDate (D:2027)>>endobj\n");
     EXPECT_EQ(out.fileInfo.ownTable.count(SObj(9, 0)), 1u);
-}
 
-TEST(Info, DatesFollowTheFixedFormat) {
-    InfoDic d;
-    d.creationDate = {2026, 1, 1, 12, 0, 0, '-', 5, 0};
-    d.modDate = {2026, 11, 22, 0, 35, 3, '+', 1, 30};
-    CFileInfo::CInfo info;
-    info.SetInfo(d);
-    EXPECT_EQ(info.creationDate, "D:20260101120000-05'00'");
-    EXPECT_EQ(info.modDate, "D:20261122003503+01'30'");
-    std::string now;
-    CFileInfo::CInfo::createdate(now);
-    ASSERT_EQ(now.size(), std::string("D:20260101120000+00'00'").size());
-    EXPECT_EQ(now.rfind("D:", 0), 0u);
-}
-
-TEST(Encrypt, RevisionThreeDictionaryWithAndWithoutCryptFilters) {
-    CDestFile out;
-    CEncrypt& enc = out.fileInfo.encrypt;
+    CDestFile out15;
+    CEncrypt& enc = out15.fileInfo.encrypt;
     enc.self = SObj(7, 0);
     enc.R = 3;
     enc.V = 2;
     enc.Length = 128;
     enc.P = -4;
-    out.versionText = "%PDF-1.5";
-    pdftest::Source src(pdftest::minimalPdf());
-    enc.Write(out, src.file);
-    EXPECT_EQ(out.rfind("7 0 obj\n<</R 3/Length 128/Filter /Standard/P -4/V 2/O(", 0), 0u) << out;
-    EXPECT_EQ(out.find("/CF"), std::string::npos) << "a 1.5 header writes no crypt filters";
+    out15.versionText = "%PDF-1.5";
+    enc.Write(out15, src.file);
+    EXPECT_EQ(out15.rfind("7 0 obj\n<</R 3/Length 128/Filter /Standard/P -4/V 2/O(", 0), 0u) << out15;
+    EXPECT_EQ(out15.find("/CF"), std::string::npos) << "a 1.5 header writes no crypt filters";
 
     CDestFile out16;
     out16.fileInfo.encrypt.self = SObj(7, 0);

@@ -1,10 +1,12 @@
-// The merge engine's page-selection text and its renumbering.
+// The merge engine: the page-selection text, the renumbering, and two sources merged end to end.
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <tuple>
 
 #include "pdf_builder.h"
 #include "pdfkiln_destfile.h"
+#include "test_util.h"
 
 using namespace PDF_KILN;
 
@@ -29,8 +31,7 @@ struct Engine {
 
 using Pairs = std::vector<std::pair<int, int>>;
 
-// Each text on the engine of the case before when the sources are the same, so that a selection also replaces the one
-// before it.
+// Each text runs on the engine of the case before when the sources are the same: a selection replaces the last one.
 TEST(Selection, TextsAndTheOrderTheyGive) {
     const int bad = kResultBadBox;
     const struct {
@@ -77,10 +78,50 @@ TEST(Renumber, StartObjectTakesEffectAtInitAndRunsFollowFileOrder) {
     e.sources[1]->file.fileObjects = {SObj(8, 0), SObj(3, 0)};
     e.sources[0]->file.fileObjects = {SObj(5, 0)};
     e.out.TidyObj();
-    EXPECT_EQ(e.out.newObjTable.at(NewObjTable{0, 1, 5, 0}).num, 101);
-    EXPECT_EQ(e.out.newObjTable.at(NewObjTable{0, 2, 3, 0}).num, 102);
-    EXPECT_EQ(e.out.newObjTable.at(NewObjTable{0, 2, 8, 0}).num, 103);
-    EXPECT_EQ(e.out.nextObjNo, 104);
+    const auto num = [&](int file, int old) { return e.out.newObjTable.at(NewObjTable{0, file, old, 0}).num; };
+    EXPECT_EQ((std::vector<int>{num(1, 5), num(2, 3), num(2, 8), e.out.nextObjNo}),
+              (std::vector<int>{101, 102, 103, 104}));
+}
+
+std::size_t occurrences(const std::string& text, const std::string& what) {
+    std::size_t n = 0;
+    for (std::size_t p = text.find(what); p != std::string::npos; p = text.find(what, p + 1)) ++n;
+    return n;
+}
+
+TEST(Merge, TwoSourcesGiveOneGroupNodeEachAndSharedObjectsOnce) {
+    const std::string samples = std::string(PDFKILN_SOURCE_DIR) + "/samples/";
+    pdftest::Opened a(testutil::readFile(samples + "sample.pdf")), b(testutil::readFile(samples + "classic.pdf"));
+    ASSERT_EQ(std::make_tuple(a.rc, b.rc, a.file.pages.size(), b.file.pages.size()), std::make_tuple(0, 0, 2u, 1u));
+    CDestFile out;
+    out.addSource(&a.file);
+    out.addSource(&b.file);
+    ASSERT_EQ(out.SetReadFileAndPage("1:0 2:1"), 0);
+    ASSERT_EQ(out.Read(), 0);
+    ASSERT_EQ(out.TidyObj(), 0);
+    out.assign("%PDF-1.7\n");
+    ASSERT_EQ(out.Write(), 0);
+
+    // Font 5, used by both pages of the first source, is written once; page dictionaries lose the supplied keys; the
+    // root has two group kids and counts three pages.
+    const std::pair<std::string, std::size_t> counts[] = {
+        {"/BaseFont /Helvetica", 1}, {"/BaseFont /Times-Roman", 1}, {"/Contents", 0},
+        {std::to_string(out.rootPages.num) + " 0 obj\n<</Type/Pages/Count 3/Kids[", 1},
+        {"/Type/Pages/Count 2/Kids[", 1}, {"/Type/Pages/Count 1/Kids[", 1}};
+    for (const auto& c : counts) EXPECT_EQ(occurrences(out, c.first), c.second) << c.first;
+
+    // The tail makes it a file whose table qpdf reads.
+    out.catalog.self = SObj(out.nextObjNo++, 0);
+    out.catalog.Write(out, a.file);
+    out.fileInfo.info.self = SObj(out.nextObjNo++, 0);
+    out.fileInfo.Write(out, a.file);
+    testutil::TempDir tmp;
+    const std::string path = tmp.file("merge.pdf");
+    testutil::writeFile(path, static_cast<const std::string&>(out));
+    if (testutil::run("qpdf --version") == 0) {
+        EXPECT_EQ(testutil::run("qpdf --show-xref " + testutil::quote(path)), 0);
+    }
+    out.sources.clear();
 }
 
 }  // namespace
