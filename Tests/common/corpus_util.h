@@ -1,4 +1,4 @@
-// Helpers of the corpus tests: listing the shared corpus and running the tools as subprocesses.
+// Helpers of the corpus tests: listing the shared corpus and its explained differences.
 #ifndef PDFKILN_TESTS_CORPUS_UTIL_H
 #define PDFKILN_TESTS_CORPUS_UTIL_H
 
@@ -28,15 +28,6 @@ inline std::vector<std::string> qpdfFiles() {
     std::sort(files.begin(), files.end());
     return files;
 }
-
-// The pdfkiln tool under a time bound; sanitizer reports get exit codes apart from the tool's own.
-inline int runTool(const std::string& args, std::string* out, int seconds = 10) {
-    return run("ASAN_OPTIONS=exitcode=86:detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:exitcode=87 timeout " +
-                   std::to_string(seconds) + " " + quote(PDFKILN_TOOL) + " " + args,
-               out);
-}
-
-inline bool crashedOrHung(int rc) { return rc == 124 || rc >= 86; }
 
 // A checked-in list of explained differences, by its path in the repository.
 inline std::map<std::string, std::string> explained(const std::string& file) {
