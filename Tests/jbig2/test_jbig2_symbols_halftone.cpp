@@ -6,6 +6,7 @@
 #include <map>
 
 #include "jbig2/jbig2.h"
+#include "jbig2/textregionsegment.h"
 #include "jbig2_test_support.h"
 
 using namespace jbig2;
@@ -139,6 +140,41 @@ TEST(Jbig2SymbolText, Streams) {
         {"halftone: a referred segment that isn't a pattern dictionary", halftone(6, 2, 0, ht, 62),
          JBIG2_BAD_REFERRED_TYPE, {}},
     });
+}
+
+// Found by fuzz_jbig2: past the end of its data the arithmetic decoder feeds
+// 1-bits without consuming anything, and this text region's instance count,
+// taken from the data, kept it decoding for seconds. It stops as invalid.
+TEST(Jbig2SymbolText, InstancesDecodedPastTheEndOfTheDataStop) {
+    const Bytes file = fromHex(
+        "974a42320d0a1a0a010000000100000000300001000000130000018f000001900000000000000000010000000000010001010000"
+        "01d1000031fffdff02fefefe0000000700000007278ae7b92111361730dd9c9593f374544998f4c70d051aff41eed363b152e0a9"
+        "73ac02bc9b060e6d838dcdc9521ba6207ab7ba637a9c8a4c1e1fd3447cbe67413323fc5c507c4f08f5f65247bc923fc1c6ceba3a"
+        "4c5ea2d08e5bab9cb0762e32b7e08ab212747d7d87942ec055e7e6a842ff322cab4b4e002b9666fed375c3d8516ff36f5764173d"
+        "6107346b508951b3fb64076e1d1857001e7c447acbe001a3ace869ce0f7c7b5b8669ac34556dfe8c238fd6a9668e2eed742bbef5"
+        "d0ae892e3e0071c436eb5182b8634db9e999f0b85f5aee090f59fd31ac416f0fadb47574b61312905ef3379dc2d19e805b1867a6"
+        "266f0fe761bd2f977b421b5ca4d6ba22fb59c70bb11184b82e213d187787e8d31ab5218212a50a8f1c1a6eb7b90a037f9adab243"
+        "0e4777cde7508a4e5f1b6fa71f69c8d9e5d4f80a25c46d8419777756a94bd489926e8f0e4e949857a082d23c7b765096edff43ac"
+        "8e953de202702a499829c37f00c0cd0e8fc3270fd6a12037384eb0a2636b0d4cb4c5ac9f1e907704c1ec64ca9433daff42166675"
+        "2d4db41b439ab1aa7f8b5a110d61d8e5e3fe2fdae50a634d90ab55f4f1df70eaff6e39b829393aecb4801784d564d652bfffac00"
+        "000002062001010000003a0000018f00000190000000444444444444444444444444ffffffffffff022544444444444444440000"
+        "000000000d15000000000005201200000000000000000000000000000006d47c75a13e5d7ddced65fc082a7ce400000003310001"
+        "00000000");
+    EXPECT_EQ(decodeJbig2(file, Form::File).result, JBIG2_INVALID_DATA);
+    // The guard itself: once the decoder has run out of data, a bounded number
+    // of strips and instances, then invalid.
+    const unsigned char none = 0;
+    StepDataReader empty(&none, 0);
+    ArithmeticDecoderState state(&empty);
+    TextRegionDecodeVar v;
+    v.state = &state;
+    for (int i = 0; i < 100000; ++i) v.checkExhausted();
+    state.pastEnd = 1;
+    EXPECT_EQ(thrownBy([&] {
+                  for (int i = 0; i < 100000; ++i) v.checkExhausted();
+              }),
+              JBIG2_INVALID_DATA);
+    EXPECT_EQ(v.checksPastEnd, 65537u);
 }
 
 TEST(Jbig2Halftone, PatternIndexPastGraymaxAsserts) {

@@ -74,6 +74,10 @@ struct TextRegionDecodeVar {
     // Throws JBIG2_INVALID_DATA once decoding has run far past the data, so
     // hostile counts cannot keep the instance loop going on padding.
     void checkExhausted() const;
+    // Checks made once the arithmetic decoder had run out of data: past the
+    // end it feeds 1-bits without consuming anything, so a well-adapted
+    // context can go on decoding for ever while pastEnd hardly moves.
+    mutable uint32_t checksPastEnd = 0;
 
     std::unique_ptr<ArithmeticDecoderState> ownState;
     std::unique_ptr<HuffmanDaraReader> ownReader;

@@ -14,6 +14,9 @@ namespace jbig2 {
 namespace {
 
 const uint32_t kMaxPastEnd = 4096;
+// Symbols decoded after the data ran out, past which the count is taken to be
+// hostile: past the end the decoder feeds 1-bits without consuming anything.
+const uint32_t kMaxChecksPastEnd = 1u << 16;
 
 // New symbols per byte of data above which a dictionary is refused: each
 // symbol costs at least a width delta and a bitmap, and this leaves room
@@ -287,8 +290,10 @@ void SymbolDictSegment::decode(StepDataReader& reader) {
         symbolBytes += (w == 0 ? 1 : ((w - 1) >> 3) + 1) * h + 64;
         checkAllocation(symbolBytes);
     };
+    uint32_t checksPastEnd = 0;
     auto checkExhausted = [&]() {
         if (v.state && v.state->pastEnd > kMaxPastEnd) throw JBIG2_INVALID_DATA;
+        if (v.state && v.state->pastEnd > 0 && ++checksPastEnd > kMaxChecksPastEnd) throw JBIG2_INVALID_DATA;
         if (v.huffman && v.huffman->offset() > static_cast<uint64_t>(v.size) + 8) throw JBIG2_INVALID_DATA;
     };
 

@@ -15,6 +15,9 @@ namespace {
 // from the data is taken to run on hostile counts. Well-formed data reads at
 // most a few bytes past its end.
 const uint32_t kMaxPastEnd = 4096;
+// Strips and instances decoded after the data ran out, past which the same
+// holds: a byte fed past the end can carry hundreds of thousands of decisions.
+const uint32_t kMaxChecksPastEnd = 1u << 16;
 
 const HuffmanTable* selectTable(unsigned int selection, const HuffmanParams* const* standard,
                                 const std::vector<const HuffmanTable*>& userTables, std::size_t& nextUser,
@@ -156,6 +159,7 @@ void TextRegionDecodeVar::parse(StepDataReader& reader, TextRegionParams& params
 
 void TextRegionDecodeVar::checkExhausted() const {
     if (state && state->pastEnd > kMaxPastEnd) throw JBIG2_INVALID_DATA;
+    if (state && state->pastEnd > 0 && ++checksPastEnd > kMaxChecksPastEnd) throw JBIG2_INVALID_DATA;
     if (huffman && huffman->offset() > static_cast<uint64_t>(huffmanSize) + 8) throw JBIG2_INVALID_DATA;
 }
 
