@@ -29,8 +29,8 @@ CObjectPosition::CObjectPosition(CSourFile* source) {
 }
 
 int64_t CObjectPosition::getBeginPosition(const SObj& key) const {
-    auto it = table->find(key);
-    return it == table->end() ? unknownPosition : it->second.pos;
+    const SObjState* st = table->state(key.num, key.gen);
+    return st ? st->pos : unknownPosition;
 }
 
 int64_t CObjectPosition::getEndPosition(const SObj& key) const {
@@ -46,8 +46,8 @@ int64_t CObjectPosition::getEndPosition(const SObj& key) const {
 int64_t CObjectPosition::getLength(const SObj& key) const { return getEndPosition(key) - getBeginPosition(key); }
 
 int CObjectPosition::getObjType(const SObj& key) const {
-    auto it = table->find(key);
-    return it == table->end() ? 0 : it->second.kind;
+    const SObjState* st = table->state(key.num, key.gen);
+    return st ? st->kind : 0;
 }
 
 }  // namespace PDF_KILN

@@ -77,8 +77,8 @@ void CFileInfo::Init() {
 }
 
 SObjState CFileInfo::GetObjState(const int& num, const int& gen) const {
-    auto it = objTable->find(SObj(num, gen));
-    return it == objTable->end() ? SObjState() : it->second;
+    const SObjState* st = static_cast<const ObjTable*>(objTable)->state(num, gen);
+    return st ? *st : SObjState();
 }
 
 SObjState CFileInfo::GetObjState(const SObj& key) const { return GetObjState(key.num, key.gen); }
