@@ -40,6 +40,14 @@ public:
     CSourFile& operator=(const CSourFile&) = delete;
 
     int CheckAndInit();
+    // What CheckAndInit would give after the password changed. Where the last
+    // full reading took nothing through the file key (no string or stream
+    // deciphered, no rebuilt table) only the document information, the
+    // /Encrypt dictionary and the key trial depend on the password: those are
+    // read again, the cross-reference chain, catalog and page tree are kept.
+    // Otherwise, or when the new trial leaves another password state than the
+    // page tree was walked with, it is CheckAndInit.
+    int ReadAgainWithKey();
     int InitOther();
     // Reads one page and enters the objects it reaches into fileObjects.
     void readPageClosure(const SObj& page);
@@ -115,6 +123,10 @@ public:
     bool rebuildTable = false;
     // Set when the object table in use was rebuilt by that scan.
     bool tableRebuilt = false;
+    // Whether the last full reading deciphered anything or rebuilt the table,
+    // and the password state its page tree walk saw (ReadAgainWithKey).
+    bool readingUsedKey = true;
+    int32_t readingPasswordState = 0;
     // The scan: fills the object table, the catalog reference and the trailer
     // values from the bytes of the file. False when no catalog is found.
     bool rebuildObjectTable();
@@ -171,6 +183,8 @@ public:
     SObj groupNo;
 
 private:
+    // The whole of CheckAndInit's reading.
+    int readWhole();
     std::map<int, DecodedObjStm> objStmCache;
     CMemoryBuf* memory_ = nullptr;
 };

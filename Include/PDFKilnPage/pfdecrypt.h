@@ -58,6 +58,10 @@ public:
 
     bool encrypted() const { return passwordState > 0 && Length >= 1; }
 
+    // How many strings and streams DecryptString has deciphered with this
+    // record: a reading that leaves it unchanged did not depend on the key.
+    mutable std::size_t decryptCount = 0;
+
     // Key derivations made for this document, handed to every exchange record
     // saveEncryptInfo makes from it, so that each password is worked out once
     // however often the trials run. Copies of a CEncrypt share it.

@@ -149,7 +149,7 @@ int CPDFKilnPage::SetSourcePassword(const std::string& pwd) {
     // Codes reach the caller thrown, as int; so does whatever else went wrong
     // beneath, turned into a code.
     const int rc = guardedEntry([&]() -> int {
-        int code = source->CheckAndInit();
+        int code = openedAsIs ? source->ReadAgainWithKey() : source->CheckAndInit();
         if (code != 0) return code;
         readingKeyState = keyState(source->fileInfo.encrypt);
         return readCatalogText();
@@ -587,6 +587,7 @@ std::string CPDFKilnPage::getRootString(int newNumber) const {
 }
 
 void CPDFKilnPage::setDecodedBudget(std::size_t bytes) {
+    openedAsIs = false;
     decodedBudget = bytes;
     if (source) source->decodeBudget = bytes;
 }

@@ -102,6 +102,38 @@ bool CSourFile::FindStr(const std::string& what) {
 }
 
 int CSourFile::CheckAndInit() {
+    const std::size_t decryptsBefore = fileInfo.encrypt.decryptCount;
+    const int rc = readWhole();
+    readingUsedKey = fileInfo.encrypt.decryptCount != decryptsBefore || tableRebuilt;
+    readingPasswordState = fileInfo.encrypt.passwordState;
+    return rc;
+}
+
+int CSourFile::ReadAgainWithKey() {
+    if (readingUsedKey) return CheckAndInit();
+    // Nothing read so far was deciphered: what a full reading would do
+    // differently is drop the object streams decoded with the old key, read
+    // /Info and /Encrypt and try the key again; the chain it walks, the
+    // catalog and the page tree come out as they are.
+    // A full reading starts from the state the caller left: kept, to return
+    // to when this one does not hold.
+    const CEncrypt encryptBefore = fileInfo.encrypt;
+    const CFileInfo::CInfo infoBefore = fileInfo.info;
+    clear();
+    if (!fileInfo.ReadInfoAndEncrypt(*this) || !good() ||
+        fileInfo.encrypt.passwordState != readingPasswordState) {
+        fileInfo.encrypt = encryptBefore;
+        fileInfo.info = infoBefore;
+        return CheckAndInit();
+    }
+    objStmCache.clear();
+    objStmUndecodable.clear();
+    clear();
+    curPageNo = 0;
+    return kResultOk;
+}
+
+int CSourFile::readWhole() {
     clear();
     seekg(0);
     unsetf(std::ios::skipws);

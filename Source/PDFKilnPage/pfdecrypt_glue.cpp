@@ -97,6 +97,7 @@ int DecryptString(const CEncrypt& enc, SObj* object, std::string& data) {
     // The record is made on first use and kept while the fields it was made
     // from stand as they were; DecryptData needs only the key and the cipher
     // of it, the rest is compared so that any change of state renews it.
+    ++enc.decryptCount;
     CEncrypt::DecryptRecord& slot = enc.decryptRecord;
     const std::size_t keyBytes = static_cast<std::size_t>(std::clamp(enc.Length / 8, 0, 256));
     const bool current = slot.decryptor && slot.Length == enc.Length && slot.R == enc.R && slot.V == enc.V &&

@@ -1,7 +1,9 @@
 // Helpers shared by the decryption and encryption managers.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "encryptinfo.h"
 
@@ -29,6 +31,19 @@ public:
     // isUser is false. Returns 32 bytes.
     std::string caculateHashR6(const std::string& password, const std::string& hash,
                                const std::string& U, bool isUser);
+
+    // One question for caculateHashR6.
+    struct HashR6Question {
+        std::string password;
+        std::string hash;
+        std::string U;
+        bool isUser = true;
+    };
+    // caculateHashR6 of each question (at most kMaxHashR6Together), computed
+    // side by side: where the CPU has AES instructions the AES chains of the
+    // questions run interleaved, which costs little more than one chain.
+    static constexpr std::size_t kMaxHashR6Together = 4;
+    std::vector<std::string> caculateHashesR6(const std::vector<HashR6Question>& questions);
 
     // The key for one object: with cipherMode below 3 and keyIsObjectKey false,
     // MD5 of the file key, the 3 low bytes of the object number, the 2 low bytes

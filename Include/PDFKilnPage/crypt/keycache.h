@@ -33,9 +33,16 @@ public:
         if (const std::string* known = find(input))
             return *known;
         std::string output = derive();
-        store(input, output);
+        store(input, output, true);
         return output;
     }
+
+    // Whether `input` has an output here, asked for or made ahead.
+    bool contains(const std::string& input) const;
+    // An output made ahead of its question (several derivations run together
+    // for less than the sum of their times). It counts as computed only once
+    // get asks for it, so `computed` tells the derivations the trials needed.
+    void putAhead(const std::string& input, const std::string& output);
 
     // How many derivations of a kind were computed, not found.
     std::size_t computed(Kind kind) const;
@@ -44,12 +51,15 @@ private:
     struct Entry {
         std::string input;
         std::string output;
+        bool asked = true;
     };
     // A document asks for a handful of derivations; the oldest make way.
     static constexpr std::size_t kCapacity = 16;
 
-    const std::string* find(const std::string& input) const;
-    void store(const std::string& input, const std::string& output);
+    // Marks an entry made ahead as asked for (and counts it).
+    const std::string* find(const std::string& input);
+    void store(const std::string& input, const std::string& output, bool asked);
+    void count(const std::string& input);
 
     std::vector<Entry> m_entries;
     std::size_t m_next = 0;

@@ -3,6 +3,8 @@
 // and this code runs only where CPUID reported AES-NI.
 #include "aes_hw.h"
 
+#include <algorithm>
+
 #if defined(__x86_64__)
 
 #include <wmmintrin.h>
@@ -199,6 +201,104 @@ PDFKILN_AES_TARGET void decryptCbc(const unsigned char* roundKeys, int rounds, u
 
 #undef PDFKILN_AES_BY_ROUNDS
 
+namespace {
+
+// One step of the key schedule: `assist` is AESKEYGENASSIST of the previous
+// round key, whose last word (RotWord, SubWord and the round constant) is
+// added to every word of the running XOR of the previous key's words.
+PDFKILN_AES_TARGET inline __m128i nextRoundKey(__m128i key, __m128i assist)
+{
+    assist = _mm_shuffle_epi32(assist, 0xff);
+    key = _mm_xor_si128(key, _mm_slli_si128(key, 4));
+    key = _mm_xor_si128(key, _mm_slli_si128(key, 4));
+    key = _mm_xor_si128(key, _mm_slli_si128(key, 4));
+    return _mm_xor_si128(key, assist);
+}
+
+template <int Count>
+PDFKILN_AES_TARGET void cbcEncryptChains(const unsigned char* const roundKeys[], unsigned char* const chains[],
+                                         unsigned char* const data[], std::size_t blocks)
+{
+    Keys<10> keys[Count];
+    __m128i c[Count];
+#pragma GCC unroll 4
+    for (int j = 0; j < Count; ++j) {
+        load(keys[j], roundKeys[j]);
+        c[j] = loadBlock(chains[j]);
+    }
+    for (std::size_t n = 0; n < blocks; ++n) {
+#pragma GCC unroll 4
+        for (int j = 0; j < Count; ++j) {
+            c[j] = cipherOne<false>(keys[j], _mm_xor_si128(loadBlock(data[j] + 16 * n), c[j]));
+            storeBlock(data[j] + 16 * n, c[j]);
+        }
+    }
+#pragma GCC unroll 4
+    for (int j = 0; j < Count; ++j)
+        storeBlock(chains[j], c[j]);
+}
+
+} // namespace
+
+PDFKILN_AES_TARGET void expandKey128(const unsigned char key[16], unsigned char roundKeys[176])
+{
+    __m128i k = loadBlock(key);
+    storeBlock(roundKeys, k);
+    // The round constants must be immediates.
+#define PDFKILN_AES_EXPAND(i, rcon)                                                                           \
+    k = nextRoundKey(k, _mm_aeskeygenassist_si128(k, rcon));                                                 \
+    storeBlock(roundKeys + 16 * (i), k)
+    PDFKILN_AES_EXPAND(1, 0x01);
+    PDFKILN_AES_EXPAND(2, 0x02);
+    PDFKILN_AES_EXPAND(3, 0x04);
+    PDFKILN_AES_EXPAND(4, 0x08);
+    PDFKILN_AES_EXPAND(5, 0x10);
+    PDFKILN_AES_EXPAND(6, 0x20);
+    PDFKILN_AES_EXPAND(7, 0x40);
+    PDFKILN_AES_EXPAND(8, 0x80);
+    PDFKILN_AES_EXPAND(9, 0x1b);
+    PDFKILN_AES_EXPAND(10, 0x36);
+#undef PDFKILN_AES_EXPAND
+}
+
+PDFKILN_AES_TARGET void encryptCbc128Chains(const unsigned char* const roundKeys[], unsigned char* const chains[],
+                                            unsigned char* const data[], const std::size_t blocks[], int count)
+{
+    if (count < 1 || count > kMaxCbcChains)
+        return;
+    // Chains in order of length, shortest first. All of them run side by side
+    // up to the end of the shortest, the others on to the end of the next, and
+    // so on: every block is in a group as large as the chains still going.
+    int order[kMaxCbcChains];
+    for (int j = 0; j < count; ++j)
+        order[j] = j;
+    std::sort(order, order + count, [&](int a, int b) { return blocks[a] < blocks[b]; });
+    std::size_t done = 0;
+    for (int first = 0; first < count; ++first) {
+        const std::size_t upTo = blocks[order[first]];
+        if (upTo <= done)
+            continue;
+        const unsigned char* keys[kMaxCbcChains];
+        unsigned char* vectors[kMaxCbcChains];
+        unsigned char* at[kMaxCbcChains];
+        const int going = count - first;
+        for (int j = 0; j < going; ++j) {
+            const int c = order[first + j];
+            keys[j] = roundKeys[c];
+            vectors[j] = chains[c];
+            at[j] = data[c] + 16 * done;
+        }
+        const std::size_t n = upTo - done;
+        switch (going) {
+        case 1: cbcEncrypt<10>(keys[0], vectors[0], at[0], at[0], n); break;
+        case 2: cbcEncryptChains<2>(keys, vectors, at, n); break;
+        case 3: cbcEncryptChains<3>(keys, vectors, at, n); break;
+        default: cbcEncryptChains<4>(keys, vectors, at, n); break;
+        }
+        done = upTo;
+    }
+}
+
 } // namespace aes_hw
 } // namespace pcrypt
 
@@ -210,6 +310,11 @@ void encryptEcb(const unsigned char*, int, const unsigned char*, unsigned char*,
 void decryptEcb(const unsigned char*, int, const unsigned char*, unsigned char*, std::size_t) {}
 void encryptCbc(const unsigned char*, int, unsigned char*, const unsigned char*, unsigned char*, std::size_t) {}
 void decryptCbc(const unsigned char*, int, unsigned char*, const unsigned char*, unsigned char*, std::size_t) {}
+void expandKey128(const unsigned char*, unsigned char*) {}
+void encryptCbc128Chains(const unsigned char* const*, unsigned char* const*, unsigned char* const*, const std::size_t*,
+                         int)
+{
+}
 } // namespace aes_hw
 } // namespace pcrypt
 

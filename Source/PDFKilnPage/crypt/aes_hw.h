@@ -24,5 +24,18 @@ void encryptCbc(const unsigned char* roundKeys, int rounds, unsigned char chain[
 void decryptCbc(const unsigned char* roundKeys, int rounds, unsigned char chain[16], const unsigned char* in,
                 unsigned char* out, std::size_t blocks);
 
+// The encryption schedule of a 16-byte key: 11 round keys, 176 bytes.
+void expandKey128(const unsigned char key[16], unsigned char roundKeys[176]);
+
+// Up to kMaxCbcChains independent CBC encryptions with 16-byte keys, in
+// place, run side by side: each chain waits on its own previous block, so
+// several chains keep the AES unit busy where one leaves it idle most cycles.
+// Chain i enciphers blocks[i] blocks at data[i] with roundKeys[i] (as from
+// expandKey128); chains[i] holds its vector on entry and its last block on
+// return.
+constexpr int kMaxCbcChains = 4;
+void encryptCbc128Chains(const unsigned char* const roundKeys[], unsigned char* const chains[],
+                         unsigned char* const data[], const std::size_t blocks[], int count);
+
 } // namespace aes_hw
 } // namespace pcrypt

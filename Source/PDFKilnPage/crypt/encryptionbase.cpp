@@ -6,10 +6,12 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "PDFKilnPage/crypt/cpufeatures.h"
 #include "PDFKilnPage/crypt/md5.h"
 #include "PDFKilnPage/crypt/rijndael.h"
 #include "PDFKilnPage/crypt/sha256.h"
 #include "PDFKilnPage/crypt/sha512.h"
+#include "aes_hw.h"
 
 namespace pcrypt {
 
@@ -18,6 +20,24 @@ namespace {
 const unsigned char* bytes(const std::string& s)
 {
     return reinterpret_cast<const unsigned char*>(s.data());
+}
+
+void wipeBytes(void* p, size_t n)
+{
+    volatile unsigned char* v = static_cast<volatile unsigned char*>(p);
+    for (size_t i = 0; i < n; ++i)
+        v[i] = 0;
+}
+
+std::string sha256Of(const std::string& data)
+{
+    Sha256Calc calc;
+    Sha256Calc_init(&calc);
+    Sha256Calc_calculate(&calc, data.data(), data.size());
+    // The digest stands at the start of the object.
+    std::string out(reinterpret_cast<const char*>(&calc), 32);
+    Sha256Calc_uninit(&calc);
+    return out;
 }
 
 } // namespace
@@ -82,13 +102,7 @@ std::string PDFEncryptionBase::md5(const std::string& data, int outSize)
 
 std::string PDFEncryptionBase::sha256(const std::string& data)
 {
-    Sha256Calc calc;
-    Sha256Calc_init(&calc);
-    Sha256Calc_calculate(&calc, data.data(), data.size());
-    // The digest stands at the start of the object.
-    std::string out(reinterpret_cast<const char*>(&calc), 32);
-    Sha256Calc_uninit(&calc);
-    return out;
+    return sha256Of(data);
 }
 
 std::string PDFEncryptionBase::aes256CbcNoPad(const std::string& key, const std::string& data, bool encrypt)
@@ -126,65 +140,134 @@ std::string PDFEncryptionBase::aes256Ecb(const std::string& key, const std::stri
     return out;
 }
 
+namespace {
+
+// One question of the revision 6 hash on its way: the password (UTF-8, cut),
+// the /U part (owner questions only), the running value K and the buffer E.
+struct HashR6Run {
+    std::string p, u, K, E;
+    bool done = false;
+};
+
+// E = 64 copies of password, K and (for the owner) U, ready to be enciphered
+// in place.
+void fillRound(HashR6Run& r)
+{
+    const size_t seqLen = r.p.size() + r.K.size() + r.u.size();
+    r.E.resize(seqLen * 64);
+    unsigned char* e = reinterpret_cast<unsigned char*>(r.E.data());
+    std::memcpy(e, r.p.data(), r.p.size());
+    std::memcpy(e + r.p.size(), r.K.data(), r.K.size());
+    if (!r.u.empty())
+        std::memcpy(e + r.p.size() + r.K.size(), r.u.data(), r.u.size());
+    for (int i = 1; i < 64; ++i)
+        std::memcpy(e + i * seqLen, e, seqLen);
+}
+
+// The hash that the sum of E's first 16 bytes modulo 3 picks becomes K; the
+// run ends after round 63 once E's last byte is at most round - 32.
+void finishRound(HashR6Run& r, int round)
+{
+    int sum = 0;
+    for (int i = 0; i < 16; ++i)
+        sum += static_cast<unsigned char>(r.E[static_cast<size_t>(i)]) % 3;
+    switch (sum % 3) {
+    case 0:
+        r.K = sha256Of(r.E);
+        break;
+    case 1: {
+        SHA384Context ctx;
+        uint8_t d[SHA384_HASH_SIZE];
+        SHA384Init(&ctx);
+        SHA384Update(&ctx, r.E.data(), r.E.size());
+        SHA384Final(&ctx, d);
+        r.K.assign(reinterpret_cast<const char*>(d), sizeof d);
+        break;
+    }
+    default: {
+        SHA512Context ctx;
+        uint8_t d[SHA512_HASH_SIZE];
+        SHA512Init(&ctx);
+        SHA512Update(&ctx, r.E.data(), r.E.size());
+        SHA512Final(&ctx, d);
+        r.K.assign(reinterpret_cast<const char*>(d), sizeof d);
+        break;
+    }
+    }
+    const int last = static_cast<unsigned char>(r.E.back());
+    r.done = round >= 63 && last <= round - 31;
+}
+
+} // namespace
+
 std::string PDFEncryptionBase::caculateHashR6(const std::string& password, const std::string& hash,
                                               const std::string& U, bool isUser)
 {
-    if (hash.size() < 32)
-        throw std::out_of_range("caculateHashR6: start value shorter than 32 bytes");
-    const std::string p = getUTF8Str(password);
-    const std::string u = isUser ? std::string() : U.substr(0, 48);
-    std::string K = hash.substr(0, 32);
-    // One buffer for the whole run: K1 is built in it and enciphered in place,
-    // which leaves E there.
-    std::string E;
+    return caculateHashesR6({HashR6Question{password, hash, U, isUser}}).front();
+}
+
+std::vector<std::string> PDFEncryptionBase::caculateHashesR6(const std::vector<HashR6Question>& questions)
+{
+    if (questions.size() > kMaxHashR6Together)
+        throw std::out_of_range("caculateHashesR6: too many questions at once");
+    std::vector<HashR6Run> runs(questions.size());
+    for (size_t i = 0; i < questions.size(); ++i) {
+        const HashR6Question& q = questions[i];
+        if (q.hash.size() < 32)
+            throw std::out_of_range("caculateHashR6: start value shorter than 32 bytes");
+        runs[i].p = getUTF8Str(q.password);
+        runs[i].u = q.isUser ? std::string() : q.U.substr(0, 48);
+        runs[i].K = q.hash.substr(0, 32);
+    }
+    const bool hardware = aesHardwareUsable(cpuFeatures());
     Rijndael aes;
     for (int round = 0;; ++round) {
-        // 64 copies of password, K and (for the owner) U.
-        const size_t seqLen = p.size() + K.size() + u.size();
-        E.resize(seqLen * 64);
-        unsigned char* e = reinterpret_cast<unsigned char*>(E.data());
-        std::memcpy(e, p.data(), p.size());
-        std::memcpy(e + p.size(), K.data(), K.size());
-        if (!u.empty())
-            std::memcpy(e + p.size() + K.size(), u.data(), u.size());
-        for (int i = 1; i < 64; ++i)
-            std::memcpy(e + i * seqLen, e, seqLen);
-
-        aes.init(Rijndael::CBC, Rijndael::Encrypt, bytes(K), Rijndael::Key16Bytes, bytes(K) + 16);
-        aes.blockEncrypt(e, static_cast<int>(E.size() * 8), e);
-
-        int sum = 0;
-        for (int i = 0; i < 16; ++i)
-            sum += static_cast<unsigned char>(E[static_cast<size_t>(i)]) % 3;
-        switch (sum % 3) {
-        case 0:
-            K = sha256(E);
+        // Each run still going enciphers its E with AES-128-CBC: the key is
+        // K's first 16 bytes, the vector the next 16.
+        HashR6Run* active[kMaxHashR6Together];
+        int count = 0;
+        for (HashR6Run& r : runs)
+            if (!r.done) {
+                fillRound(r);
+                active[count++] = &r;
+            }
+        if (count == 0)
             break;
-        case 1: {
-            SHA384Context ctx;
-            uint8_t d[SHA384_HASH_SIZE];
-            SHA384Init(&ctx);
-            SHA384Update(&ctx, E.data(), E.size());
-            SHA384Final(&ctx, d);
-            K.assign(reinterpret_cast<const char*>(d), sizeof d);
-            break;
+        if (hardware) {
+            unsigned char keys[kMaxHashR6Together][176];
+            unsigned char vectors[kMaxHashR6Together][16];
+            const unsigned char* keyPtrs[kMaxHashR6Together];
+            unsigned char* vectorPtrs[kMaxHashR6Together];
+            unsigned char* data[kMaxHashR6Together];
+            size_t blocks[kMaxHashR6Together];
+            for (int j = 0; j < count; ++j) {
+                aes_hw::expandKey128(bytes(active[j]->K), keys[j]);
+                std::memcpy(vectors[j], active[j]->K.data() + 16, 16);
+                keyPtrs[j] = keys[j];
+                vectorPtrs[j] = vectors[j];
+                data[j] = reinterpret_cast<unsigned char*>(active[j]->E.data());
+                blocks[j] = active[j]->E.size() / 16;
+            }
+            aes_hw::encryptCbc128Chains(keyPtrs, vectorPtrs, data, blocks, count);
+            wipeBytes(keys, sizeof keys);
+        } else {
+            for (int j = 0; j < count; ++j) {
+                unsigned char* e = reinterpret_cast<unsigned char*>(active[j]->E.data());
+                aes.init(Rijndael::CBC, Rijndael::Encrypt, bytes(active[j]->K), Rijndael::Key16Bytes,
+                         bytes(active[j]->K) + 16);
+                aes.blockEncrypt(e, static_cast<int>(active[j]->E.size() * 8), e);
+            }
         }
-        default: {
-            SHA512Context ctx;
-            uint8_t d[SHA512_HASH_SIZE];
-            SHA512Init(&ctx);
-            SHA512Update(&ctx, E.data(), E.size());
-            SHA512Final(&ctx, d);
-            K.assign(reinterpret_cast<const char*>(d), sizeof d);
-            break;
-        }
-        }
-        const int last = static_cast<unsigned char>(E.back());
-        if (round >= 63 && last <= round - 31)
-            break;
+        for (int j = 0; j < count; ++j)
+            finishRound(*active[j], round);
     }
-    std::fill(E.begin(), E.end(), '\0');
-    return K.substr(0, 32);
+    std::vector<std::string> out;
+    out.reserve(runs.size());
+    for (HashR6Run& r : runs) {
+        std::fill(r.E.begin(), r.E.end(), '\0');
+        out.push_back(r.K.substr(0, 32));
+    }
+    return out;
 }
 
 void PDFEncryptionBase::calculateKey(int object, int generation, const EncryptInfo& info, std::string& out)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "PDFKilnPage/crypt/keycache.h"
 #include "PDFKilnPage/crypt/md5.h"
@@ -45,11 +46,9 @@ DerivedKeyCache& PDFDecryptionManager::cacheFor(const EncryptInfo& info)
     return info.derivedKeys ? *info.derivedKeys : *m_cache;
 }
 
-std::string PDFDecryptionManager::hashR6(const EncryptInfo& info, const std::string& password,
-                                         const std::string& hash, bool isUser)
+std::string PDFDecryptionManager::hashR6Question(const EncryptInfo& info, const std::string& password,
+                                                 const std::string& hash, bool isUser)
 {
-    if (hash.size() < 32)
-        return caculateHashR6(password, hash, info.U, isUser); // refused there
     // The question as caculateHashR6 sees it: the password cut to 127 bytes,
     // the 32 bytes of the start value and, for the owner, up to 48 bytes of /U.
     std::string question(1, DerivedKeyCache::HashR6);
@@ -59,7 +58,44 @@ std::string PDFDecryptionManager::hashR6(const EncryptInfo& info, const std::str
         question += info.U.substr(0, 48) + std::string(48 - std::min<size_t>(info.U.size(), 48), '\0') +
                     static_cast<char>(std::min<size_t>(info.U.size(), 48));
     question += getUTF8Str(password);
-    return cacheFor(info).get(question, [&] { return caculateHashR6(password, hash, info.U, isUser); });
+    return question;
+}
+
+std::string PDFDecryptionManager::hashR6(const EncryptInfo& info, const std::string& password,
+                                         const std::string& hash, bool isUser)
+{
+    if (hash.size() < 32)
+        return caculateHashR6(password, hash, info.U, isUser); // refused there
+    return cacheFor(info).get(hashR6Question(info, password, hash, isUser),
+                              [&] { return caculateHashR6(password, hash, info.U, isUser); });
+}
+
+void PDFDecryptionManager::deriveR6Ahead(const EncryptInfo& info, const std::string& password)
+{
+    if (info.R != 6 || info.Length != 256 || info.U.size() < 48)
+        return;
+    // The start values as createKeyAES256, isUserPWDR6 and isOwnerPWD6 make
+    // them; each passes the password already in UTF-8 to hashR6.
+    const std::string p = getUTF8Str(password);
+    std::vector<HashR6Question> questions;
+    std::vector<std::string> names;
+    auto ask = [&](const std::string& start, bool isUser) {
+        std::string name = hashR6Question(info, p, start, isUser);
+        if (cacheFor(info).contains(name))
+            return;
+        questions.push_back(HashR6Question{p, start, info.U, isUser});
+        names.push_back(std::move(name));
+    };
+    if (info.UE.size() >= 32)
+        ask(sha256(p + info.U.substr(40, 8)), true);
+    ask(sha256(p + info.U.substr(32, 8)), true);
+    if (info.O.size() >= 40)
+        ask(sha256(p + info.O.substr(32, 8) + info.U.substr(0, 48)), false);
+    if (questions.size() < 2)
+        return; // nothing to gain over asking when needed
+    const std::vector<std::string> answers = caculateHashesR6(questions);
+    for (size_t i = 0; i < answers.size(); ++i)
+        cacheFor(info).putAhead(names[i], answers[i]);
 }
 
 void PDFDecryptionManager::createKey(EncryptInfo& info, std::string& password, bool keepInPassword,

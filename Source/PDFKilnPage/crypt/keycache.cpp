@@ -23,24 +23,49 @@ DerivedKeyCache::~DerivedKeyCache()
     }
 }
 
-const std::string* DerivedKeyCache::find(const std::string& input) const
+const std::string* DerivedKeyCache::find(const std::string& input)
 {
-    for (const Entry& e : m_entries)
-        if (e.input == input)
+    for (Entry& e : m_entries)
+        if (e.input == input) {
+            if (!e.asked) {
+                e.asked = true;
+                count(input);
+            }
             return &e.output;
+        }
     return nullptr;
 }
 
-void DerivedKeyCache::store(const std::string& input, const std::string& output)
+bool DerivedKeyCache::contains(const std::string& input) const
 {
-    if (!input.empty()) {
-        if (input[0] == HashR6)
-            ++m_computedHashR6;
-        else if (input[0] == KeyMD5)
-            ++m_computedKeyMD5;
-    }
+    for (const Entry& e : m_entries)
+        if (e.input == input)
+            return true;
+    return false;
+}
+
+void DerivedKeyCache::putAhead(const std::string& input, const std::string& output)
+{
+    if (!contains(input))
+        store(input, output, false);
+}
+
+void DerivedKeyCache::count(const std::string& input)
+{
+    if (input.empty())
+        return;
+    if (input[0] == HashR6)
+        ++m_computedHashR6;
+    else if (input[0] == KeyMD5)
+        ++m_computedKeyMD5;
+}
+
+void DerivedKeyCache::store(const std::string& input, const std::string& output, bool asked)
+{
+    if (asked)
+        count(input);
     if (m_entries.size() < kCapacity) {
-        m_entries.push_back(Entry{input, output});
+        m_entries.push_back(Entry{input, output, asked});
         return;
     }
     Entry& e = m_entries[m_next];
@@ -49,6 +74,7 @@ void DerivedKeyCache::store(const std::string& input, const std::string& output)
     wipe(e.output);
     e.input = input;
     e.output = output;
+    e.asked = asked;
 }
 
 std::size_t DerivedKeyCache::computed(Kind kind) const
