@@ -144,6 +144,15 @@ public:
     // Acts from the next init on for the reading of the file's structure, at
     // once for content.
     void setDecodedBudget(std::size_t bytes);
+    // Off unless set. Where it is, init reads the document with the password
+    // given to the constructor from the start, where otherwise it reads with
+    // the empty password and SetSourcePassword(password) reads again: the
+    // document is what init and SetSourcePassword(password) give (a later
+    // SetSourcePassword with that password keeps it), from one reading and
+    // without trying the empty password as the owner's. Where the empty
+    // password's reading would fail and the given one's does not, init
+    // succeeds. Acts from the next init.
+    void setPasswordAtOpening(bool on);
 
     // Content and resources of the current page.
     int getPageContents(const std::string** out);
@@ -260,6 +269,10 @@ protected:
     // the reading depends on changes: SetSourcePassword may then keep the
     // reading when the password gives the same key.
     bool openedAsIs = false;
+    bool passwordAtOpening = false;
+    // After a reading made with the given password: the state SetSourcePassword
+    // after a reading with the empty one would leave.
+    int settleGivenPassword();
     // The key and password state of the last full reading (keyState).
     std::string readingKeyState;
     static std::string keyState(const CEncrypt& enc);

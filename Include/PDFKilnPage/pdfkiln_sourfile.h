@@ -48,6 +48,10 @@ public:
     // Otherwise, or when the new trial leaves another password state than the
     // page tree was walked with, it is CheckAndInit.
     int ReadAgainWithKey();
+    // /Info, /Encrypt and the key trial read again over the kept reading.
+    // False, with the state as it was, where that fails or the trial leaves
+    // another password state than the page tree walk saw.
+    bool ReadInfoAndEncryptAgain();
     int InitOther();
     // Reads one page and enters the objects it reaches into fileObjects.
     void readPageClosure(const SObj& page);

@@ -88,12 +88,22 @@ int CPDFKilnPage::init() {
         source->decodeBudget = decodedBudget;
         source->nestedStrings = balancedStrings;
         source->rebuildTable = rebuildObjectTable;
+        const bool givenFirst = passwordAtOpening && !password.empty() && password.size() <= 32;
+        if (givenFirst) {
+            CEncrypt& enc = source->fileInfo.encrypt;
+            std::memset(enc.suppliedPassword, 0, sizeof enc.suppliedPassword);
+            std::memcpy(enc.suppliedPassword, password.data(), password.size());
+        }
         int rc = source->CheckAndInit();
         if (rc != 0) return rc;
         readingKeyState = keyState(source->fileInfo.encrypt);
         rc = readCatalogText();
         if (rc != 0) return rc;
         (void)SetSourcePassword();
+        if (givenFirst) {
+            rc = settleGivenPassword();
+            if (rc != 0) return rc;
+        }
         findValue();
         openedAsIs = true;
         return kResultOk;
@@ -102,6 +112,33 @@ int CPDFKilnPage::init() {
     } catch (const std::exception&) {
         return kResultStdException;
     }
+}
+
+int CPDFKilnPage::settleGivenPassword() {
+    const CEncrypt& enc = source->fileInfo.encrypt;
+    if (enc.handlerKind != 1 || (!enc.passwordFlagOwner && !enc.passwordFlagUser)) return kResultOk;
+    if (enc.passwordFlagOwner) {
+        // The empty password opened the file: the trial never came to the
+        // given one, so this reading is the empty password's, and what
+        // SetSourcePassword does next is what it does after that one.
+        if (keyState(enc) == readingKeyState) return kResultOk;
+        const int rc = source->ReadAgainWithKey();
+        if (rc != 0) return rc;
+    } else if (!source->ReadInfoAndEncryptAgain() || keyState(enc) != readingKeyState) {
+        // The empty password's reading would have had another key, so the
+        // password's reads again: here the document was read with the key
+        // the new trial gives, and only /Info (read before any key) and the
+        // trial are read again; a trial that gives another key reads anew.
+        const int rc = source->CheckAndInit();
+        if (rc != 0) return rc;
+    }
+    readingKeyState = keyState(enc);
+    return readCatalogText();
+}
+
+void CPDFKilnPage::setPasswordAtOpening(bool on) {
+    openedAsIs = false;
+    passwordAtOpening = on;
 }
 
 void CPDFKilnPage::setBalancedStrings(bool on) {

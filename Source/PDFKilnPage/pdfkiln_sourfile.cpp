@@ -110,27 +110,31 @@ int CSourFile::CheckAndInit() {
 }
 
 int CSourFile::ReadAgainWithKey() {
-    if (readingUsedKey) return CheckAndInit();
     // Nothing read so far was deciphered: what a full reading would do
     // differently is drop the object streams decoded with the old key, read
     // /Info and /Encrypt and try the key again; the chain it walks, the
     // catalog and the page tree come out as they are.
+    if (readingUsedKey || !ReadInfoAndEncryptAgain()) return CheckAndInit();
+    objStmCache.clear();
+    objStmUndecodable.clear();
+    return kResultOk;
+}
+
+bool CSourFile::ReadInfoAndEncryptAgain() {
     // A full reading starts from the state the caller left: kept, to return
     // to when this one does not hold.
     const CEncrypt encryptBefore = fileInfo.encrypt;
     const CFileInfo::CInfo infoBefore = fileInfo.info;
     clear();
-    if (!fileInfo.ReadInfoAndEncrypt(*this) || !good() ||
-        fileInfo.encrypt.passwordState != readingPasswordState) {
+    const bool held = fileInfo.ReadInfoAndEncrypt(*this) && good() &&
+                      fileInfo.encrypt.passwordState == readingPasswordState;
+    if (!held) {
         fileInfo.encrypt = encryptBefore;
         fileInfo.info = infoBefore;
-        return CheckAndInit();
     }
-    objStmCache.clear();
-    objStmUndecodable.clear();
     clear();
     curPageNo = 0;
-    return kResultOk;
+    return held;
 }
 
 int CSourFile::readWhole() {

@@ -85,42 +85,60 @@ TEST_F(Protected, PasswordsOpenThePagesAndGetSecurityTellsTheSituation) {
 
 // A password set right after init re-reads only what the key changes when nothing read so far went through the
 // key (no object streams); with object streams it is a full reading. Either way the document is what a full
-// reading gives, forced here by an option change: /Info deciphered, the key state, the pages.
-TEST_F(Protected, PasswordAfterInitGivesWhatAFullReadingGives) {
+// reading gives, forced here by an option change: /Info deciphered, the key state, the pages. Opening with the
+// password from the start gives the same again, without the empty password's owner hash.
+TEST_F(Protected, PasswordAfterInitOrAtOpeningGivesWhatAFullReadingGives) {
     for (const char* layout : {"--object-streams=disable", "--object-streams=preserve"}) {
-        for (const char* cipher : {"user owner 256", "user owner 128 --use-aes=n"}) {
+        for (const char* cipher : {"user owner 256", "'' owner 256", "user owner 128 --use-aes=n"}) {
             const std::string path = tmp.file("layout.pdf");
             ASSERT_EQ(testutil::run(std::string("qpdf --allow-weak-crypto ") + layout + " --encrypt " + cipher + " -- " +
                                     testutil::quote(kSample) + " " + testutil::quote(path)), 0);
             for (const char* password : {"user", "owner", "nope"}) {
-                CPDFKilnPage quick(path.c_str(), ""), full(path.c_str(), "");
+                const std::string where = std::string(layout) + " " + cipher + " " + password;
+                CPDFKilnPage quick(path.c_str(), ""), full(path.c_str(), ""), opening(path.c_str(), password);
                 ASSERT_EQ(quick.init(), 0);
                 ASSERT_EQ(full.init(), 0);
+                opening.setPasswordAtOpening(true);
+                ASSERT_EQ(opening.init(), 0) << where;
                 full.setDecodedBudget(0);  // the default again, but the reading no longer counts as untouched
-                int states[2] = {0, 0};
-                CPDFKilnPage* docs[2] = {&quick, &full};
-                for (int i = 0; i < 2; ++i) {
+                int states[3] = {0, 0, 0};
+                CPDFKilnPage* docs[3] = {&quick, &full, &opening};
+                for (int i = 0; i < 3; ++i) {
                     try {
                         states[i] = docs[i]->SetSourcePassword(std::string(password));
                     } catch (int code) {
                         states[i] = 1000 + code;
                     }
                 }
-                const std::string where = std::string(layout) + " " + cipher + " " + password;
-                EXPECT_EQ(states[0], states[1]) << where;
-                const CEncrypt& a = quick.getSource()->fileInfo.encrypt;
-                const CEncrypt& b = full.getSource()->fileInfo.encrypt;
-                EXPECT_EQ(std::string(reinterpret_cast<const char*>(a.fileKey), sizeof a.fileKey),
-                          std::string(reinterpret_cast<const char*>(b.fileKey), sizeof b.fileKey)) << where;
-                EXPECT_EQ(std::make_tuple(a.passwordState, a.passwordFlagOwner, a.passwordFlagUser),
-                          std::make_tuple(b.passwordState, b.passwordFlagOwner, b.passwordFlagUser)) << where;
-                const auto& ia = quick.getSource()->fileInfo.info;
-                const auto& ib = full.getSource()->fileInfo.info;
-                EXPECT_EQ(std::make_tuple(ia.title, ia.author, ia.producer, ia.creationDate),
-                          std::make_tuple(ib.title, ib.author, ib.producer, ib.creationDate)) << where;
-                EXPECT_EQ(quick.getPageCount(), full.getPageCount()) << where;
-                EXPECT_EQ(content(quick, 1), content(full, 1)) << where;
-                if (std::string(password) != "nope") { EXPECT_EQ(content(quick, 1), expected) << where; }
+                if (std::string(cipher) == "user owner 256") {
+                    // The empty password's key and /U check, the given one's key, /U and /O checks (and the
+                    // owner's key from /OE): one fewer than a reading with the empty password first.
+                    const std::size_t hashes = std::string(password) == "owner" ? 6u : 5u;
+                    EXPECT_EQ(opening.getSource()->fileInfo.encrypt.derivedKeys->computed(DerivedKeyCache::HashR6), hashes)
+                        << where;
+                }
+                const std::string contents[3] = {content(quick, 1), content(full, 1), content(opening, 1)};
+                for (int i = 1; i < 3; ++i) {
+                    const std::string which = where + (i == 1 ? " full" : " at opening");
+                    EXPECT_EQ(states[0], states[i]) << which;
+                    const CEncrypt& a = quick.getSource()->fileInfo.encrypt;
+                    const CEncrypt& b = docs[i]->getSource()->fileInfo.encrypt;
+                    EXPECT_EQ(std::string(reinterpret_cast<const char*>(a.fileKey), sizeof a.fileKey),
+                              std::string(reinterpret_cast<const char*>(b.fileKey), sizeof b.fileKey)) << which;
+                    EXPECT_EQ(std::make_tuple(a.passwordState, a.passwordFlagOwner, a.passwordFlagUser),
+                              std::make_tuple(b.passwordState, b.passwordFlagOwner, b.passwordFlagUser)) << which;
+                    // Where the empty password opens the file and the key stays, the first reading stands, /Info
+                    // as it read it before any key; a full reading reads it with the key.
+                    const auto& ia = quick.getSource()->fileInfo.info;
+                    const auto& ib = docs[i]->getSource()->fileInfo.info;
+                    if (i == 2 || !a.passwordFlagOwner) {
+                        EXPECT_EQ(std::make_tuple(ia.title, ia.author, ia.producer, ia.creationDate),
+                                  std::make_tuple(ib.title, ib.author, ib.producer, ib.creationDate)) << which;
+                    }
+                    EXPECT_EQ(quick.getPageCount(), docs[i]->getPageCount()) << which;
+                    EXPECT_EQ(contents[0], contents[i]) << which;
+                }
+                if (std::string(password) != "nope") { EXPECT_EQ(contents[0], expected) << where; }
             }
         }
     }

@@ -96,6 +96,9 @@ int openDocument(CPDFKilnPage& doc, const std::string& file, const ReadOptions& 
     doc.setBalancedStrings(!o.strict);
     doc.setRebuildObjectTable(!o.strict);
     doc.setDecodedBudget(decodedBudget());
+    // One reading with the given password instead of a reading with the
+    // empty one and another with the password.
+    doc.setPasswordAtOpening(!o.password.empty());
     int rc = doc.init();
     if (doc.getSource()) {
         // An encrypted file that does not open with the password it got is

@@ -82,10 +82,10 @@ private:
     // The cache's name for that question.
     static std::string hashR6Question(const EncryptInfo& info, const std::string& password, const std::string& hash,
                                       bool isUser);
-    // Revision 6 at 256 bits: the three hashes that trying `password` asks for
-    // (its file key, its /U check, its /O check) computed together into the
-    // cache, where their inputs are complete and they are not known yet.
-    void deriveR6Ahead(const EncryptInfo& info, const std::string& password);
+    // Revision 6 at 256 bits: the hashes that trying `password` asks for (its
+    // file key, its /U check and, withOwner, its /O check) computed together
+    // into the cache, where their inputs are complete and they are not known.
+    void deriveR6Ahead(const EncryptInfo& info, const std::string& password, bool withOwner);
 
     std::shared_ptr<DerivedKeyCache> m_cache;
 };

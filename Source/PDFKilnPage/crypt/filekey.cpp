@@ -70,7 +70,7 @@ std::string PDFDecryptionManager::hashR6(const EncryptInfo& info, const std::str
                               [&] { return caculateHashR6(password, hash, info.U, isUser); });
 }
 
-void PDFDecryptionManager::deriveR6Ahead(const EncryptInfo& info, const std::string& password)
+void PDFDecryptionManager::deriveR6Ahead(const EncryptInfo& info, const std::string& password, bool withOwner)
 {
     if (info.R != 6 || info.Length != 256 || info.U.size() < 48)
         return;
@@ -89,7 +89,7 @@ void PDFDecryptionManager::deriveR6Ahead(const EncryptInfo& info, const std::str
     if (info.UE.size() >= 32)
         ask(sha256(p + info.U.substr(40, 8)), true);
     ask(sha256(p + info.U.substr(32, 8)), true);
-    if (info.O.size() >= 40)
+    if (withOwner && info.O.size() >= 40)
         ask(sha256(p + info.O.substr(32, 8) + info.U.substr(0, 48)), false);
     if (questions.size() < 2)
         return; // nothing to gain over asking when needed

@@ -114,11 +114,19 @@ void ObjectDecryptor::prepare(int object, int generation)
 {
     if (m_prepared && object == m_object && generation == m_generation)
         return;
-    std::fill(m_objectKey.begin(), m_objectKey.end(), '\0');
-    PDFEncryptionBase().calculateKey(object, generation, m_info, m_objectKey);
+    std::string key;
+    PDFEncryptionBase().calculateKey(object, generation, m_info, key);
     m_object = object;
     m_generation = generation;
     m_prepared = true;
+    // AES-256 takes the file key for every object: its schedule stays (each
+    // use sets its own vector).
+    if (m_aesReady && m_info.cipherMode >= 2 && key == m_objectKey) {
+        std::fill(key.begin(), key.end(), '\0');
+        return;
+    }
+    std::fill(m_objectKey.begin(), m_objectKey.end(), '\0');
+    m_objectKey.swap(key);
     m_aesReady = false;
     if (m_info.cipherMode < 2) {
         if (!m_objectKey.empty())

@@ -209,14 +209,15 @@ bool PDFDecryptionManager::getFileKey(EncryptInfo& info, const std::string& pass
     emptyWorked = false;
     const bool aes = isAesRevision(info);
 
-    // 1. The empty user password.
-    deriveR6Ahead(info, std::string());
+    // 1. The empty user password (asked as the owner's too below only when it
+    // is the given one).
+    deriveR6Ahead(info, std::string(), password.empty());
     if (PdfTryKey(info, aes ? std::string() : padding())) {
         emptyWorked = true;
         return true;
     }
     // 2. The given password as the user's.
-    deriveR6Ahead(info, password);
+    deriveR6Ahead(info, password, true);
     if (PdfTryKey(info, aes ? password : padPassword(password))) {
         if (!password.empty())
             nonEmptyTried = true;
@@ -250,7 +251,7 @@ int PDFDecryptionManager::calPassWordState(EncryptInfo& info, const std::string&
     const bool aes = isAesRevision(info);
 
     // 1. The empty password opens the file: only the owner question is left.
-    deriveR6Ahead(info, std::string());
+    deriveR6Ahead(info, std::string(), password.empty());
     if (PdfTryKey(info, aes ? std::string() : padding())) {
         info.passwordRequired = true;
         info.passwordChecked = false;
@@ -264,7 +265,7 @@ int PDFDecryptionManager::calPassWordState(EncryptInfo& info, const std::string&
 
     // 2. The given password as the user's; 3. otherwise a single owner pass.
     // Either way all three of its revision 6 hashes are asked for.
-    deriveR6Ahead(info, password);
+    deriveR6Ahead(info, password, true);
     if (PdfTryKey(info, aes ? password : padPassword(password)) && !password.empty()) {
         info.passwordChecked = true;
     } else {

@@ -160,15 +160,15 @@ void finish(_SHA512Context* sc, uint8_t* out, int outLen)
 
 __attribute__((noinline)) void burnStack(int size)
 {
-    volatile unsigned char buf[128];
-    for (size_t i = 0; i < sizeof buf; ++i)
-        buf[i] = 0;
+    unsigned char buf[128];
+    std::memset(buf, 0, sizeof buf);
+    // The empty statements claim to read the buffer: the zeros are stored,
+    // and the call below cannot become a jump that reuses this frame.
+    __asm__ __volatile__("" : : "r"(buf) : "memory");
     size -= static_cast<int>(sizeof buf);
     if (size > 0)
         burnStack(size);
-    // Reading the buffer after the call keeps the call from becoming a jump
-    // that would reuse this frame.
-    (void)buf[0];
+    __asm__ __volatile__("" : : "r"(buf) : "memory");
 }
 
 void SHA512Init(_SHA512Context* sc)
