@@ -245,6 +245,35 @@ TEST(Digests, MatchOpenSSLOnRandomInputsAndPieces) {
     }
 }
 
+// Several messages at once (four lanes in AVX-512 where the processor has it): the digests of one at a time, for
+// lengths around whole blocks, equal and unlike lengths, SHA-384 and SHA-512 mixed.
+TEST(Digests, Sha512LanesGiveOneMessageDigests) {
+    Rng rng(0x51a4);
+    for (int i = 0; i < 400; ++i) {
+        const int count = 1 + i % pcrypt::kSha512Lanes;
+        std::string data[pcrypt::kSha512Lanes], got[pcrypt::kSha512Lanes];
+        const uint8_t* in[pcrypt::kSha512Lanes];
+        size_t lengths[pcrypt::kSha512Lanes];
+        bool is384[pcrypt::kSha512Lanes];
+        uint8_t* out[pcrypt::kSha512Lanes];
+        for (int j = 0; j < count; ++j) {
+            const size_t blocks = static_cast<size_t>(rng.uniform(0, i % 7 == 0 ? 60 : 6));
+            data[j] = rng.bytes(j > 0 && i % 5 == 0 ? data[0].size() : 128 * blocks + static_cast<size_t>(rng.uniform(0, 3) * 56));
+            in[j] = reinterpret_cast<const uint8_t*>(data[j].data());
+            lengths[j] = data[j].size();
+            is384[j] = rng.uniform(0, 1) == 1;
+            got[j].assign(64, '\0');
+            out[j] = reinterpret_cast<uint8_t*>(got[j].data());
+        }
+        pcrypt::SHA512Lanes(in, lengths, is384, out, count);
+        for (int j = 0; j < count; ++j) {
+            const Digest d = is384[j] ? Sha384 : Sha512;
+            ASSERT_EQ(toHex(got[j].substr(0, is384[j] ? 48 : 64)), toHex(evpDigest(evpMd(d), data[j])))
+                << "lane " << j << " of " << count << ", " << lengths[j] << " bytes";
+        }
+    }
+}
+
 TEST(Digests, CutOutputsShortLengthsStatesAndArguments) {
     // MD5's string form cuts its output to the size asked.
     pcrypt::PDFEncryptionMD5 md;

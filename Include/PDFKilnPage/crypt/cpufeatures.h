@@ -10,6 +10,7 @@ struct CpuFeatures {
     bool sse41 = false;
     bool aesni = false; // AESENC, AESDEC and friends
     bool sha = false;   // SHA256RNDS2, SHA256MSG1, SHA256MSG2
+    bool avx512vl = false; // AVX-512 F and VL, with the system saving their registers
 };
 
 // Asks the processor; the answer is the same on every call.
@@ -22,5 +23,8 @@ const CpuFeatures& cpuFeatures();
 // (the SHA instructions with the SSSE3 byte shuffle and the SSE4.1 blend).
 bool aesHardwareUsable(const CpuFeatures& features);
 bool shaHardwareUsable(const CpuFeatures& features);
+// Whether SHA-512 can run four messages at once in 256-bit registers with the
+// AVX-512 rotates and three-input logic.
+bool sha512LanesUsable(const CpuFeatures& features);
 
 } // namespace pcrypt

@@ -32,6 +32,15 @@ void SHA384Update(_SHA384Context* sc, const void* data, size_t len);
 // Writes the 48-byte digest and wipes the context.
 void SHA384Final(_SHA384Context* sc, uint8_t hash[48]);
 
+// Up to kSha512Lanes messages hashed side by side: out[i] receives SHA-384 of
+// data[i] (48 bytes) where is384[i], else SHA-512 (64 bytes). Where the
+// processor has AVX-512 (sha512LanesUsable) the blocks that two or more
+// messages have run through one compression on all of them at once; the rest,
+// and everything elsewhere, as one message at a time. Same digests either way.
+constexpr int kSha512Lanes = 4;
+void SHA512Lanes(const uint8_t* const data[], const size_t lengths[], const bool is384[], uint8_t* const out[],
+                 int count);
+
 // Overwrites at least `size` bytes of the stack below the caller, 128 bytes at
 // a time, so that no intermediate values of a compression step stay there.
 void burnStack(int size);

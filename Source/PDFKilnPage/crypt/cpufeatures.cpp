@@ -16,8 +16,17 @@ CpuFeatures probeCpuFeatures()
         f.sse41 = (c >> 19) & 1u;
         f.aesni = (c >> 25) & 1u;
     }
-    if (__get_cpuid_max(0, nullptr) >= 7 && __get_cpuid_count(7, 0, &a, &b, &c, &d))
+    const bool osSavesState = (c >> 27) & 1u; // OSXSAVE, from leaf 1
+    if (__get_cpuid_max(0, nullptr) >= 7 && __get_cpuid_count(7, 0, &a, &b, &c, &d)) {
         f.sha = (b >> 29) & 1u;
+        const bool avx512 = ((b >> 16) & 1u) && ((b >> 31) & 1u); // F and VL
+        if (avx512 && osSavesState) {
+            // The system must save the vector, mask and upper ZMM state.
+            unsigned lo = 0, hi = 0;
+            __asm__ __volatile__("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
+            f.avx512vl = (lo & 0xe6u) == 0xe6u;
+        }
+    }
 #endif
     return f;
 }
@@ -32,6 +41,16 @@ bool aesHardwareUsable(const CpuFeatures& features)
 {
 #if defined(__x86_64__)
     return features.aesni;
+#else
+    (void)features;
+    return false;
+#endif
+}
+
+bool sha512LanesUsable(const CpuFeatures& features)
+{
+#if defined(__x86_64__)
+    return features.avx512vl;
 #else
     (void)features;
     return false;

@@ -164,38 +164,47 @@ void fillRound(HashR6Run& r)
         std::memcpy(e + i * seqLen, e, seqLen);
 }
 
-// The hash that the sum of E's first 16 bytes modulo 3 picks becomes K; the
-// run ends after round 63 once E's last byte is at most round - 32.
-void finishRound(HashR6Run& r, int round)
+// Which hash the round takes: the sum of E's first 16 bytes modulo 3, where
+// 0 is SHA-256, 1 SHA-384 and 2 SHA-512.
+int hashKind(const HashR6Run& r)
 {
     int sum = 0;
     for (int i = 0; i < 16; ++i)
         sum += static_cast<unsigned char>(r.E[static_cast<size_t>(i)]) % 3;
-    switch (sum % 3) {
-    case 0:
-        r.K = sha256Of(r.E);
-        break;
-    case 1: {
-        SHA384Context ctx;
-        uint8_t d[SHA384_HASH_SIZE];
-        SHA384Init(&ctx);
-        SHA384Update(&ctx, r.E.data(), r.E.size());
-        SHA384Final(&ctx, d);
-        r.K.assign(reinterpret_cast<const char*>(d), sizeof d);
-        break;
+    return sum % 3;
+}
+
+// The hashes of the runs' E become their K: SHA-256 one at a time (on the SHA
+// instructions where there are some), SHA-384 and SHA-512 side by side.
+void hashRound(HashR6Run* const runs[], int count)
+{
+    const uint8_t* in[kSha512Lanes];
+    size_t lengths[kSha512Lanes];
+    bool is384[kSha512Lanes];
+    uint8_t digests[kSha512Lanes][SHA512_HASH_SIZE];
+    uint8_t* out[kSha512Lanes];
+    HashR6Run* wide[kSha512Lanes];
+    int n = 0;
+    for (int j = 0; j < count; ++j) {
+        HashR6Run& r = *runs[j];
+        const int kind = hashKind(r);
+        if (kind == 0) {
+            r.K = sha256Of(r.E);
+            continue;
+        }
+        wide[n] = &r;
+        in[n] = reinterpret_cast<const uint8_t*>(r.E.data());
+        lengths[n] = r.E.size();
+        is384[n] = kind == 1;
+        out[n] = digests[n];
+        ++n;
     }
-    default: {
-        SHA512Context ctx;
-        uint8_t d[SHA512_HASH_SIZE];
-        SHA512Init(&ctx);
-        SHA512Update(&ctx, r.E.data(), r.E.size());
-        SHA512Final(&ctx, d);
-        r.K.assign(reinterpret_cast<const char*>(d), sizeof d);
-        break;
-    }
-    }
-    const int last = static_cast<unsigned char>(r.E.back());
-    r.done = round >= 63 && last <= round - 31;
+    if (n == 0)
+        return;
+    SHA512Lanes(in, lengths, is384, out, n);
+    for (int j = 0; j < n; ++j)
+        wide[j]->K.assign(reinterpret_cast<const char*>(digests[j]), is384[j] ? SHA384_HASH_SIZE : SHA512_HASH_SIZE);
+    wipeBytes(digests, sizeof digests);
 }
 
 } // namespace
@@ -258,8 +267,10 @@ std::vector<std::string> PDFEncryptionBase::caculateHashesR6(const std::vector<H
                 aes.blockEncrypt(e, static_cast<int>(active[j]->E.size() * 8), e);
             }
         }
+        // The run ends after round 63 once E's last byte is at most round - 32.
+        hashRound(active, count);
         for (int j = 0; j < count; ++j)
-            finishRound(*active[j], round);
+            active[j]->done = round >= 63 && static_cast<unsigned char>(active[j]->E.back()) <= round - 31;
     }
     std::vector<std::string> out;
     out.reserve(runs.size());

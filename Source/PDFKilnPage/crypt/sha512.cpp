@@ -1,6 +1,13 @@
 #include "PDFKilnPage/crypt/sha512.h"
 
+#include <algorithm>
 #include <cstring>
+
+#include "PDFKilnPage/crypt/cpufeatures.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 namespace pcrypt {
 
@@ -156,6 +163,92 @@ void finish(_SHA512Context* sc, uint8_t* out, int outLen)
     burnStack(kBurnBytes);
 }
 
+#if defined(__x86_64__)
+
+#define PDFKILN_SHA512_LANES_TARGET __attribute__((target("avx512f,avx512vl")))
+
+// Four messages' compression at once: lane j of every vector belongs to
+// message j. Rotates and the three-input functions are single AVX-512
+// instructions (VPRORQ, VPTERNLOGQ: 0x96 is a ^ b ^ c, 0xCA is a ? b : c,
+// 0xE8 the majority).
+PDFKILN_SHA512_LANES_TARGET void compressLanes(__m256i state[8], const uint8_t* const blocks[4])
+{
+    __m256i w[16];
+#pragma GCC unroll 16
+    for (int t = 0; t < 16; ++t)
+        w[t] = _mm256_set_epi64x(static_cast<long long>(loadBig(blocks[3] + 8 * t)),
+                                 static_cast<long long>(loadBig(blocks[2] + 8 * t)),
+                                 static_cast<long long>(loadBig(blocks[1] + 8 * t)),
+                                 static_cast<long long>(loadBig(blocks[0] + 8 * t)));
+    __m256i a = state[0], b = state[1], c = state[2], d = state[3];
+    __m256i e = state[4], f = state[5], g = state[6], h = state[7];
+#pragma GCC unroll 16
+    for (int t = 0; t < 80; ++t) {
+        if (t >= 16) {
+            const __m256i w2 = w[(t - 2) & 15], w15 = w[(t - 15) & 15];
+            const __m256i s1 = _mm256_ternarylogic_epi64(_mm256_ror_epi64(w2, 19), _mm256_ror_epi64(w2, 61),
+                                                         _mm256_srli_epi64(w2, 6), 0x96);
+            const __m256i s0 = _mm256_ternarylogic_epi64(_mm256_ror_epi64(w15, 1), _mm256_ror_epi64(w15, 8),
+                                                         _mm256_srli_epi64(w15, 7), 0x96);
+            w[t & 15] = _mm256_add_epi64(_mm256_add_epi64(w[t & 15], w[(t - 7) & 15]), _mm256_add_epi64(s0, s1));
+        }
+        const __m256i kw = _mm256_add_epi64(w[t & 15], _mm256_set1_epi64x(static_cast<long long>(K[t])));
+        const __m256i sum1 = _mm256_ternarylogic_epi64(_mm256_ror_epi64(e, 14), _mm256_ror_epi64(e, 18),
+                                                       _mm256_ror_epi64(e, 41), 0x96);
+        const __m256i t1 = _mm256_add_epi64(_mm256_add_epi64(h, kw),
+                                            _mm256_add_epi64(_mm256_ternarylogic_epi64(e, f, g, 0xCA), sum1));
+        const __m256i sum0 = _mm256_ternarylogic_epi64(_mm256_ror_epi64(a, 28), _mm256_ror_epi64(a, 34),
+                                                       _mm256_ror_epi64(a, 39), 0x96);
+        const __m256i t2 = _mm256_add_epi64(sum0, _mm256_ternarylogic_epi64(a, b, c, 0xE8));
+        h = g;
+        g = f;
+        f = e;
+        e = _mm256_add_epi64(d, t1);
+        d = c;
+        c = b;
+        b = a;
+        a = _mm256_add_epi64(t1, t2);
+    }
+    state[0] = _mm256_add_epi64(state[0], a);
+    state[1] = _mm256_add_epi64(state[1], b);
+    state[2] = _mm256_add_epi64(state[2], c);
+    state[3] = _mm256_add_epi64(state[3], d);
+    state[4] = _mm256_add_epi64(state[4], e);
+    state[5] = _mm256_add_epi64(state[5], f);
+    state[6] = _mm256_add_epi64(state[6], g);
+    state[7] = _mm256_add_epi64(state[7], h);
+}
+
+// `blocks` whole blocks of every lane in `lanes` (at most four) compressed
+// together, starting `from` blocks into each message, their hash values in
+// and out through the contexts.
+PDFKILN_SHA512_LANES_TARGET void compressTogether(_SHA512Context* const lanes[], const uint8_t* const data[],
+                                                  int count, size_t from, size_t blocks)
+{
+    alignas(32) uint64_t words[4];
+    __m256i state[8];
+    for (int i = 0; i < 8; ++i) {
+        for (int j = 0; j < 4; ++j)
+            words[j] = lanes[j < count ? j : 0]->hash[i];
+        state[i] = _mm256_load_si256(reinterpret_cast<const __m256i*>(words));
+    }
+    const uint8_t* at[4];
+    for (size_t n = from; n < from + blocks; ++n) {
+        for (int j = 0; j < 4; ++j)
+            at[j] = data[j < count ? j : 0] + 128 * n;
+        compressLanes(state, at);
+    }
+    for (int i = 0; i < 8; ++i) {
+        _mm256_store_si256(reinterpret_cast<__m256i*>(words), state[i]);
+        for (int j = 0; j < count; ++j)
+            lanes[j]->hash[i] = words[j];
+    }
+    // The vectors held message words and hash values: cleared on the way out.
+    _mm256_zeroall();
+}
+
+#endif
+
 } // namespace
 
 __attribute__((noinline)) void burnStack(int size)
@@ -205,6 +298,52 @@ void SHA384Final(_SHA384Context* sc, uint8_t hash[48])
 {
     if (sc && hash)
         finish(sc, hash, SHA384_HASH_SIZE);
+}
+
+void SHA512Lanes(const uint8_t* const data[], const size_t lengths[], const bool is384[], uint8_t* const out[],
+                 int count)
+{
+    if (count < 1 || count > kSha512Lanes)
+        return;
+    _SHA512Context ctx[kSha512Lanes];
+    for (int j = 0; j < count; ++j)
+        init(&ctx[j], is384[j] ? IV384 : IV512);
+    size_t done = 0;                       // whole blocks compressed in the lanes still going
+    size_t doneOf[kSha512Lanes] = {0, 0, 0, 0}; // and in each lane
+#if defined(__x86_64__)
+    if (count >= 2 && sha512LanesUsable(cpuFeatures())) {
+        // Lanes by length, shortest first: all of them go together up to the
+        // shortest one's last whole block, the others on to the next, and so
+        // on while two or more are left.
+        int order[kSha512Lanes];
+        for (int j = 0; j < count; ++j)
+            order[j] = j;
+        std::sort(order, order + count, [&](int x, int y) { return lengths[x] < lengths[y]; });
+        for (int first = 0; first + 1 < count; ++first) {
+            const size_t upTo = lengths[order[first]] / 128;
+            if (upTo <= done)
+                continue;
+            _SHA512Context* lanes[kSha512Lanes];
+            const uint8_t* from[kSha512Lanes];
+            const int going = count - first;
+            for (int j = 0; j < going; ++j) {
+                lanes[j] = &ctx[order[first + j]];
+                from[j] = data[order[first + j]];
+            }
+            compressTogether(lanes, from, going, done, upTo - done);
+            done = upTo;
+            for (int j = 0; j < going; ++j)
+                doneOf[order[first + j]] = done;
+        }
+        burnStack(kBurnBytes);
+    }
+#endif
+    for (int j = 0; j < count; ++j) {
+        // What the lanes did, as one-message updates would have left it.
+        ctx[j].totalLength[0] = doneOf[j] * 128;
+        update(&ctx[j], data[j] + doneOf[j] * 128, lengths[j] - doneOf[j] * 128);
+        finish(&ctx[j], out[j], is384[j] ? SHA384_HASH_SIZE : SHA512_HASH_SIZE);
+    }
 }
 
 } // namespace pcrypt
