@@ -176,6 +176,9 @@ int hashKind(const HashR6Run& r)
 
 // The hashes of the runs' E become their K: SHA-256 one at a time (on the SHA
 // instructions where there are some), SHA-384 and SHA-512 side by side.
+static_assert(PDFEncryptionBase::kMaxHashR6Together <= static_cast<std::size_t>(kSha512Lanes),
+              "every run of a round fits the SHA-512 lanes");
+
 void hashRound(HashR6Run* const runs[], int count)
 {
     const uint8_t* in[kSha512Lanes];
@@ -259,6 +262,7 @@ std::vector<std::string> PDFEncryptionBase::caculateHashesR6(const std::vector<H
             }
             aes_hw::encryptCbc128Chains(keyPtrs, vectorPtrs, data, blocks, count);
             wipeBytes(keys, sizeof keys);
+            wipeBytes(vectors, sizeof vectors);
         } else {
             for (int j = 0; j < count; ++j) {
                 unsigned char* e = reinterpret_cast<unsigned char*>(active[j]->E.data());
