@@ -4,7 +4,8 @@
 // its content, resources, annotations (moved by a turning matrix) with their
 // link targets, the form's fields and the name dictionary. The input's last
 // byte picks the masks, so that switched-off annotations and fields are
-// fuzzed too.
+// fuzzed too, and whether the document is opened with a password from the
+// start or gets one after opening.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -47,10 +48,18 @@ void decodeStream(CSourFile& in, const SObj& key) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
-    CPDFKilnPage doc(in, "");
+    const unsigned last = size ? data[size - 1] : 0;
+    CPDFKilnPage doc(in, (last & 4) ? "user" : "");
+    doc.setPasswordAtOpening((last & 4) != 0);
     doc.init();
     CSourFile* src = doc.getSource();
     if (!src) return 0;
+    if (last & 8) {
+        try {
+            (void)doc.SetSourcePassword(std::string("owner"));
+        } catch (int) {
+        }
+    }
     try { (void)doc.getVersion(); } catch (const std::exception&) {}  // the XMP and /Info claims
     try {
         // Copy the keys: fetching must not change the table, but be safe.
@@ -76,7 +85,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } catch (int) {
     }
     try {
-        const unsigned last = size ? data[size - 1] : 0;
         doc.setAnnotsEnable((last & 1) ? static_cast<int>(0x80000000u | 0x2) : 0);
         doc.setAnnotsCustomSubtype({"/Square", "Stamp"});
         doc.setAcroFormsEnable((last & 2) ? 32 : 0x100);
