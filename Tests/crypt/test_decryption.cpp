@@ -100,7 +100,7 @@ TEST(DecryptionHelpers, HashR6MatchesReference) {
     PDFDecryptionManager m;
     std::vector<PDFDecryptionManager::HashR6Question> questions;
     std::vector<std::string> expected;
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < 21; ++i) {  // 1 + 2 + ... + 6 questions
         const std::string pw = rng.bytes(static_cast<size_t>(rng.uniform(0, i == 0 ? 200 : 40)));
         const std::string start = rng.bytes(32 + static_cast<size_t>(rng.uniform(0, 32)));
         const std::string U = rng.bytes(48);
@@ -108,8 +108,8 @@ TEST(DecryptionHelpers, HashR6MatchesReference) {
         ASSERT_EQ(toHex(m.caculateHashR6(pw, start, U, i % 2 == 0)), expected.back());
         questions.push_back({pw, start, U, i % 2 == 0});
     }
-    // Side by side in groups of 1 to 4 (owner and user questions of unlike lengths, ending in unlike rounds).
-    for (size_t first = 0, size = 1; first < questions.size(); first += size, size = size % 4 + 1) {
+    // Side by side in groups of 1 to 6 (owner and user questions of unlike lengths, ending in unlike rounds).
+    for (size_t first = 0, size = 1; first < questions.size(); first += size, size = size % 6 + 1) {
         const size_t n = std::min(size, questions.size() - first);
         const std::vector<std::string> got =
             m.caculateHashesR6({questions.begin() + static_cast<long>(first), questions.begin() + static_cast<long>(first + n)});
@@ -117,7 +117,7 @@ TEST(DecryptionHelpers, HashR6MatchesReference) {
         for (size_t j = 0; j < n; ++j) ASSERT_EQ(toHex(got[j]), expected[first + j]) << first + j;
     }
     EXPECT_THROW(m.caculateHashR6("pw", std::string(31, 'h'), std::string(48, 'u'), true), std::out_of_range);
-    EXPECT_THROW(m.caculateHashesR6(std::vector<PDFDecryptionManager::HashR6Question>(5, questions[0])), std::out_of_range);
+    EXPECT_THROW(m.caculateHashesR6(std::vector<PDFDecryptionManager::HashR6Question>(7, questions[0])), std::out_of_range);
 }
 
 TEST(DecryptData, EveryCipherMatchesOpenSSL) {

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "encryptionbase.h"
 #include "encryptinfo.h"
@@ -82,10 +83,15 @@ private:
     // The cache's name for that question.
     static std::string hashR6Question(const EncryptInfo& info, const std::string& password, const std::string& hash,
                                       bool isUser);
-    // Revision 6 at 256 bits: the hashes that trying `password` asks for (its
+    // Revision 6 at 256 bits: the hashes that trying a password asks for (its
     // file key, its /U check and, withOwner, its /O check) computed together
-    // into the cache, where their inputs are complete and they are not known.
-    void deriveR6Ahead(const EncryptInfo& info, const std::string& password, bool withOwner);
+    // into the cache, where their inputs are complete and they are not known;
+    // those of two passwords together where both will be tried.
+    struct R6Trial {
+        std::string password;
+        bool withOwner;
+    };
+    void deriveR6Ahead(const EncryptInfo& info, const std::vector<R6Trial>& trials);
 
     std::shared_ptr<DerivedKeyCache> m_cache;
 };

@@ -42,7 +42,7 @@ public:
     // caculateHashR6 of each question (at most kMaxHashR6Together), computed
     // side by side: where the CPU has AES instructions the AES chains of the
     // questions run interleaved, which costs little more than one chain.
-    static constexpr std::size_t kMaxHashR6Together = 4;
+    static constexpr std::size_t kMaxHashR6Together = 6;
     std::vector<std::string> caculateHashesR6(const std::vector<HashR6Question>& questions);
 
     // The key for one object: with cipherMode below 3 and keyIsObjectKey false,

@@ -221,19 +221,19 @@ PDFKILN_AES_TARGET void cbcEncryptChains(const unsigned char* const roundKeys[],
 {
     Keys<10> keys[Count];
     __m128i c[Count];
-#pragma GCC unroll 4
+#pragma GCC unroll 6
     for (int j = 0; j < Count; ++j) {
         load(keys[j], roundKeys[j]);
         c[j] = loadBlock(chains[j]);
     }
     for (std::size_t n = 0; n < blocks; ++n) {
-#pragma GCC unroll 4
+#pragma GCC unroll 6
         for (int j = 0; j < Count; ++j) {
             c[j] = cipherOne<false>(keys[j], _mm_xor_si128(loadBlock(data[j] + 16 * n), c[j]));
             storeBlock(data[j] + 16 * n, c[j]);
         }
     }
-#pragma GCC unroll 4
+#pragma GCC unroll 6
     for (int j = 0; j < Count; ++j)
         storeBlock(chains[j], c[j]);
 }
@@ -293,7 +293,9 @@ PDFKILN_AES_TARGET void encryptCbc128Chains(const unsigned char* const roundKeys
         case 1: cbcEncrypt<10>(keys[0], vectors[0], at[0], at[0], n); break;
         case 2: cbcEncryptChains<2>(keys, vectors, at, n); break;
         case 3: cbcEncryptChains<3>(keys, vectors, at, n); break;
-        default: cbcEncryptChains<4>(keys, vectors, at, n); break;
+        case 4: cbcEncryptChains<4>(keys, vectors, at, n); break;
+        case 5: cbcEncryptChains<5>(keys, vectors, at, n); break;
+        default: cbcEncryptChains<6>(keys, vectors, at, n); break;
         }
         done = upTo;
     }

@@ -33,7 +33,7 @@ void expandKey128(const unsigned char key[16], unsigned char roundKeys[176]);
 // Chain i enciphers blocks[i] blocks at data[i] with roundKeys[i] (as from
 // expandKey128); chains[i] holds its vector on entry and its last block on
 // return.
-constexpr int kMaxCbcChains = 4;
+constexpr int kMaxCbcChains = 6;
 void encryptCbc128Chains(const unsigned char* const roundKeys[], unsigned char* const chains[],
                          unsigned char* const data[], const std::size_t blocks[], int count);
 

@@ -176,17 +176,17 @@ int hashKind(const HashR6Run& r)
 
 // The hashes of the runs' E become their K: SHA-256 one at a time (on the SHA
 // instructions where there are some), SHA-384 and SHA-512 side by side.
-static_assert(PDFEncryptionBase::kMaxHashR6Together <= static_cast<std::size_t>(kSha512Lanes),
-              "every run of a round fits the SHA-512 lanes");
-
+// The hashes of the runs' E become their K: SHA-256 one at a time (on the SHA
+// instructions where there are some), SHA-384 and SHA-512 side by side, at
+// most kSha512Lanes at once.
 void hashRound(HashR6Run* const runs[], int count)
 {
-    const uint8_t* in[kSha512Lanes];
-    size_t lengths[kSha512Lanes];
-    bool is384[kSha512Lanes];
-    uint8_t digests[kSha512Lanes][SHA512_HASH_SIZE];
-    uint8_t* out[kSha512Lanes];
-    HashR6Run* wide[kSha512Lanes];
+    const uint8_t* in[PDFEncryptionBase::kMaxHashR6Together];
+    size_t lengths[PDFEncryptionBase::kMaxHashR6Together];
+    bool is384[PDFEncryptionBase::kMaxHashR6Together];
+    uint8_t digests[PDFEncryptionBase::kMaxHashR6Together][SHA512_HASH_SIZE];
+    uint8_t* out[PDFEncryptionBase::kMaxHashR6Together];
+    HashR6Run* wide[PDFEncryptionBase::kMaxHashR6Together];
     int n = 0;
     for (int j = 0; j < count; ++j) {
         HashR6Run& r = *runs[j];
@@ -202,9 +202,13 @@ void hashRound(HashR6Run* const runs[], int count)
         out[n] = digests[n];
         ++n;
     }
-    if (n == 0)
-        return;
-    SHA512Lanes(in, lengths, is384, out, n);
+    // Groups as even as the lanes allow: five as three and two, say.
+    const int groups = (n + kSha512Lanes - 1) / kSha512Lanes;
+    for (int g = 0, first = 0; g < groups; ++g) {
+        const int size = (n - first) / (groups - g);
+        SHA512Lanes(in + first, lengths + first, is384 + first, out + first, size);
+        first += size;
+    }
     for (int j = 0; j < n; ++j)
         wide[j]->K.assign(reinterpret_cast<const char*>(digests[j]), is384[j] ? SHA384_HASH_SIZE : SHA512_HASH_SIZE);
     wipeBytes(digests, sizeof digests);
@@ -217,6 +221,9 @@ std::string PDFEncryptionBase::caculateHashR6(const std::string& password, const
 {
     return caculateHashesR6({HashR6Question{password, hash, U, isUser}}).front();
 }
+
+static_assert(PDFEncryptionBase::kMaxHashR6Together <= static_cast<std::size_t>(aes_hw::kMaxCbcChains),
+              "every run of a round has its AES chain");
 
 std::vector<std::string> PDFEncryptionBase::caculateHashesR6(const std::vector<HashR6Question>& questions)
 {

@@ -70,28 +70,30 @@ std::string PDFDecryptionManager::hashR6(const EncryptInfo& info, const std::str
                               [&] { return caculateHashR6(password, hash, info.U, isUser); });
 }
 
-void PDFDecryptionManager::deriveR6Ahead(const EncryptInfo& info, const std::string& password, bool withOwner)
+void PDFDecryptionManager::deriveR6Ahead(const EncryptInfo& info, const std::vector<R6Trial>& trials)
 {
     if (info.R != 6 || info.Length != 256 || info.U.size() < 48)
         return;
-    // The start values as createKeyAES256, isUserPWDR6 and isOwnerPWD6 make
-    // them; each passes the password already in UTF-8 to hashR6.
-    const std::string p = getUTF8Str(password);
     std::vector<HashR6Question> questions;
     std::vector<std::string> names;
-    auto ask = [&](const std::string& start, bool isUser) {
-        std::string name = hashR6Question(info, p, start, isUser);
-        if (cacheFor(info).contains(name))
-            return;
-        questions.push_back(HashR6Question{p, start, info.U, isUser});
-        names.push_back(std::move(name));
-    };
-    if (info.UE.size() >= 32)
-        ask(sha256(p + info.U.substr(40, 8)), true);
-    ask(sha256(p + info.U.substr(32, 8)), true);
-    if (withOwner && info.O.size() >= 40)
-        ask(sha256(p + info.O.substr(32, 8) + info.U.substr(0, 48)), false);
-    if (questions.size() < 2)
+    for (const R6Trial& trial : trials) {
+        // The start values as createKeyAES256, isUserPWDR6 and isOwnerPWD6
+        // make them; each passes the password already in UTF-8 to hashR6.
+        const std::string p = getUTF8Str(trial.password);
+        auto ask = [&](const std::string& start, bool isUser) {
+            std::string name = hashR6Question(info, p, start, isUser);
+            if (cacheFor(info).contains(name) || std::find(names.begin(), names.end(), name) != names.end())
+                return;
+            questions.push_back(HashR6Question{p, start, info.U, isUser});
+            names.push_back(std::move(name));
+        };
+        if (info.UE.size() >= 32)
+            ask(sha256(p + info.U.substr(40, 8)), true);
+        ask(sha256(p + info.U.substr(32, 8)), true);
+        if (trial.withOwner && info.O.size() >= 40)
+            ask(sha256(p + info.O.substr(32, 8) + info.U.substr(0, 48)), false);
+    }
+    if (questions.size() < 2 || questions.size() > kMaxHashR6Together)
         return; // nothing to gain over asking when needed
     const std::vector<std::string> answers = caculateHashesR6(questions);
     for (size_t i = 0; i < answers.size(); ++i)

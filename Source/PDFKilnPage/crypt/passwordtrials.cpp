@@ -210,14 +210,18 @@ bool PDFDecryptionManager::getFileKey(EncryptInfo& info, const std::string& pass
     const bool aes = isAesRevision(info);
 
     // 1. The empty user password (asked as the owner's too below only when it
-    // is the given one).
-    deriveR6Ahead(info, std::string(), password.empty());
+    // is the given one). A password given at opening is asked for next
+    // wherever the empty one is not the user's: its hashes run with these.
+    if (password.empty())
+        deriveR6Ahead(info, {{std::string(), true}});
+    else
+        deriveR6Ahead(info, {{std::string(), false}, {password, true}});
     if (PdfTryKey(info, aes ? std::string() : padding())) {
         emptyWorked = true;
         return true;
     }
     // 2. The given password as the user's.
-    deriveR6Ahead(info, password, true);
+    deriveR6Ahead(info, {{password, true}});
     if (PdfTryKey(info, aes ? password : padPassword(password))) {
         if (!password.empty())
             nonEmptyTried = true;
@@ -251,7 +255,7 @@ int PDFDecryptionManager::calPassWordState(EncryptInfo& info, const std::string&
     const bool aes = isAesRevision(info);
 
     // 1. The empty password opens the file: only the owner question is left.
-    deriveR6Ahead(info, std::string(), password.empty());
+    deriveR6Ahead(info, {{std::string(), password.empty()}});
     if (PdfTryKey(info, aes ? std::string() : padding())) {
         info.passwordRequired = true;
         info.passwordChecked = false;
@@ -265,7 +269,7 @@ int PDFDecryptionManager::calPassWordState(EncryptInfo& info, const std::string&
 
     // 2. The given password as the user's; 3. otherwise a single owner pass.
     // Either way all three of its revision 6 hashes are asked for.
-    deriveR6Ahead(info, password, true);
+    deriveR6Ahead(info, {{password, true}});
     if (PdfTryKey(info, aes ? password : padPassword(password)) && !password.empty()) {
         info.passwordChecked = true;
     } else {
