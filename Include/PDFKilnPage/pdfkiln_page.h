@@ -273,6 +273,10 @@ protected:
     // After a reading made with the given password: the state SetSourcePassword
     // after a reading with the empty one would leave.
     int settleGivenPassword();
+    // The reading again after a new key (keeping the structure where the last
+    // reading allows, else in full), then the catalog text.
+    int readAgain(bool keepStructure);
+    static void supplyPassword(CEncrypt& enc, const std::string& pwd);
     // The key and password state of the last full reading (keyState).
     std::string readingKeyState;
     static std::string keyState(const CEncrypt& enc);

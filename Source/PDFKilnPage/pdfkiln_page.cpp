@@ -68,6 +68,13 @@ int CPDFKilnPage::readCatalogText() {
     return kResultOk;
 }
 
+// The password the next key trial of a reading takes (at most 32 bytes, up to
+// the first zero byte).
+void CPDFKilnPage::supplyPassword(CEncrypt& enc, const std::string& pwd) {
+    std::memset(enc.suppliedPassword, 0, sizeof enc.suppliedPassword);
+    std::strncpy(enc.suppliedPassword, pwd.c_str(), 32);
+}
+
 // The key and the password state the source decrypts with, as one value.
 std::string CPDFKilnPage::keyState(const CEncrypt& enc) {
     std::string s(reinterpret_cast<const char*>(enc.fileKey), sizeof enc.fileKey);
@@ -89,11 +96,7 @@ int CPDFKilnPage::init() {
         source->nestedStrings = balancedStrings;
         source->rebuildTable = rebuildObjectTable;
         const bool givenFirst = passwordAtOpening && !password.empty() && password.size() <= 32;
-        if (givenFirst) {
-            CEncrypt& enc = source->fileInfo.encrypt;
-            std::memset(enc.suppliedPassword, 0, sizeof enc.suppliedPassword);
-            std::memcpy(enc.suppliedPassword, password.data(), password.size());
-        }
+        if (givenFirst) supplyPassword(source->fileInfo.encrypt, password);
         int rc = source->CheckAndInit();
         if (rc != 0) return rc;
         readingKeyState = keyState(source->fileInfo.encrypt);
@@ -121,18 +124,20 @@ int CPDFKilnPage::settleGivenPassword() {
         // The empty password opened the file: the trial never came to the
         // given one, so this reading is the empty password's, and what
         // SetSourcePassword does next is what it does after that one.
-        if (keyState(enc) == readingKeyState) return kResultOk;
-        const int rc = source->ReadAgainWithKey();
-        if (rc != 0) return rc;
-    } else if (!source->ReadInfoAndEncryptAgain() || keyState(enc) != readingKeyState) {
-        // The empty password's reading would have had another key, so the
-        // password's reads again: here the document was read with the key
-        // the new trial gives, and only /Info (read before any key) and the
-        // trial are read again; a trial that gives another key reads anew.
-        const int rc = source->CheckAndInit();
-        if (rc != 0) return rc;
+        return keyState(enc) == readingKeyState ? kResultOk : readAgain(true);
     }
-    readingKeyState = keyState(enc);
+    // The empty password's reading would have had another key, so the
+    // password's reads again: here the document was read with the key the new
+    // trial gives, and only /Info (read before any key) and the trial are
+    // read again; a trial that gives another key reads anew.
+    if (source->ReadInfoAndEncryptAgain() && keyState(enc) == readingKeyState) return readCatalogText();
+    return readAgain(false);
+}
+
+int CPDFKilnPage::readAgain(bool keepStructure) {
+    const int code = keepStructure ? source->ReadAgainWithKey() : source->CheckAndInit();
+    if (code != 0) return code;
+    readingKeyState = keyState(source->fileInfo.encrypt);
     return readCatalogText();
 }
 
@@ -165,8 +170,7 @@ int CPDFKilnPage::SetSourcePassword() const {
     if (!info.keyOpenWithEmpty && !info.passwordNeeded) return kResultNotEncrypted;
     if (password.size() > 32) return kResultPasswordRefused;
     CEncrypt& field = source->fileInfo.encrypt;
-    std::memset(field.suppliedPassword, 0, sizeof field.suppliedPassword);
-    std::strncpy(field.suppliedPassword, password.c_str(), 32);
+    supplyPassword(field, password);
     pcrypt::PDFDecryptionManager manager;
     pcrypt::EncryptInfo record;
     saveEncryptInfo(field, record);
@@ -185,12 +189,7 @@ int CPDFKilnPage::SetSourcePassword(const std::string& pwd) {
     if (openedAsIs && keyState(source->fileInfo.encrypt) == readingKeyState) return result;
     // Codes reach the caller thrown, as int; so does whatever else went wrong
     // beneath, turned into a code.
-    const int rc = guardedEntry([&]() -> int {
-        int code = openedAsIs ? source->ReadAgainWithKey() : source->CheckAndInit();
-        if (code != 0) return code;
-        readingKeyState = keyState(source->fileInfo.encrypt);
-        return readCatalogText();
-    });
+    const int rc = guardedEntry([&]() -> int { return readAgain(openedAsIs); });
     if (rc != 0) throw rc;
     findValue();
     return result;

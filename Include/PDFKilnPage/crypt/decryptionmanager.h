@@ -77,6 +77,12 @@ public:
     void DecryptData(const EncryptInfo& info, int object, int generation, unsigned char* data, int& size);
 
 private:
+    // The first hash of a revision 5 or 6 check or key: SHA-256 of the password
+    // (in UTF-8), the validation salt (bytes 32 to 39) or the key salt (40 to
+    // 47) of /U or, for the owner, of /O followed by the first 48 bytes of /U.
+    // The caller has checked that /U (and /O) are long enough.
+    static std::string saltedStart(const EncryptInfo& info, const std::string& utf8Password, bool owner,
+                                   bool keySalt);
     DerivedKeyCache& cacheFor(const EncryptInfo& info);
     // caculateHashR6 through the cache.
     std::string hashR6(const EncryptInfo& info, const std::string& password, const std::string& hash, bool isUser);

@@ -56,6 +56,8 @@ private:
     // A document asks for a handful of derivations; the oldest make way.
     static constexpr std::size_t kCapacity = 16;
 
+    // The entry for `input`, or the number of entries where there is none.
+    std::size_t indexOf(const std::string& input) const;
     // Marks an entry made ahead as asked for (and counts it).
     const std::string* find(const std::string& input);
     void store(const std::string& input, const std::string& output, bool asked);

@@ -46,6 +46,15 @@ DerivedKeyCache& PDFDecryptionManager::cacheFor(const EncryptInfo& info)
     return info.derivedKeys ? *info.derivedKeys : *m_cache;
 }
 
+std::string PDFDecryptionManager::saltedStart(const EncryptInfo& info, const std::string& utf8Password, bool owner,
+                                              bool keySalt)
+{
+    const size_t salt = keySalt ? 40 : 32;
+    if (owner)
+        return sha256(utf8Password + info.O.substr(salt, 8) + info.U.substr(0, 48));
+    return sha256(utf8Password + info.U.substr(salt, 8));
+}
+
 std::string PDFDecryptionManager::hashR6Question(const EncryptInfo& info, const std::string& password,
                                                  const std::string& hash, bool isUser)
 {
@@ -77,8 +86,7 @@ void PDFDecryptionManager::deriveR6Ahead(const EncryptInfo& info, const std::vec
     std::vector<HashR6Question> questions;
     std::vector<std::string> names;
     for (const R6Trial& trial : trials) {
-        // The start values as createKeyAES256, isUserPWDR6 and isOwnerPWD6
-        // make them; each passes the password already in UTF-8 to hashR6.
+        // Each trial passes the password already in UTF-8 to hashR6.
         const std::string p = getUTF8Str(trial.password);
         auto ask = [&](const std::string& start, bool isUser) {
             std::string name = hashR6Question(info, p, start, isUser);
@@ -88,10 +96,10 @@ void PDFDecryptionManager::deriveR6Ahead(const EncryptInfo& info, const std::vec
             names.push_back(std::move(name));
         };
         if (info.UE.size() >= 32)
-            ask(sha256(p + info.U.substr(40, 8)), true);
-        ask(sha256(p + info.U.substr(32, 8)), true);
+            ask(saltedStart(info, p, false, true), true);
+        ask(saltedStart(info, p, false, false), true);
         if (trial.withOwner && info.O.size() >= 40)
-            ask(sha256(p + info.O.substr(32, 8) + info.U.substr(0, 48)), false);
+            ask(saltedStart(info, p, true, false), false);
     }
     if (questions.size() < 2 || questions.size() > kMaxHashR6Together)
         return; // nothing to gain over asking when needed
@@ -142,14 +150,7 @@ void PDFDecryptionManager::createKeyAES256(EncryptInfo& info, std::string& passw
         return;
     }
     const std::string p = getUTF8Str(password);
-    std::string input = p;
-    if (ownerOnly) {
-        input += info.O.substr(40, 8);
-        input += info.U.substr(0, 48);
-    } else {
-        input += info.U.substr(40, 8);
-    }
-    std::string h = sha256(input);
+    std::string h = saltedStart(info, p, ownerOnly, true);
     if (info.R == 6)
         h = hashR6(info, p, h, !ownerOnly);
 

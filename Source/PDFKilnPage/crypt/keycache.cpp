@@ -23,25 +23,30 @@ DerivedKeyCache::~DerivedKeyCache()
     }
 }
 
+std::size_t DerivedKeyCache::indexOf(const std::string& input) const
+{
+    std::size_t i = 0;
+    while (i < m_entries.size() && m_entries[i].input != input)
+        ++i;
+    return i;
+}
+
 const std::string* DerivedKeyCache::find(const std::string& input)
 {
-    for (Entry& e : m_entries)
-        if (e.input == input) {
-            if (!e.asked) {
-                e.asked = true;
-                count(input);
-            }
-            return &e.output;
-        }
-    return nullptr;
+    const std::size_t i = indexOf(input);
+    if (i == m_entries.size())
+        return nullptr;
+    Entry& e = m_entries[i];
+    if (!e.asked) {
+        e.asked = true;
+        count(input);
+    }
+    return &e.output;
 }
 
 bool DerivedKeyCache::contains(const std::string& input) const
 {
-    for (const Entry& e : m_entries)
-        if (e.input == input)
-            return true;
-    return false;
+    return indexOf(input) < m_entries.size();
 }
 
 void DerivedKeyCache::putAhead(const std::string& input, const std::string& output)

@@ -67,7 +67,7 @@ bool PDFDecryptionManager::isUserPWDR5(EncryptInfo& info, const std::string& pas
     if (!aesKeyLengthUsable(info) || info.U.size() < 40)
         return false;
     const std::string p = getUTF8Str(password);
-    if (sha256(p + info.U.substr(32, 8)) != info.U.substr(0, 32))
+    if (saltedStart(info, p, false, false) != info.U.substr(0, 32))
         return false;
     info.userPassword = password;
     return true;
@@ -78,7 +78,7 @@ bool PDFDecryptionManager::isUserPWDR6(EncryptInfo& info, const std::string& pas
     if (!aesKeyLengthUsable(info) || info.U.size() < 40)
         return false;
     const std::string p = getUTF8Str(password);
-    std::string h = sha256(p + info.U.substr(32, 8));
+    std::string h = saltedStart(info, p, false, false);
     h = hashR6(info, p, h, true);
     if (h == info.U.substr(0, 32)) {
         info.userPassword = password;
@@ -97,7 +97,7 @@ bool PDFDecryptionManager::isOwnerPWD5(EncryptInfo& info, const std::string& pas
     if (!aesKeyLengthUsable(info) || info.O.size() < 40 || info.U.size() < 48)
         return false;
     const std::string p = getUTF8Str(password);
-    if (sha256(p + info.O.substr(32, 8) + info.U.substr(0, 48)) != info.O.substr(0, 32))
+    if (saltedStart(info, p, true, false) != info.O.substr(0, 32))
         return false;
     info.ownerPassword = password;
     std::string pw = password;
@@ -110,7 +110,7 @@ bool PDFDecryptionManager::isOwnerPWD6(EncryptInfo& info, const std::string& pas
     if (!aesKeyLengthUsable(info) || info.O.size() < 40 || info.U.size() < 48)
         return false;
     const std::string p = getUTF8Str(password);
-    std::string h = sha256(p + info.O.substr(32, 8) + info.U.substr(0, 48));
+    std::string h = saltedStart(info, p, true, false);
     h = hashR6(info, p, h, false);
     if (h != info.O.substr(0, 32))
         return false;
