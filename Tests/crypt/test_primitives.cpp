@@ -502,28 +502,6 @@ TEST(AES, ResultCodesBitLengthsAndPadding) {
     EXPECT_EQ(aes.pdfEncrypt(buf, 16, out), Rijndael::RIJNDAEL_UNSUPPORTED_MODE);
 }
 
-TEST(AES, HardwarePathFollowsTheProcessor) {
-    using pcrypt::CpuFeatures;
-    // AES-NI alone decides for AES; the SHA form also needs the SSSE3 shuffle and the SSE4.1 blend.
-    const struct {
-        CpuFeatures f;
-        bool aes, sha;
-    } cases[] = {
-        {CpuFeatures{}, false, false}, {CpuFeatures{true, true, true, false}, true, false},
-        {CpuFeatures{false, false, true, true}, true, false}, {CpuFeatures{true, false, false, true}, false, false},
-        {CpuFeatures{true, true, false, true}, false, true},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(pcrypt::aesHardwareUsable(c.f), c.aes);
-        EXPECT_EQ(pcrypt::shaHardwareUsable(c.f), c.sha);
-    }
-    const bool usable = pcrypt::aesHardwareUsable(pcrypt::cpuFeatures());
-    Rijndael aes;
-    EXPECT_EQ(aes.usesHardware(), usable) << "the fast form is the default where it exists";
-    EXPECT_FALSE(aes.setHardware(false));
-    EXPECT_EQ(aes.setHardware(true), usable);
-}
-
 TEST(AES, HardwareAndTableFormsAgree) {
     if (!pcrypt::aesHardwareUsable(pcrypt::cpuFeatures())) GTEST_SKIP() << "no AES-NI on this processor";
     Rng rng(0xae51);

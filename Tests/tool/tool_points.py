@@ -80,6 +80,10 @@ def main():
         (9, ["info", sample], 0, "pages:", None, None),
     ]
     failures = []
+    if not os.path.exists(enc):
+        # The password cases read a file of the shared corpus; without it they are left out.
+        print("note: %s not found, its cases skipped" % enc)
+        cases = [c for c in cases if enc not in c[1]]
     for point, args, status, want, unwanted, out in cases:
         code, _, _, text = run([tool] + args, 60, env)
         checks = [(code != status, "exit %s, not %d" % (code, status)), (want and want not in text, "no %r in" % want),
